@@ -1,0 +1,40 @@
+# What every target of ours shares.
+#   lumo_library(name [SHARED|STATIC|OBJECT] sources...)   with our warnings and sanitizers
+#   lumo_executable(name sources...)
+#   lumo_test(name sources... LIBS libraries...)           an executable that CTest runs
+
+find_package(Threads REQUIRED)
+
+add_library(lumo_flags INTERFACE)
+target_compile_options(lumo_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wformat=2 -Wnon-virtual-dtor
+    -Wold-style-cast -Wcast-align -Wcast-qual -Woverloaded-virtual -Wmissing-declarations -Wvla
+    -Wundef
+    $<$<BOOL:${LUMO_WERROR}>:-Werror>)
+if(LUMO_SANITIZE)
+    add_compile_options(-fsanitize=${LUMO_SANITIZE} -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${LUMO_SANITIZE})
+endif()
+
+function(lumo_library name)
+    add_library(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE lumo_flags)
+endfunction()
+
+function(lumo_executable name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE lumo_flags)
+endfunction()
+
+function(lumo_test name)
+    cmake_parse_arguments(arg "" "" "LIBS" ${ARGN})
+    add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE lumo_flags ${arg_LIBS} gmock gtest_main Threads::Threads)
+    add_test(NAME ${name} COMMAND ${name})
+    # Decoded memory is allocated with array new and released with free, as the interfaces say; both
+    # are one heap on the platform. Nothing else is switched off.
+    set_tests_properties(${name} PROPERTIES
+        ENVIRONMENT "ASAN_OPTIONS=alloc_dealloc_mismatch=0:detect_leaks=1;UBSAN_OPTIONS=print_stacktrace=1"
+        TIMEOUT 300)
+endfunction()
