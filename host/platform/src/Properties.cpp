@@ -114,10 +114,10 @@ bool WaitForPropertyCreation(const std::string& key,
                              std::chrono::milliseconds /*relative_timeout*/) {
     if (lumo::exists(key)) return true;
     const lumo::PropertyFile& file = lumo::loadProperties();
-    std::cerr << "the property " << key << " does not exist: "
-              << (file.error.empty() ? file.path + " (see " + lumo::kPathVariable + ") lacks it"
-                                     : file.error)
-              << '\n';
+    const std::string reason =
+        file.error.empty() ? "not in " + file.path + " (" + lumo::kPathVariable + " names another)"
+                           : file.error;
+    std::cerr << "the property " << key << " does not exist: " << reason << '\n';
     return false;
 }
 

@@ -157,13 +157,12 @@ struct hidl_vec {
     const_iterator begin() const { return data(); }
     const_iterator end() const { return data() + size_; }
 
-    // Moves the elements that fit into a fresh owned buffer; the others are value-initialised. A
+    // Copies the elements that fit into a fresh owned buffer; the others are value-initialised. A
     // view becomes an owned copy.
     void resize(size_t size) {
-        checkSize(size);
-        T* fresh = new T[size]();
-        std::copy_n(begin(), std::min(size, this->size()), fresh);
-        setToExternal(fresh, size, true);
+        hidl_vec fresh = allocate(size);
+        std::copy_n(begin(), std::min(size, this->size()), fresh.begin());
+        *this = std::move(fresh);
     }
 
     // Refers to `data` from now on. With shouldOwn the vector frees it later with delete[].
@@ -196,6 +195,13 @@ struct hidl_vec {
         }
     }
 
+    static hidl_vec allocate(size_t size) {
+        checkSize(size);
+        hidl_vec fresh;
+        fresh.setToExternal(new T[size](), size, true);
+        return fresh;
+    }
+
     bool contains(const T* at) const {
         const std::less<const T*> before;
         return buffer_ != nullptr && !before(at, data()) && before(at, data() + size_);
@@ -208,9 +214,7 @@ struct hidl_vec {
     // Copies before the old buffer goes: the source may lie in it.
     template <typename Iterator>
     void adoptCopy(Iterator from, size_t count) {
-        checkSize(count);
-        hidl_vec copy;
-        copy.setToExternal(new T[count](), count, true);
+        hidl_vec copy = allocate(count);
         std::transform(from, std::next(from, static_cast<ptrdiff_t>(count)), copy.begin(),
                        [](const auto& element) { return static_cast<T>(element); });
         *this = std::move(copy);
