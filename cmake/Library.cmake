@@ -1,0 +1,28 @@
+# liblumokeymaster4.so, from the four folders that ship on a device. The host build adds nothing to
+# them but the include path. Android.bp lists the same sources; a check compares the two lists.
+
+set(LUMO_LIBRARY_SOURCES
+)
+
+add_library(lumokeymaster4_headers INTERFACE)
+target_include_directories(lumokeymaster4_headers INTERFACE
+    ${CMAKE_SOURCE_DIR}/service ${CMAKE_SOURCE_DIR}/device ${CMAKE_SOURCE_DIR}/serialize
+    ${CMAKE_SOURCE_DIR}/crypto)
+target_link_libraries(lumokeymaster4_headers INTERFACE lumo::platform lumo::qcbor lumo::crypto
+                                                       lumo_transport_api)
+
+if(NOT LUMO_LIBRARY_SOURCES)
+    return()
+endif()
+
+# For tests: everything reachable, the transport left to the test to link.
+lumo_library(lumokeymaster4_static STATIC ${LUMO_LIBRARY_SOURCES})
+target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
+
+# The product, with its exports chosen by the version script.
+lumo_library(lumokeymaster4 SHARED ${LUMO_LIBRARY_SOURCES})
+target_link_libraries(lumokeymaster4 PUBLIC lumokeymaster4_headers lumo_transport)
+target_link_options(lumokeymaster4 PRIVATE
+    LINKER:--version-script=${CMAKE_SOURCE_DIR}/liblumokeymaster4.map LINKER:--no-undefined)
+set_target_properties(lumokeymaster4 PROPERTIES
+    LINK_DEPENDS ${CMAKE_SOURCE_DIR}/liblumokeymaster4.map)

@@ -1,0 +1,140 @@
+// The keymaster itself: keys, operations and what protects them, the same for both protocols.
+//
+// Every method throws KeymasterError with the published code when it refuses, and StateError when
+// the storage fails. Not thread-safe: the caller serialises.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "Services.h"
+#include "SharedHmac.h"
+#include "Types.h"
+
+namespace lumo::secureapp {
+
+// Versions of key blobs, as the library tells them apart: major in the high half, minor in the low.
+constexpr uint64_t kBlobVersion3_0 = 0x300000000;
+constexpr uint64_t kBlobVersion4_0 = 0x400000000;
+constexpr uint64_t kBlobVersion4_1 = 0x400000001;
+constexpr uint64_t kBlobVersion4_4 = 0x400000004;
+
+struct KeymasterOptions {
+    keymaster_security_level_t level = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
+    // The version of new blobs. Below 4.1 auth timeouts stand in milliseconds and there are no
+    // vendor and boot patch levels in the clear part.
+    uint64_t blob_version = kBlobVersion4_1;
+    // Whether blobs of keys for early boot may take version 4.4, whose clear part reports that.
+    bool early_boot_blobs = true;
+};
+
+// A key blob opened.
+struct OpenedKey {
+    Bytes material;     // PKCS#8 of RSA and EC keys; the bytes of others
+    ParamSet hardware;  // as the clear part reports them
+    ParamSet software;
+    ParamSet sealed;  // authorizations without a field in the clear part: enforced, not reported
+    Bytes id;         // 16 random bytes, kept through upgrades
+    uint64_t version = 0;
+
+    ParamSet all() const;  // the three lists together
+    uint32_t algorithm() const;
+};
+
+struct BeginResult {
+    uint64_t handle = 0;
+    uint32_t algorithm = 0;
+    ParamSet out_params;  // the nonce, when one was made
+};
+
+struct UpdateResult {
+    uint32_t consumed = 0;
+    Bytes output;
+};
+
+struct VerificationToken {
+    uint64_t challenge = 0;
+    uint64_t timestamp = 0;
+    uint32_t security_level = 0;
+    Bytes mac;
+};
+
+// The public key as its parts, for old applications that leave the encoding to the HAL.
+struct PublicKeyParts {
+    uint32_t algorithm = 0;
+    Bytes modulus, exponent;  // RSA, big-endian, minimal
+    Bytes x, y;               // EC, big-endian, minimal
+};
+
+class Operation;
+
+class Keymaster {
+  public:
+    // `shared_state` holds what all instances of one device share; see SharedHmac.
+    Keymaster(const KeymasterOptions& options, World world, State& state, State& shared_state,
+              Clock& clock, RandomSource& random);
+    ~Keymaster();
+
+    const KeymasterOptions& options() const { return options_; }
+    const World& world() const { return world_; }
+
+    // One set of OS version and patch levels a boot; the same again is fine, another is refused
+    // with KM_ERROR_INVALID_ARGUMENT. Until then other calls give
+    // KM_ERROR_KEYMASTER_NOT_CONFIGURED.
+    void configure(const ParamSet& params);
+    void addEntropy(ByteView entropy);
+
+    Bytes generateKey(const ParamSet& params);
+    Bytes importKey(const ParamSet& params, uint32_t format, ByteView data);
+    Bytes importWrappedKey(ByteView wrapped, ByteView wrapping_blob, ByteView masking_key,
+                           const ParamSet& unwrapping_params, uint64_t password_sid,
+                           uint64_t biometric_sid);
+    // `binding` of this and the following calls carries APPLICATION_ID and APPLICATION_DATA.
+    OpenedKey characteristics(ByteView blob, const ParamSet& binding);
+    Bytes exportKey(uint32_t format, ByteView blob, const ParamSet& binding);
+    PublicKeyParts exportKeyParts(uint32_t format, ByteView blob, const ParamSet& binding);
+    std::vector<Bytes> attestKey(ByteView blob, const ParamSet& params);
+    // Empty when the key is current.
+    Bytes upgradeKey(ByteView blob, const ParamSet& params);
+    void deleteKey(ByteView blob);
+    void deleteAllKeys();
+    void destroyDeviceIds();
+
+    BeginResult begin(uint32_t purpose, ByteView blob, const ParamSet& params);
+    UpdateResult update(uint64_t handle, const ParamSet& params, ByteView input);
+    Bytes finish(uint64_t handle, const ParamSet& params, ByteView input, ByteView signature);
+    void abort(uint64_t handle);
+
+    const HmacSharingParameters& hmacSharingParameters() const { return hmac_.ownParameters(); }
+    Bytes computeSharedHmac(const std::vector<HmacSharingParameters>& all);
+    VerificationToken verifyAuthorization(uint64_t challenge);
+
+    void earlyBootEnded();
+    void deviceLocked(bool password_only);
+    // From the boot loader, before anything else; a second time in a boot is
+    // KM_ERROR_ROOT_OF_TRUST_ALREADY_SET.
+    void setRootOfTrust(ByteView verified_boot_key);
+    void setBootState(bool locked, uint32_t color, uint32_t system_version,
+                      uint32_t system_patchlevel);
+    // Stands for the user's finger on the button.
+    void pressButton();
+
+    // The pieces that several source files share.
+    OpenedKey openForUse(ByteView blob, const ParamSet& binding);  // also checks version binding
+    Bytes createKey(const ParamSet& params, uint32_t origin, ByteView material);
+    Bytes importMaterial(const ParamSet& params, uint32_t format, ByteView data, uint32_t origin);
+
+  private:
+    struct Impl;
+
+    KeymasterOptions options_;
+    World world_;
+    State& state_;
+    State& shared_state_;
+    Clock& clock_;
+    RandomSource& random_;
+    SharedHmac hmac_;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,63 @@
+// One secure application: a keymaster behind one of the two protocols.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "Keymaster.h"
+#include "Services.h"
+#include "Types.h"
+
+namespace lumo::secureapp {
+
+// Which secure application is played.
+struct Profile {
+    std::string name;
+    bool legacy = false;
+    uint32_t keymaster_version = 4;
+    uint32_t ta_minor_version = 0;
+    uint32_t hal_minor_version = 0;
+    uint64_t blob_version = kBlobVersion4_1;
+    bool date_support = true;  // false: the probe is answered with KM_ERROR_INVALID_TAG
+    bool converts_ec_keys =
+        true;  // false: takes EC imports as records, gives keys and signatures raw
+    bool encodes_public_keys = true;
+};
+
+// cbor, legacy-4, legacy-3, legacy-3-encoding; null for another name.
+const Profile* findProfile(const std::string& name);
+const std::vector<std::string>& profileNames();
+
+struct CborReply {
+    keymaster_error_t error = KM_ERROR_OK;
+    Bytes body;
+};
+
+// The calls may come from several threads; they are carried out one at a time.
+class SecureApp {
+  public:
+    SecureApp(const Profile& profile, keymaster_security_level_t level, World world, State& state,
+              State& shared_state, Clock& clock, RandomSource& random);
+    ~SecureApp();
+
+    const Profile& profile() const;
+
+    // Never throws and never looks outside the given bytes, whatever they hold.
+    CborReply handleCbor(uint32_t command, ByteView request);
+
+    // A fixed-layout request. `response` is the area behind it, `capacity` bytes that the client
+    // may have labelled beforehand; the answer is written there. Returns the transport's result: 0,
+    // or KM_ERROR_INSUFFICIENT_BUFFER_SPACE when not even a status fits.
+    keymaster_error_t handleRecord(ByteView request, uint8_t* response, size_t capacity);
+
+    Keymaster& keymaster();
+
+    // What failed last in the storage, in words; empty when nothing did.
+    std::string lastStateFailure() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace lumo::secureapp
