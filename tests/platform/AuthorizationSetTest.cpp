@@ -7,6 +7,8 @@ namespace {
 
 using keymaster::AuthorizationSet;
 
+const std::string kNonce = "nonce";
+
 keymaster_key_param_t blobParam(keymaster_tag_t tag, const std::string& bytes) {
     return keymaster_param_blob(tag, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
@@ -37,7 +39,7 @@ TEST(AuthorizationSet, OwnsCopiesOfWhatItIsGiven) {
 }
 
 TEST(AuthorizationSet, CopiesAndMoves) {
-    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, "nonce");
+    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, kNonce);
     AuthorizationSet original(&param, 1);
     AuthorizationSet copy = original;
     AuthorizationSet moved = std::move(original);
@@ -50,7 +52,7 @@ TEST(AuthorizationSet, CopiesAndMoves) {
 }
 
 TEST(AuthorizationSet, TakesItsOwnContent) {
-    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, "nonce");
+    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, kNonce);
     AuthorizationSet set(&param, 1);
     ASSERT_TRUE(set.push_back(set));
     ASSERT_TRUE(set.push_back(set[0]));
