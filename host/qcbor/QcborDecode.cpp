@@ -6,7 +6,7 @@
 namespace {
 
 constexpr uint8_t kSmallestLongSimple = 32;
-constexpr unsigned kFirstUnflaggedTag = 63;
+constexpr uint64_t kFirstUnflaggedTag = 63;
 
 // ---- What libcbor makes of one head, as an item ----
 
@@ -90,30 +90,33 @@ void widened(void* context, Narrow value) {
 }
 
 cbor_callbacks makeCallbacks() {
-    cbor_callbacks callbacks = cbor_empty_callbacks;
-    callbacks.uint8 = widened<uint8_t, onUnsigned>;
-    callbacks.uint16 = widened<uint16_t, onUnsigned>;
-    callbacks.uint32 = widened<uint32_t, onUnsigned>;
-    callbacks.uint64 = onUnsigned;
-    callbacks.negint8 = widened<uint8_t, onNegative>;
-    callbacks.negint16 = widened<uint16_t, onNegative>;
-    callbacks.negint32 = widened<uint32_t, onNegative>;
-    callbacks.negint64 = onNegative;
-    callbacks.byte_string = onString<QCBOR_TYPE_BYTE_STRING>;
-    callbacks.string = onString<QCBOR_TYPE_TEXT_STRING>;
-    callbacks.array_start = onContainer<QCBOR_TYPE_ARRAY>;
-    callbacks.map_start = onContainer<QCBOR_TYPE_MAP>;
-    callbacks.tag = onTag;
-    callbacks.float2 = onFloat;
-    callbacks.float4 = onFloat;
-    callbacks.float8 = onDouble;
-    callbacks.boolean = onBool;
-    callbacks.null = onSimple<QCBOR_TYPE_NULL>;
-    callbacks.undefined = onSimple<QCBOR_TYPE_UNDEF>;
-    return callbacks;
+    cbor_callbacks result = cbor_empty_callbacks;
+    result.uint8 = widened<uint8_t, onUnsigned>;
+    result.uint16 = widened<uint16_t, onUnsigned>;
+    result.uint32 = widened<uint32_t, onUnsigned>;
+    result.uint64 = onUnsigned;
+    result.negint8 = widened<uint8_t, onNegative>;
+    result.negint16 = widened<uint16_t, onNegative>;
+    result.negint32 = widened<uint32_t, onNegative>;
+    result.negint64 = onNegative;
+    result.byte_string = onString<QCBOR_TYPE_BYTE_STRING>;
+    result.string = onString<QCBOR_TYPE_TEXT_STRING>;
+    result.array_start = onContainer<QCBOR_TYPE_ARRAY>;
+    result.map_start = onContainer<QCBOR_TYPE_MAP>;
+    result.tag = onTag;
+    result.float2 = onFloat;
+    result.float4 = onFloat;
+    result.float8 = onDouble;
+    result.boolean = onBool;
+    result.null = onSimple<QCBOR_TYPE_NULL>;
+    result.undefined = onSimple<QCBOR_TYPE_UNDEF>;
+    return result;
 }
 
-const cbor_callbacks kCallbacks = makeCallbacks();
+const cbor_callbacks& callbacks() {
+    static const cbor_callbacks kCallbacks = makeCallbacks();
+    return kCallbacks;
+}
 
 // ---- Reading one head ----
 
@@ -161,11 +164,11 @@ int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item
     return QCBOR_SUCCESS;
 }
 
-// Reads with libcbor. Only the content of a string can be missing, now that the head is there; such
-// a head is consumed, and so is one whose value is refused.
+// Reads with libcbor what it knows. The head is complete, so that only a string's content can be
+// missing. The head is consumed in either case.
 int readWithLibcbor(QCBORDecodeContext& context, size_t size, Head& head) {
     const cbor_decoder_result result =
-        cbor_stream_decode(unread(context), unreadSize(context), &kCallbacks, &head);
+        cbor_stream_decode(unread(context), unreadSize(context), &callbacks(), &head);
     if (result.status != CBOR_DECODER_FINISHED) {
         context.uPosition += size;
         return hitEnd(context);
@@ -358,9 +361,9 @@ void moveOn(QCBORDecodeContext& context, const QCBORItem& item, uint32_t entries
 
 }  // namespace
 
-void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC EncodedCBOR, int8_t nMode) {
+void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode) {
     *pCtx = {};
-    pCtx->InBuf = EncodedCBOR;
+    pCtx->InBuf = Encoded;
     pCtx->uDecodeMode = static_cast<uint8_t>(nMode);
 }
 

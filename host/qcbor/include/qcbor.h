@@ -314,7 +314,7 @@ typedef struct _QCBORDecodeContext {
 
 /* The input must stay where it is as long as the context or a decoded string is used. nMode is one
  * of QCBOR_DECODE_MODE_...; any other acts as NORMAL. */
-void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC EncodedCBOR, int8_t nMode);
+void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode);
 
 /* Returns the next item in pre-order: the head of a container, then what it contains. In a map one
  * call takes label and value.
