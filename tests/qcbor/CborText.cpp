@@ -1,5 +1,7 @@
 #include "CborText.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <sstream>
 
@@ -112,6 +114,7 @@ std::string decoded(const Bytes& input, int8_t mode) {
         memset(&item, 0xff, sizeof(item));
         const int error = QCBORDecode_GetNext(&context, &item);
         if (error == QCBOR_ERR_HIT_END) {
+            EXPECT_EQ(QCBORDecode_GetNext(&context, &item), QCBOR_ERR_HIT_END);
             const int result = QCBORDecode_Finish(&context);
             return text + (result != QCBOR_SUCCESS ? "finish!" + std::to_string(result) : "");
         }
