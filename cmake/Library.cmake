@@ -4,6 +4,10 @@
 set(LUMO_LIBRARY_SOURCES
     crypto/KeyBlobReader.cpp
     device/AttestationDates.cpp
+    device/KeymasterHalDevice.cpp
+    device/KeymasterHalDeviceCbor.cpp
+    serialize/CborHelpers.cpp
+    serialize/KeymasterSerialize.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
