@@ -156,6 +156,7 @@ TEST(CborGetters, WantTheirOwnLabel) {
     }
     EXPECT_EQ(run(bools.by_text, "a105f5", true).error, 1);
     EXPECT_EQ(run(bools.by_text, "a16161f5", true).error, 1);
+    EXPECT_EQ(run(bools.by_text, "a163616263f5", true).error, 1);
     EXPECT_EQ(run(bools.by_text, "a1626163f5", true).error, std::memcmp("ac", "ab", 2));
 }
 
