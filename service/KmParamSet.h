@@ -8,8 +8,8 @@
 namespace keymaster::V4_0 {
 
 // HIDL parameters as a keymaster parameter set. Owns the array; entries of type big number or bytes
-// point into the HIDL vector. No entry is dropped: one that cannot be carried (an unknown type, or a
-// boolean that is false) stays with the tag KM_TAG_INVALID. Throws std::bad_alloc.
+// point into the HIDL vector. No entry is dropped: one that cannot be carried (an unknown type, or
+// a boolean that is false) stays with the tag KM_TAG_INVALID. Throws std::bad_alloc.
 class KmParamSet : public keymaster_key_param_set_t {
   public:
     explicit KmParamSet(

@@ -1,5 +1,5 @@
-// OS version and patch levels from the system properties. Nothing here fails: what cannot be read or
-// parsed is 0, with a line in the log.
+// OS version and patch levels from the system properties. Nothing here fails: what cannot be read
+// or parsed is 0, with a line in the log.
 #pragma once
 
 #include <regex.h>
