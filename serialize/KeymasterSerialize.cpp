@@ -146,9 +146,10 @@ class ResponseMap {
 
     // Reads one entry with `read`, or puts the decoder back in front of whatever is there instead.
     // Returns whether the entry was there.
+    // Kept: clearing the error also clears that of an answer that is no map, so a finish may be
+    // answered with no bytes at all.
     template <typename Read>
     bool optional(Read read) {
-        if (!ok()) return false;
         const QCBORDecodeContext saved = decoder_;
         read();
         if (ok()) return true;
