@@ -2,6 +2,9 @@
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
+    device/legacy/LegacyExchange.cpp
+    device/legacy/LegacyParams.cpp
+    device/legacy/LegacyVerification.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
