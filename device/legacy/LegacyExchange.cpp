@@ -38,6 +38,10 @@ uint32_t narrowLength(uint64_t length) {
     return static_cast<uint32_t>(std::min(length, kMost));
 }
 
+bool isPresent(const keymaster_blob_t* blob) {
+    return blob != nullptr && blob->data != nullptr && blob->data_length != 0;
+}
+
 void logLegacyError(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -156,7 +160,7 @@ void LegacyExchange::addItem(uint32_t index, const void* data, size_t length) {
 }
 
 void LegacyExchange::addOptionalItem(uint32_t index, const keymaster_blob_t* blob) {
-    if (blob != nullptr && blob->data != nullptr && blob->data_length != 0) {
+    if (isPresent(blob)) {
         addItem(index, blob->data, blob->data_length);
         return;
     }

@@ -33,6 +33,9 @@ void storeWord(uint8_t* bytes, uint32_t value);
 // which no builder accepts.
 uint32_t narrowLength(uint64_t length);
 
+// Whether an optional item is there: an empty one is absent.
+bool isPresent(const keymaster_blob_t* blob);
+
 struct FreeDeleter {
     void operator()(void* memory) const { std::free(memory); }
 };
