@@ -13,6 +13,8 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyParams.cpp
     device/legacy/LegacyRootOfTrust.cpp
     device/legacy/LegacyVerification.cpp
+    crypto/KeyBlobReader.cpp
+    device/AttestationDates.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
@@ -31,6 +33,9 @@ lumo_library(lumokeymaster4_static STATIC ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
 
 # The product, with its exports chosen by the version script.
+if(NOT TARGET lumo_transport)
+    return()
+endif()
 lumo_library(lumokeymaster4 SHARED ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4 PUBLIC lumokeymaster4_headers lumo_transport)
 target_link_options(lumokeymaster4 PRIVATE
