@@ -6,7 +6,7 @@ namespace {
 // The longest head: one byte of type and eight of argument.
 constexpr size_t kMaxHead = 9;
 
-// So a position in the buffer fits into the 32 bits that a level has for it.
+// Any position in a buffer then fits into the 32 bits that a level has for it.
 constexpr uint64_t kMaxBuffer = UINT32_MAX;
 
 // The last of the 65535 numbers that a level's count can have is kept free.

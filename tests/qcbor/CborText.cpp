@@ -1,52 +1,58 @@
 #include "CborText.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <sstream>
 
 namespace {
 
-std::string describeString(UsefulBufC string, bool text) {
-    if (text) {
-        return '"' + std::string(static_cast<const char*>(string.ptr), string.len) + '"';
-    }
-    return "h'" + toHex(string.ptr, string.len) + "'";
+std::string text(UsefulBufC string) {
+    return '"' + std::string(static_cast<const char*>(string.ptr), string.len) + '"';
 }
 
-std::string describeDouble(double value) {
-    std::ostringstream out;
-    out.precision(17);
-    out << value << 'f';
-    return out.str();
+std::string bytes(UsefulBufC string) {
+    return "h'" + toHex(string.ptr, string.len) + '\'';
 }
 
-std::string describeValue(const QCBORItem& item) {
+void writeValue(std::ostream& out, const QCBORItem& item) {
     switch (item.uDataType) {
         case QCBOR_TYPE_INT64:
-            return std::to_string(item.val.int64);
+            out << item.val.int64;
+            return;
         case QCBOR_TYPE_UINT64:
-            return std::to_string(item.val.uint64) + 'u';
+            out << item.val.uint64 << 'u';
+            return;
         case QCBOR_TYPE_ARRAY:
-            return '[' + std::to_string(item.val.uCount);
         case QCBOR_TYPE_MAP:
-            return '{' + std::to_string(item.val.uCount);
+            out << (item.uDataType == QCBOR_TYPE_MAP ? '{' : '[') << item.val.uCount;
+            return;
         case QCBOR_TYPE_BYTE_STRING:
+            out << bytes(item.val.string);
+            return;
         case QCBOR_TYPE_TEXT_STRING:
-            return describeString(item.val.string, item.uDataType == QCBOR_TYPE_TEXT_STRING);
+            out << text(item.val.string);
+            return;
         case QCBOR_TYPE_POSBIGNUM:
-            return "big" + describeString(item.val.bigNum, false);
         case QCBOR_TYPE_NEGBIGNUM:
-            return "-big" + describeString(item.val.bigNum, false);
+            out << (item.uDataType == QCBOR_TYPE_NEGBIGNUM ? "-big" : "big")
+                << bytes(item.val.bigNum);
+            return;
         case QCBOR_TYPE_DATE_STRING:
-            return "date" + describeString(item.val.dateString, true);
+            out << "date" << text(item.val.dateString);
+            return;
         case QCBOR_TYPE_DATE_EPOCH:
-            return "epoch" + std::to_string(item.val.epochDate.nSeconds) + '+' +
-                   describeDouble(item.val.epochDate.fSecondsFraction);
+            out << "epoch" << item.val.epochDate.nSeconds << '+'
+                << item.val.epochDate.fSecondsFraction;
+            return;
         case QCBOR_TYPE_UKNOWN_SIMPLE:
-            return "simple" + std::to_string(item.val.uSimple);
+            out << "simple" << unsigned{item.val.uSimple};
+            return;
         case QCBOR_TYPE_DOUBLE:
-            return describeDouble(item.val.dfnum);
+            out << item.val.dfnum << 'f';
+            return;
         default:
-            return "type" + std::to_string(item.uDataType);
+            out << "type" << unsigned{item.uDataType};
     }
 }
 
@@ -59,26 +65,29 @@ std::string describeLabel(const QCBORItem& item) {
             return std::to_string(item.label.int64) + '=';
         case QCBOR_TYPE_UINT64:
             return std::to_string(item.label.uint64) + "u=";
+        case QCBOR_TYPE_TEXT_STRING:
+            return text(item.label.string) + '=';
         default:
-            return describeString(item.label.string, item.uLabelType == QCBOR_TYPE_TEXT_STRING) +
-                   '=';
+            return bytes(item.label.string) + '=';
     }
 }
 
 std::string describe(const QCBORItem& item) {
     std::ostringstream out;
+    out.precision(17);
     out << unsigned{item.uNestingLevel} << ':' << describeLabel(item);
     if (item.uTag != 0 || item.uTagBits != 0) {
-        out << '#' << item.uTag << '/' << std::hex << item.uTagBits << ' ';
+        out << '#' << item.uTag << '/' << std::hex << item.uTagBits << std::dec << ' ';
     }
-    return out.str() + describeValue(item);
+    writeValue(out, item);
+    return out.str();
 }
 
 }  // namespace
 
 Bytes fromHex(const std::string& hex) {
     Bytes bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    for (size_t i = 0; i < hex.size(); i += 2) {
         bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     }
     return bytes;
@@ -94,16 +103,6 @@ std::string toHex(const void* data, size_t size) {
     return hex;
 }
 
-std::string encoded(Encode encode, size_t capacity) {
-    const auto buffer = std::make_unique<uint8_t[]>(capacity);
-    QCBOREncodeContext context;
-    QCBOREncode_Init(&context, buffer.get(), capacity);
-    encode(&context);
-    size_t size = 0;
-    const int error = QCBOREncode_Finish(&context, &size);
-    return error != QCBOR_SUCCESS ? '!' + std::to_string(error) : toHex(buffer.get(), size);
-}
-
 std::string decoded(const Bytes& input, int8_t mode) {
     const auto block = std::make_unique<uint8_t[]>(input.size());
     std::copy(input.begin(), input.end(), block.get());
@@ -115,6 +114,7 @@ std::string decoded(const Bytes& input, int8_t mode) {
         memset(&item, 0xff, sizeof(item));
         const int error = QCBORDecode_GetNext(&context, &item);
         if (error == QCBOR_ERR_HIT_END) {
+            EXPECT_EQ(QCBORDecode_GetNext(&context, &item), QCBOR_ERR_HIT_END);
             const int result = QCBORDecode_Finish(&context);
             return text + (result != QCBOR_SUCCESS ? "finish!" + std::to_string(result) : "");
         }
