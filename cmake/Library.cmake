@@ -15,6 +15,10 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyVerification.cpp
     crypto/KeyBlobReader.cpp
     device/AttestationDates.cpp
+    device/KeymasterHalDevice.cpp
+    device/KeymasterHalDeviceCbor.cpp
+    serialize/CborHelpers.cpp
+    serialize/KeymasterSerialize.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
