@@ -2,6 +2,8 @@
 
 #include <KeymasterUtils.h>
 
+#include <new>
+
 #include "AttestationDates.h"
 #include "KeymasterHalDevice.h"
 #include "KeymasterSerialize.h"
