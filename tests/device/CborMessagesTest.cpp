@@ -233,7 +233,8 @@ TEST(CborMessages, BadResponsesGiveTheirCode) {
         int result;
         size_t announced;
     } cases[] = {
-        {"not a map", begin, "80", -1, 0},
+        {"not a map", generate, "80", -1, 0},
+        {"not a map, before an optional entry", begin, "80", 6, 0},
         {"a map without end", generate, "bf 17 4101 ff", -1, 0},
         {"another label", generate, "a1 1824 4101", 1, 0},
         {"text for bytes", generate, "a1 17 6161", -1, 0},
@@ -266,6 +267,20 @@ TEST(CborMessages, BadResponsesGiveTheirCode) {
         EXPECT_EQ(c.run(device, outputs), c.result);
         EXPECT_EQ(outputs.all(), before);
         EXPECT_EQ(outputs.params.length, c.announced);
+    }
+}
+
+TEST(CborMessages, FinishMayBeAnsweredWithNothing) {
+    for (const char* reply : {"", "a0"}) {
+        ScriptedTransport::instance().reset();
+        ScriptedTransport::instance().willReply(hex(reply));
+        KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+        Outputs outputs;
+        EXPECT_EQ(device.finish_operation(1, nullptr, nullptr, nullptr, &outputs.params,
+                                          &outputs.output),
+                  KM_ERROR_OK);
+        EXPECT_EQ(outputs.output.data, nullptr);
+        EXPECT_EQ(outputs.params.length, 0U);
     }
 }
 
