@@ -3,6 +3,7 @@
 
 set(LUMO_LIBRARY_SOURCES
     device/legacy/FbeKey.cpp
+    device/legacy/LegacyAttestation.cpp
     device/legacy/LegacyEcKey.cpp
     device/legacy/LegacyExchange.cpp
     device/legacy/LegacyExport.cpp

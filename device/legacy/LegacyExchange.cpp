@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <cstdarg>
 #include <limits>
+#include <new>
 
+#include "KeyBlobReader.h"
 #include "LegacyParams.h"
 
 namespace keymasterdevice {
 namespace {
 
-constexpr char kLogTag[] = "KeyMasterHalDevice";
 constexpr uint32_t kStatusWord = 0;  // of every response
 
 void logFailure(const char* what, int32_t send_result, int32_t status) {
@@ -45,7 +46,7 @@ bool isPresent(const keymaster_blob_t* blob) {
 void logLegacyError(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    __android_log_vprint(ANDROID_LOG_ERROR, kLogTag, format, arguments);
+    __android_log_vprint(ANDROID_LOG_ERROR, kDeviceLogTag, format, arguments);
     va_end(arguments);
 }
 

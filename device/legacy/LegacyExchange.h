@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <new>
 
 #include "LegacyCommands.h"
 
@@ -168,16 +167,5 @@ void logLegacyError(const char* format, ...) __attribute__((format(printf, 1, 2)
 size_t copyOut(keymasterutils::KeymasterUtils& transport, uint8_t* out, const ByteSpan& bytes);
 // The same into fresh memory; null when there is none.
 MallocedBytes copyToHeap(keymasterutils::KeymasterUtils& transport, const ByteSpan& bytes);
-
-// Runs `step` and turns an exhausted heap into KM_ERROR_MEMORY_ALLOCATION_FAILED.
-template <typename Step>
-[[nodiscard]] keymaster_error_t whileMemoryLasts(Step&& step) {
-    try {
-        step();
-        return KM_ERROR_OK;
-    } catch (const std::bad_alloc&) {
-        return KM_ERROR_MEMORY_ALLOCATION_FAILED;
-    }
-}
 
 }  // namespace keymasterdevice

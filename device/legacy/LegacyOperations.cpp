@@ -10,6 +10,7 @@
 #include "KeymasterCryptoDevice.h"
 #include "KeymasterHalDevice.h"
 #include "LegacyExchange.h"
+#include "NoThrow.h"
 
 namespace keymasterdevice {
 namespace {
@@ -239,7 +240,10 @@ keymaster_error_t KeymasterHalDevice::legacy_begin_operation(
     OwnedParam nonce;
     error = takeNonce(*transport_, response, out_params != nullptr, &nonce);
     if (error == KM_ERROR_OK && response.word(begin_response::kAlgorithm) == KM_ALGORITHM_EC) {
-        error = whileMemoryLasts([&] { operation_purposes_.emplace(handle, purpose); });
+        error = withoutExceptions([&] {
+            operation_purposes_.emplace(handle, purpose);
+            return KM_ERROR_OK;
+        });
     }
     if (error != KM_ERROR_OK) {
         abort_operation(handle);
