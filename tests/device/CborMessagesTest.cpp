@@ -179,7 +179,9 @@ TEST(CborMessages, CutOffOrContinuedRepliesAreErrorsThatLeaveTheOutputs) {
         if (row.outputs.empty()) continue;
         const Bytes whole = hex(row.reply);
         for (size_t length = 0; length <= whole.size() + 1; ++length) {
-            if (length == whole.size()) continue;
+            // No bytes at all are a fair answer to a finish: everything in it is optional.
+            const bool all_optional = length == 0 && string(row.name).rfind("finish", 0) == 0;
+            if (length == whole.size() || all_optional) continue;
             SCOPED_TRACE(testing::Message() << row.name << ", " << length << " bytes");
             ScriptedTransport::instance().reset();
             Bytes reply = whole;
@@ -276,9 +278,9 @@ TEST(CborMessages, FinishMayBeAnsweredWithNothing) {
         ScriptedTransport::instance().willReply(hex(reply));
         KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
         Outputs outputs;
-        EXPECT_EQ(device.finish_operation(1, nullptr, nullptr, nullptr, &outputs.params,
-                                          &outputs.output),
-                  KM_ERROR_OK);
+        EXPECT_EQ(
+            device.finish_operation(1, nullptr, nullptr, nullptr, &outputs.params, &outputs.output),
+            KM_ERROR_OK);
         EXPECT_EQ(outputs.output.data, nullptr);
         EXPECT_EQ(outputs.params.length, 0U);
     }
