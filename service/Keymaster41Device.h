@@ -54,6 +54,8 @@ class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device
     Keymaster41Device(keymaster_security_level_t security_level,
                       std::unique_ptr<::keymasterdevice::KeymasterHalDevice> device);
     ~Keymaster41Device() override;
+    Keymaster41Device(const Keymaster41Device&) = delete;
+    Keymaster41Device& operator=(const Keymaster41Device&) = delete;
 
     Return<void> getHardwareInfo(getHardwareInfo_cb _hidl_cb) override;
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb _hidl_cb) override;
