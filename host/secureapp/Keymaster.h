@@ -26,10 +26,20 @@ struct KeymasterOptions {
     uint64_t blob_version = kBlobVersion4_1;
     // Whether blobs of keys for early boot may take version 4.4, whose clear part reports that.
     bool early_boot_blobs = true;
+    // Whether the wall clock can be trusted. Otherwise the dates of a key are its caller's to
+    // enforce.
+    bool trusted_clock = false;
 };
 
-// A key blob opened.
+// A key blob opened. The material is wiped when it goes.
 struct OpenedKey {
+    OpenedKey() = default;
+    OpenedKey(OpenedKey&&) = default;
+    OpenedKey& operator=(OpenedKey&&) = default;
+    OpenedKey(const OpenedKey&) = default;
+    OpenedKey& operator=(const OpenedKey&) = default;
+    ~OpenedKey();
+
     Bytes material;     // PKCS#8 of RSA and EC keys; the bytes of others
     ParamSet hardware;  // as the clear part reports them
     ParamSet software;
