@@ -87,9 +87,8 @@ void Keymaster::configure(const ParamSet& params) {
     }
     impl_->configured = values;
     impl_->versions = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
-    const std::optional<uint64_t> vendor = world_.vendor_patchlevel
-                                               ? world_.vendor_patchlevel
-                                               : values.integer(KM_TAG_VENDOR_PATCHLEVEL);
+    std::optional<uint64_t> vendor = world_.vendor_patchlevel;
+    if (!vendor) vendor = values.integer(KM_TAG_VENDOR_PATCHLEVEL);
     addPatchDate(impl_->versions, KM_TAG_VENDOR_PATCHLEVEL, vendor);
     addPatchDate(impl_->versions, KM_TAG_BOOT_PATCHLEVEL, world_.boot_patchlevel);
 }
