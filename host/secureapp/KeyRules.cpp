@@ -271,7 +271,6 @@ ParamSet finishAuthorizations(const ParamSet& params, const KeyFacts& facts,
     if (!result.contains(KM_TAG_CREATION_DATETIME)) {
         result.add(intParam(KM_TAG_CREATION_DATETIME, additions.now));
     }
-    if (additions.level) replace(result, intParam(KM_TAG_HARDWARE_TYPE, *additions.level));
     setVersions(result, additions.versions);
     return result;
 }

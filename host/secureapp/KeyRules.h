@@ -44,9 +44,8 @@ void checkMacRules(const ParamSet& params, keymaster_security_level_t level);
 // What the secure side adds to every key.
 struct Additions {
     uint32_t origin = KM_ORIGIN_GENERATED;
-    ParamSet versions;              // OS version and patch levels
-    uint64_t now = 0;               // milliseconds since 1970, for keys without a creation date
-    std::optional<uint32_t> level;  // to be stated as hardware type
+    ParamSet versions;  // OS version and patch levels
+    uint64_t now = 0;   // milliseconds since 1970, for keys without a creation date
 };
 
 // The authorizations of the finished key: no APPLICATION_ID, no APPLICATION_DATA.
