@@ -2,16 +2,15 @@
 #include "Attestation.h"
 #include "AttestationKeys.h"
 #include "Crypto.h"
+#include "KeyMaterial.h"
 #include "Keymaster.h"
+#include "KeymasterImpl.h"
 
 namespace lumo::secureapp {
 namespace {
 
 constexpr size_t kMaxChallengeBytes = 128;
 constexpr size_t kMaxApplicationIdBytes = 1024;
-constexpr char kIdsDestroyedRecord[] = "ids-destroyed";
-constexpr char kDeviceKeyRecord[] = "device-key";
-constexpr size_t kDeviceKeyBytes = 32;
 
 // Version numbers that go with the version of key blobs.
 struct Versions {
@@ -71,17 +70,11 @@ RootOfTrust rootOfTrust(const World& world) {
 Bytes uniqueIdOf(const ParamSet& authorizations, const ParamSet& params, State& state,
                  RandomSource& random) {
     const std::string label = "unique id";
-    const Bytes device_key = lastingSecret(state, random, kDeviceKeyRecord, kDeviceKeyBytes);
-    return uniqueId(hmacSha256(device_key, Bytes(label.begin(), label.end())),
-                    authorizations.integer(KM_TAG_CREATION_DATETIME).value_or(0),
+    const Secret device_key(lastingSecret(state, random, kDeviceKeyRecord, kSecretRecordBytes));
+    const Secret secret(hmacSha256(device_key.bytes(), Bytes(label.begin(), label.end())));
+    return uniqueId(secret.bytes(), authorizations.integer(KM_TAG_CREATION_DATETIME).value_or(0),
                     params.bytes(KM_TAG_ATTESTATION_APPLICATION_ID),
                     params.contains(KM_TAG_RESET_SINCE_ID_ROTATION));
-}
-
-Bytes publicKeyOfMaterial(ByteView material) {
-    const CryptoPtr<EVP_PKEY> key = parsePrivateKey(material);
-    if (key == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
-    return encodePublicKey(key.get());
 }
 
 }  // namespace
@@ -93,7 +86,7 @@ std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
 
     LeafRequest request;
     request.authorizations = key.all();
-    request.public_key = publicKeyOfMaterial(key.material);
+    request.public_key = publicKeyOf(key.material);
     request.now = clock_.wallMillis();
 
     KeyDescription& description = request.description;
