@@ -1,5 +1,3 @@
-#include <climits>
-
 #include "OperationMac.h"
 #include "OperationParts.h"
 
@@ -7,9 +5,10 @@ namespace lumo::secureapp {
 
 HmacStream::HmacStream(uint32_t digest, ByteView key) : context_(HMAC_CTX_new()) {
     const EVP_MD* md = evpDigest(digest);
-    requireCrypto(context_ != nullptr && md != nullptr && key.size() <= INT_MAX);
-    requireCrypto(
-        HMAC_Init_ex(context_.get(), nonNull(key), static_cast<int>(key.size()), md, nullptr) == 1);
+    requireCrypto(context_ != nullptr && md != nullptr && key.size() <= UINT16_MAX);
+    // The libcryptos disagree on the type of the length; this one widens to both.
+    const uint16_t key_bytes = static_cast<uint16_t>(key.size());
+    requireCrypto(HMAC_Init_ex(context_.get(), nonNull(key), key_bytes, md, nullptr) == 1);
 }
 
 void HmacStream::add(ByteView data) {

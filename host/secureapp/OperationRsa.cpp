@@ -16,6 +16,12 @@ bool isSignature(uint32_t purpose) {
     return purpose == KM_PURPOSE_SIGN || purpose == KM_PURPOSE_VERIFY;
 }
 
+// What PSS and OAEP need: two digests and two more bytes (RFC 8017, 7.1.1 and 9.1.1). In OAEP that
+// is beside the message.
+size_t encodingOverhead(uint32_t digest) {
+    return 2 * size_t{digestBits(digest) / 8} + 2;
+}
+
 uint32_t choosePadding(const OperationRequest& request) {
     const uint64_t padding =
         onlyValue(request.params, KM_TAG_PADDING, KM_ERROR_UNSUPPORTED_PADDING_MODE);
@@ -35,8 +41,7 @@ uint32_t chooseRsaDigest(const OperationRequest& request, uint32_t padding, size
     const uint32_t digest = chooseDigest(request);
     if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
     if (padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_OAEP) {
-        // Both encodings hold two digests and two more bytes (RFC 8017, 7.1.1 and 9.1.1).
-        const bool fits = key_bytes >= 2 * size_t{digestBits(digest) / 8} + 2;
+        const bool fits = key_bytes >= encodingOverhead(digest);
         if (digest == KM_DIGEST_NONE || !fits) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
     }
     return digest;
@@ -65,7 +70,7 @@ class RsaOperation : public Operation {
           digest_(digest),
           key_(std::move(key)),
           modulus_(static_cast<size_t>(EVP_PKEY_size(key_.get()))),
-          message_(isSignature(purpose) ? digest : KM_DIGEST_NONE, maxMessage()) {
+          message_(isSignature(purpose) ? digest : uint32_t{KM_DIGEST_NONE}, maxMessage()) {
         const BIGNUM* n = RSA_get0_n(EVP_PKEY_get0_RSA(key_.get()));
         requireCrypto(BN_bn2binpad(n, modulus_.data(), EVP_PKEY_size(key_.get())) >= 0);
     }
@@ -100,15 +105,13 @@ class RsaOperation : public Operation {
 
     // The longest message that can be worked on; without meaning where it is hashed.
     size_t maxMessage() const {
+        if (purpose_ == KM_PURPOSE_DECRYPT) return keyBytes();
         switch (padding_) {
             case KM_PAD_RSA_PKCS1_1_5_SIGN:
-                return keyBytes() - kPkcs1Overhead;
             case KM_PAD_RSA_PKCS1_1_5_ENCRYPT:
-                return keyBytes() - (purpose_ == KM_PURPOSE_ENCRYPT ? kPkcs1Overhead : 0);
+                return keyBytes() - kPkcs1Overhead;
             case KM_PAD_RSA_OAEP:
-                return keyBytes() - (purpose_ == KM_PURPOSE_ENCRYPT
-                                         ? 2 * size_t{digestBits(digest_) / 8} + 2
-                                         : 0);
+                return keyBytes() - encodingOverhead(digest_);
             default:
                 return keyBytes();
         }
