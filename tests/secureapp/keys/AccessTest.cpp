@@ -197,7 +197,6 @@ TEST(UseCount, HoldsForOneBoot) {
               KM_ERROR_UNSUPPORTED_BLOCK_MODE);
     for (int i = 0; i < 3; ++i) EXPECT_EQ(tryBegin(device, blob), KM_ERROR_OK);
     EXPECT_EQ(tryBegin(device, blob), KM_ERROR_KEY_MAX_OPS_EXCEEDED);
-    // An upgrade does not give new uses.
     device.boot();
     EXPECT_EQ(tryBegin(device, blob), KM_ERROR_OK);
     const Bytes never = aesWith(device, {intParam(KM_TAG_MAX_USES_PER_BOOT, 0)});
