@@ -216,6 +216,8 @@ TEST(Generate, MakesKeysOfTheStatedKind) {
     const auto key = parsePrivateKey(made(device, rsaKey(1024)).material);
     ASSERT_NE(key, nullptr);
     EXPECT_EQ(EVP_PKEY_bits(key.get()), 1024);
+    const OpenedKey three = made(device, changed(rsaKey(), KM_TAG_RSA_PUBLIC_EXPONENT, 3));
+    EXPECT_TRUE(three.hardware.contains(KM_TAG_RSA_PUBLIC_EXPONENT, 3));
 }
 
 struct ImportCase {
