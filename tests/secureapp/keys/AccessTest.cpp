@@ -160,14 +160,6 @@ TEST(DeviceLock, HoldsUntilALaterTokenComes) {
     }
 }
 
-TEST(DeviceLock, ComesBeforeAuthentication) {
-    Device device;
-    const Bytes blob = aesWith(device, with(kTimed, {boolParam(KM_TAG_UNLOCKED_DEVICE_REQUIRED)}));
-    EXPECT_EQ(tryBegin(device, blob), KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
-    device->deviceLocked(false);
-    EXPECT_EQ(tryBegin(device, blob), KM_ERROR_DEVICE_LOCKED);
-}
-
 TEST(RateLimit, RunsFromTheEndOfAnOperation) {
     Device device;
     const Bytes blob = aesWith(device, {intParam(KM_TAG_MIN_SECONDS_BETWEEN_OPS, 5)});
@@ -310,6 +302,10 @@ TEST(Begin, ChecksInThePublishedOrder) {
     EXPECT_EQ(begin(blob, KM_PURPOSE_SIGN, {}), KM_ERROR_UNSUPPORTED_PURPOSE);
     EXPECT_EQ(begin(blob, KM_PURPOSE_DECRYPT, {}), KM_ERROR_INCOMPATIBLE_PURPOSE);
     EXPECT_EQ(begin(blob, KM_PURPOSE_ENCRYPT, {}), KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
+    const Bytes both = aesWith(device, with(kTimed, {boolParam(KM_TAG_UNLOCKED_DEVICE_REQUIRED)}));
+    EXPECT_EQ(begin(both, KM_PURPOSE_ENCRYPT, {}), KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
+    device->deviceLocked(false);
+    EXPECT_EQ(begin(both, KM_PURPOSE_ENCRYPT, {}), KM_ERROR_DEVICE_LOCKED);
 }
 
 TEST(Operations, AreLimitedAndNeverEvicted) {
@@ -325,30 +321,6 @@ TEST(Operations, AreLimitedAndNeverEvicted) {
         EXPECT_EQ(tryBegin(device, blob), KM_ERROR_OK);  // the refused ones did not count
         EXPECT_EQ(errorOf([&] { device->abort(handles[0]); }), KM_ERROR_INVALID_OPERATION_HANDLE);
     }
-}
-
-// Gives out the handles that callers use for "none", and one twice.
-class AwkwardRandom : public CountingRandom {
-  public:
-    std::vector<Bytes> eights = {Bytes(8, 0), Bytes(8, 0xFF), Bytes(8, 3), Bytes(8, 3),
-                                 Bytes(8, 4)};
-    Bytes bytes(size_t count) override {
-        if (count != 8 || eights.empty()) return CountingRandom::bytes(count);
-        const Bytes next = eights.front();
-        eights.erase(eights.begin());
-        return next;
-    }
-};
-
-TEST(Operations, HaveHandlesOfTheirOwn) {
-    Device device;
-    AwkwardRandom random;
-    Keymaster keymaster(device.options, device.world, device.state, device.shared, device.clock,
-                        random);
-    keymaster.configure(device.hal);
-    const Bytes blob = keymaster.generateKey(aesKey());
-    EXPECT_EQ(keymaster.begin(KM_PURPOSE_ENCRYPT, blob, ecb()).handle, 0x0303030303030303U);
-    EXPECT_EQ(keymaster.begin(KM_PURPOSE_ENCRYPT, blob, ecb()).handle, 0x0404040404040404U);
 }
 
 }  // namespace
