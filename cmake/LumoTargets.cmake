@@ -30,7 +30,7 @@ endfunction()
 function(lumo_test name)
     cmake_parse_arguments(arg "" "" "LIBS" ${ARGN})
     add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
-    target_link_libraries(${name} PRIVATE lumo_flags ${arg_LIBS} gmock gtest_main Threads::Threads)
+    target_link_libraries(${name} PRIVATE lumo_flags ${arg_LIBS} gmock gtest_main gtest Threads::Threads)
     add_test(NAME ${name} COMMAND ${name})
     # Decoded memory is allocated with array new and released with free, as the interfaces say; both
     # are one heap on the platform. Nothing else is switched off.

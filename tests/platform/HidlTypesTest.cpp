@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+#include <unistd.h>
+
+#include <list>
+#include <sstream>
+
+namespace {
+
+using namespace ::android::hardware;
+using Bytes = hidl_vec<uint8_t>;
+
+TEST(HidlVec, BuildsFromEverySource) {
+    const uint8_t raw[] = {1, 2, 3};
+    const std::list<int> list = {1, 2, 3};
+    for (const Bytes& vec : {Bytes{1, 2, 3}, Bytes(raw, raw + 3), Bytes(list.begin(), list.end()),
+                             Bytes(std::vector<uint8_t>{1, 2, 3})}) {
+        EXPECT_EQ(std::vector<uint8_t>(vec), std::vector<uint8_t>({1, 2, 3}));
+    }
+    EXPECT_EQ(Bytes(2), (Bytes{0, 0}));  // a count in parentheses, an element in braces
+    EXPECT_EQ(Bytes{2}.size(), 1U);
+    EXPECT_NE(Bytes(2), Bytes(3));
+}
+
+TEST(HidlVec, CopiesOfAViewAreDetached) {
+    uint8_t outside[] = {1, 2, 3};
+    Bytes view;
+    view.setToExternal(outside, 3);
+    EXPECT_EQ(view.data(), outside);
+
+    const Bytes copy = view;
+    Bytes resized = std::move(view);
+    EXPECT_EQ(resized.data(), outside) << "a moved view stays a view";
+    EXPECT_EQ(view.size(), 0U);  // NOLINT: the moved-from vector is empty here
+    resized.resize(4);
+    outside[0] = 9;
+    EXPECT_EQ(copy, (Bytes{1, 2, 3}));
+    EXPECT_EQ(resized, (Bytes{1, 2, 3, 0}));
+    resized.resize(2);
+    EXPECT_EQ(resized, (Bytes{1, 2}));
+}
+
+TEST(HidlVec, SurvivesAssignmentFromItself) {
+    Bytes vec = {1, 2, 3};
+    Bytes& same = vec;
+    vec = same;
+    vec = std::move(same);
+    EXPECT_EQ(vec, (Bytes{1, 2, 3}));
+
+    Bytes view;
+    view.setToExternal(vec.data() + 1, 2);
+    vec = view;
+    EXPECT_EQ(vec, (Bytes{2, 3}));
+    view.setToExternal(vec.data() + 1, 1);
+    vec = std::move(view);
+    EXPECT_EQ(vec, (Bytes{3}));
+}
+
+TEST(HidlVec, HandsItsBufferOver) {
+    Bytes vec;
+    vec.setToExternal(new uint8_t[2]{1, 2}, 2, true);
+    const std::unique_ptr<uint8_t[]> released(vec.releaseData());
+    EXPECT_EQ(vec.data(), released.get());
+    EXPECT_EQ(vec.size(), 2U);
+
+    uint8_t outside[] = {7};
+    vec.setToExternal(outside, 1);
+    const std::unique_ptr<uint8_t[]> copied(vec.releaseData());
+    EXPECT_NE(copied.get(), outside);
+    EXPECT_EQ(copied[0], 7);
+}
+
+TEST(HidlVec, RefusesMoreThanItsSizeHolds) {
+    uint8_t byte = 0;
+    EXPECT_DEATH(Bytes().setToExternal(&byte, size_t{1} << 32), "2\\^32");
+}
+
+TEST(HidlString, KeepsItsTextTerminated) {
+    const hidl_string counted("abcdef", 3);
+    EXPECT_STREQ(counted.c_str(), "abc");
+    EXPECT_STREQ(hidl_string(static_cast<const char*>(nullptr)).c_str(), "");
+
+    hidl_string text = std::string("hello");
+    text = text.c_str() + 1;
+    hidl_string moved = std::move(text);
+    EXPECT_EQ(moved, "ello");
+    EXPECT_TRUE(text.empty());  // NOLINT: the moved-from string is empty
+    EXPECT_STREQ(text.c_str(), "");
+
+    const hidl_string embedded(std::string("a\0b", 3));
+    EXPECT_EQ(embedded.size(), 3U);
+    EXPECT_EQ(embedded, "a") << "compared as C strings";
+    EXPECT_LT(hidl_string("a"), hidl_string("b"));
+    EXPECT_EQ(std::string(embedded), std::string("a\0b", 3));
+}
+
+TEST(HidlArray, ConvertsBothWays) {
+    const uint8_t raw[] = {1, 2};
+    const hidl_array<uint8_t, 2> array = raw;
+    const std::array<uint8_t, 2> standard = array;
+    EXPECT_EQ((hidl_array<uint8_t, 2>(standard)), array);
+    EXPECT_NE((hidl_array<uint8_t, 2>{}), array);
+    EXPECT_EQ(toString(array), "[2]{1, 2}");
+}
+
+TEST(HidlHandle, ClonesOnCopy) {
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    native_handle_t* native = native_handle_create(1, 0);
+    native->data[0] = pipe[1];
+    {
+        hidl_handle owner;
+        owner.setTo(native, true);
+        const hidl_handle copy = owner;
+        EXPECT_NE(copy->data[0], pipe[1]);
+    }
+    // Both owners are gone, and so are both writing ends.
+    char byte;
+    EXPECT_EQ(read(pipe[0], &byte, 1), 0);
+    close(pipe[0]);
+}
+
+TEST(Status, DescribesItself) {
+    const struct {
+        Status status;
+        android::status_t transactionError;
+        const char* description;
+    } cases[] = {
+        {Status::ok(), android::OK, "No error"},
+        {Status::fromStatusT(android::OK), android::OK, "No error"},
+        {Status::fromExceptionCode(Status::EX_NULL_POINTER, "msg"), android::OK,
+         "Status(EX_NULL_POINTER): 'msg'"},
+        {Status::fromStatusT(android::DEAD_OBJECT), android::DEAD_OBJECT,
+         "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '"},
+        {Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED), android::FAILED_TRANSACTION,
+         "Status(EX_TRANSACTION_FAILED): 'FAILED_TRANSACTION: '"},
+    };
+    for (const auto& c : cases) {
+        std::ostringstream text;
+        text << c.status;
+        EXPECT_EQ(text.str(), c.description);
+        EXPECT_EQ(c.status.transactionError(), c.transactionError);
+    }
+}
+
+TEST(Return, GivesItsValueOrTheDefault) {
+    Return<int> good = 5;
+    EXPECT_EQ(good, 5);
+    EXPECT_EQ(good.withDefault(6), 5);
+    Return<int> bad = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_TRUE(bad.isDeadObject());
+    EXPECT_EQ(bad.withDefault(6), 6);
+    Return<int> moved = std::move(bad);
+    EXPECT_FALSE(moved.isOk());
+    EXPECT_TRUE(bad.isOk());  // NOLINT: the source of a move is ok
+}
+
+TEST(Return, EndsTheProcessWhenAnErrorIsNotLookedAt) {
+    const Status dead = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_DEATH(Return<void>{dead}, "DEAD_OBJECT");
+    EXPECT_DEATH(static_cast<void>(static_cast<int>(Return<int>(dead))), "DEAD_OBJECT");
+    EXPECT_DEATH(
+        {
+            Return<void> unchecked(dead);
+            unchecked = Void();
+        },
+        "DEAD_OBJECT");
+}
+
+}  // namespace
