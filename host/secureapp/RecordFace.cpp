@@ -401,7 +401,7 @@ void RecordFace::trackEcOperation(const BeginResult& begun, uint32_t purpose, By
     try {
         const OpenedKey key = keymaster_.characteristics(blob, params);
         ec_operations_[begun.handle] = {true, ecWidth(ecBits(key.all()))};
-    } catch (const KeymasterError&) {
+    } catch (...) {
         keymaster_.abort(begun.handle);
         throw;
     }
@@ -415,7 +415,10 @@ Bytes RecordFace::begin(ByteView bytes) {
 
     const BeginResult begun = keymaster_.begin(purpose, blob, params);
     const ByteView nonce = begun.out_params.bytes(KM_TAG_NONCE);
-    if (nonce.size() > kNonceArea) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (nonce.size() > kNonceArea) {
+        keymaster_.abort(begun.handle);
+        fail(KM_ERROR_UNKNOWN_ERROR);
+    }
     trackEcOperation(begun, purpose, blob, params);
     RecordWriter reply(kBeginReplyWords);
     reply.longWord(kBeginHandle, begun.handle);
@@ -455,8 +458,8 @@ Bytes RecordFace::finish(ByteView bytes, ByteView area, size_t capacity) {
     const auto tracked = ec_operations_.find(handle);
     const std::optional<EcOperation> ec =
         tracked == ec_operations_.end() ? std::nullopt : std::optional(tracked->second);
-    Bytes signature = request.item(kSignature).copy();
-    if (ec && !ec->signs && !signature.empty()) signature = readSignature(request);
+    const bool as_numbers = ec && !ec->signs && request.word(kSignature + 1) != 0;
+    const Bytes signature = as_numbers ? readSignature(request) : request.item(kSignature).copy();
 
     if (ec) ec_operations_.erase(tracked);
     Bytes output = keymaster_.finish(handle, params, input, signature);
