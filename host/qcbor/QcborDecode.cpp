@@ -1,0 +1,392 @@
+#include <cbor.h>
+#include <qcbor.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint8_t kSmallestLongSimple = 32;
+constexpr uint64_t kFirstUnflaggedTag = 63;
+
+// ---- What libcbor makes of one head, as an item ----
+
+// Receives what libcbor's callbacks report.
+struct Head {
+    QCBORItem& item;
+    uint64_t tag = 0;
+    int error = QCBOR_SUCCESS;
+};
+
+Head& headOf(void* context) {
+    return *static_cast<Head*>(context);
+}
+
+void onUnsigned(void* context, uint64_t value) {
+    QCBORItem& item = headOf(context).item;
+    if (value > INT64_MAX) {
+        item.uDataType = QCBOR_TYPE_UINT64;
+        item.val.uint64 = value;
+        return;
+    }
+    item.uDataType = QCBOR_TYPE_INT64;
+    item.val.int64 = static_cast<int64_t>(value);
+}
+
+// The number is -1 - magnitude.
+void onNegative(void* context, uint64_t magnitude) {
+    Head& head = headOf(context);
+    if (magnitude > INT64_MAX) {
+        head.error = QCBOR_ERR_INT_OVERFLOW;
+        return;
+    }
+    head.item.uDataType = QCBOR_TYPE_INT64;
+    head.item.val.int64 = -1 - static_cast<int64_t>(magnitude);
+}
+
+template <uint8_t kType>
+void onString(void* context, cbor_data bytes, size_t size) {
+    QCBORItem& item = headOf(context).item;
+    item.uDataType = kType;
+    item.val.string = UsefulBufC_Make(bytes, size);
+}
+
+template <uint8_t kType>
+void onContainer(void* context, size_t count) {
+    Head& head = headOf(context);
+    if (count > QCBOR_MAX_ITEMS_IN_ARRAY) {
+        head.error = QCBOR_ERR_ARRAY_TOO_LONG;
+        return;
+    }
+    head.item.uDataType = kType;
+    head.item.val.uCount = static_cast<uint16_t>(count);
+}
+
+void onTag(void* context, uint64_t tag) {
+    headOf(context).item.uDataType = QCBOR_TYPE_OPTTAG;
+    headOf(context).tag = tag;
+}
+
+void onDouble(void* context, double value) {
+    headOf(context).item.uDataType = QCBOR_TYPE_DOUBLE;
+    headOf(context).item.val.dfnum = value;
+}
+
+void onFloat(void* context, float value) {
+    onDouble(context, value);
+}
+
+void onBool(void* context, bool value) {
+    headOf(context).item.uDataType = value ? QCBOR_TYPE_TRUE : QCBOR_TYPE_FALSE;
+}
+
+template <uint8_t kType>
+void onSimple(void* context) {
+    headOf(context).item.uDataType = kType;
+}
+
+template <typename Narrow, void (*onWide)(void*, uint64_t)>
+void widened(void* context, Narrow value) {
+    onWide(context, value);
+}
+
+cbor_callbacks makeCallbacks() {
+    cbor_callbacks result = cbor_empty_callbacks;
+    result.uint8 = widened<uint8_t, onUnsigned>;
+    result.uint16 = widened<uint16_t, onUnsigned>;
+    result.uint32 = widened<uint32_t, onUnsigned>;
+    result.uint64 = onUnsigned;
+    result.negint8 = widened<uint8_t, onNegative>;
+    result.negint16 = widened<uint16_t, onNegative>;
+    result.negint32 = widened<uint32_t, onNegative>;
+    result.negint64 = onNegative;
+    result.byte_string = onString<QCBOR_TYPE_BYTE_STRING>;
+    result.string = onString<QCBOR_TYPE_TEXT_STRING>;
+    result.array_start = onContainer<QCBOR_TYPE_ARRAY>;
+    result.map_start = onContainer<QCBOR_TYPE_MAP>;
+    result.tag = onTag;
+    result.float2 = onFloat;
+    result.float4 = onFloat;
+    result.float8 = onDouble;
+    result.boolean = onBool;
+    result.null = onSimple<QCBOR_TYPE_NULL>;
+    result.undefined = onSimple<QCBOR_TYPE_UNDEF>;
+    return result;
+}
+
+const cbor_callbacks& callbacks() {
+    static const cbor_callbacks kCallbacks = makeCallbacks();
+    return kCallbacks;
+}
+
+// ---- Reading one head ----
+
+const uint8_t* unread(const QCBORDecodeContext& context) {
+    return static_cast<const uint8_t*>(context.InBuf.ptr) + context.uPosition;
+}
+
+size_t unreadSize(const QCBORDecodeContext& context) {
+    return context.InBuf.len - context.uPosition;
+}
+
+int hitEnd(QCBORDecodeContext& context) {
+    context.bHitEnd = true;
+    return QCBOR_ERR_HIT_END;
+}
+
+size_t headSize(uint8_t info) {
+    return info < LEN_IS_ONE_BYTE ? 1 : size_t{1} + (size_t{1} << (info - LEN_IS_ONE_BYTE));
+}
+
+bool isString(uint8_t majorType) {
+    return majorType == CBOR_MAJOR_TYPE_BYTE_STRING || majorType == CBOR_MAJOR_TYPE_TEXT_STRING;
+}
+
+bool isContainer(uint8_t majorType) {
+    return majorType == CBOR_MAJOR_TYPE_ARRAY || majorType == CBOR_MAJOR_TYPE_MAP;
+}
+
+// Whether an eight-byte argument has any of its upper 32 bits set. libcbor would cut them off a
+// length where size_t has 32 bits.
+bool exceeds32Bits(const uint8_t* head, uint8_t info) {
+    return info == LEN_IS_EIGHT_BYTES &&
+           std::any_of(head + 1, head + 5, [](uint8_t byte) { return byte != 0; });
+}
+
+// The simple values that have no name, which libcbor does not know.
+int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item) {
+    const uint8_t value = info == CBOR_SIMPLEV_ONEBYTE ? unread(context)[1] : info;
+    context.uPosition += headSize(info);
+    if (info == CBOR_SIMPLEV_ONEBYTE && value < kSmallestLongSimple) {
+        return QCBOR_ERR_INVALID_CBOR;
+    }
+    item.uDataType = QCBOR_TYPE_UKNOWN_SIMPLE;
+    item.val.uSimple = value;
+    return QCBOR_SUCCESS;
+}
+
+// Reads with libcbor what it knows. The head is complete, so that only a string's content can be
+// missing. The head is consumed in either case.
+int readWithLibcbor(QCBORDecodeContext& context, size_t size, Head& head) {
+    const cbor_decoder_result result =
+        cbor_stream_decode(unread(context), unreadSize(context), &callbacks(), &head);
+    if (result.status != CBOR_DECODER_FINISHED) {
+        context.uPosition += size;
+        return hitEnd(context);
+    }
+    context.uPosition += result.read;
+    return head.error;
+}
+
+// Reads one head, with the content where it is a string's. A tag comes as QCBOR_TYPE_OPTTAG.
+int readHead(QCBORDecodeContext& context, Head& head) {
+    if (context.bHitEnd || unreadSize(context) == 0) {
+        return QCBOR_ERR_HIT_END;
+    }
+    const uint8_t* const first = unread(context);
+    const auto majorType = static_cast<uint8_t>(*first >> 5);
+    const auto info = static_cast<uint8_t>(*first & 0x1f);
+    if (info >= ADDINFO_RESERVED1) {
+        ++context.uPosition;
+        return QCBOR_ERR_UNSUPPORTED;
+    }
+    const size_t size = headSize(info);
+    if (size > unreadSize(context)) {
+        return hitEnd(context);
+    }
+    if (majorType == CBOR_MAJOR_TYPE_SIMPLE &&
+        (info < CBOR_SIMPLEV_FALSE || info == CBOR_SIMPLEV_ONEBYTE)) {
+        return readUnnamedSimple(context, info, head.item);
+    }
+    if (isContainer(majorType) && exceeds32Bits(first, info)) {
+        context.uPosition += size;
+        return QCBOR_ERR_ARRAY_TOO_LONG;
+    }
+    if (isString(majorType) && exceeds32Bits(first, info)) {
+        context.uPosition += size;
+        return hitEnd(context);
+    }
+    return readWithLibcbor(context, size, head);
+}
+
+// ---- Tags ----
+
+uint64_t tagBit(uint64_t tag) {
+    if (tag == CBOR_TAG_CBOR_MAGIC) {
+        return QCBOR_TAGFLAG_CBOR_MAGIC;
+    }
+    return tag < kFirstUnflaggedTag ? uint64_t{1} << tag : 0;
+}
+
+int makeEpochDateOfDouble(QCBORItem& item) {
+    // 2^63 is the first double past the range; a NaN fails either comparison.
+    constexpr double kRange = 9223372036854775808.0;
+    const double seconds = item.val.dfnum;
+    if (!(seconds >= -kRange && seconds < kRange)) {
+        return QCBOR_ERR_DATE_OVERFLOW;
+    }
+    const auto whole = static_cast<int64_t>(seconds);
+    item.val.epochDate.nSeconds = whole;
+    item.val.epochDate.fSecondsFraction = seconds - static_cast<double>(whole);
+    return QCBOR_SUCCESS;
+}
+
+int makeEpochDate(QCBORItem& item) {
+    const uint8_t type = item.uDataType;
+    item.uDataType = QCBOR_TYPE_DATE_EPOCH;
+    if (type == QCBOR_TYPE_INT64) {
+        const int64_t seconds = item.val.int64;
+        item.val.epochDate.nSeconds = seconds;
+        item.val.epochDate.fSecondsFraction = 0;
+        return QCBOR_SUCCESS;
+    }
+    if (type == QCBOR_TYPE_DOUBLE) {
+        return makeEpochDateOfDouble(item);
+    }
+    return type == QCBOR_TYPE_UINT64 ? QCBOR_ERR_DATE_OVERFLOW : QCBOR_ERR_BAD_OPT_TAG;
+}
+
+// A string with a meaning; `val` holds it in the same place under either name.
+int retype(QCBORItem& item, uint8_t from, uint8_t to) {
+    if (item.uDataType != from) {
+        return QCBOR_ERR_BAD_OPT_TAG;
+    }
+    item.uDataType = to;
+    return QCBOR_SUCCESS;
+}
+
+// Dates and big numbers become types of their own; every other tag is only reported.
+int applyTags(QCBORItem& item, uint64_t tagBits) {
+    constexpr uint64_t kTyped = QCBOR_TAGFLAG_DATE_STRING | QCBOR_TAGFLAG_DATE_EPOCH |
+                                QCBOR_TAGFLAG_POS_BIGNUM | QCBOR_TAGFLAG_NEG_BIGNUM;
+    switch (tagBits & kTyped) {
+        case 0:
+            return QCBOR_SUCCESS;
+        case QCBOR_TAGFLAG_DATE_STRING:
+            return retype(item, QCBOR_TYPE_TEXT_STRING, QCBOR_TYPE_DATE_STRING);
+        case QCBOR_TAGFLAG_DATE_EPOCH:
+            return makeEpochDate(item);
+        case QCBOR_TAGFLAG_POS_BIGNUM:
+            return retype(item, QCBOR_TYPE_BYTE_STRING, QCBOR_TYPE_POSBIGNUM);
+        case QCBOR_TAGFLAG_NEG_BIGNUM:
+            return retype(item, QCBOR_TYPE_BYTE_STRING, QCBOR_TYPE_NEGBIGNUM);
+        default:
+            return QCBOR_ERR_BAD_OPT_TAG;
+    }
+}
+
+// Reads a head with all tags before it.
+int readTagged(QCBORDecodeContext& context, QCBORItem& item) {
+    Head head{item};
+    item.uTag = 0;
+    item.uTagBits = 0;
+    for (;;) {
+        const int error = readHead(context, head);
+        if (error != QCBOR_SUCCESS) {
+            return error;
+        }
+        if (item.uDataType != QCBOR_TYPE_OPTTAG) {
+            return applyTags(item, item.uTagBits);
+        }
+        item.uTag = head.tag;
+        item.uTagBits |= tagBit(head.tag);
+    }
+}
+
+// ---- Labels and levels ----
+
+int applyLabel(const QCBORItem& label, uint8_t mode, QCBORItem& item) {
+    if (mode == QCBOR_DECODE_MODE_MAP_STRINGS_ONLY && label.uDataType != QCBOR_TYPE_TEXT_STRING) {
+        return QCBOR_ERR_MAP_LABEL_TYPE;
+    }
+    switch (label.uDataType) {
+        case QCBOR_TYPE_INT64:
+            item.label.int64 = label.val.int64;
+            break;
+        case QCBOR_TYPE_UINT64:
+            item.label.uint64 = label.val.uint64;
+            break;
+        case QCBOR_TYPE_BYTE_STRING:
+        case QCBOR_TYPE_TEXT_STRING:
+            item.label.string = label.val.string;
+            break;
+        default:
+            return QCBOR_ERR_MAP_LABEL_TYPE;
+    }
+    item.uLabelType = label.uDataType;
+    return QCBOR_SUCCESS;
+}
+
+// Reads an entry of the innermost container: an item, or label and value. A label of a wrong type
+// is reported after the value's head was read.
+int readEntry(QCBORDecodeContext& context, QCBORItem& item) {
+    if (!context.Levels[context.uLevel].bMap) {
+        return readTagged(context, item);
+    }
+    QCBORItem label{};
+    const int labelError = readTagged(context, label);
+    if (labelError != QCBOR_SUCCESS) {
+        return labelError;
+    }
+    const int error = readTagged(context, item);
+    return error != QCBOR_SUCCESS ? error : applyLabel(label, context.uDecodeMode, item);
+}
+
+// How many entries the item opens a level for; 0 for an empty container as for a plain item.
+uint32_t entriesOf(const QCBORDecodeContext& context, const QCBORItem& item) {
+    if (item.uDataType != QCBOR_TYPE_ARRAY && item.uDataType != QCBOR_TYPE_MAP) {
+        return 0;
+    }
+    const uint32_t count = item.val.uCount;
+    const bool labelsAreItems =
+        item.uDataType == QCBOR_TYPE_MAP && context.uDecodeMode == QCBOR_DECODE_MODE_MAP_AS_ARRAY;
+    return labelsAreItems ? 2 * count : count;
+}
+
+// Counts the item in its parent, then goes into it if it has content; if not, leaves the levels
+// that it was the last entry of.
+void moveOn(QCBORDecodeContext& context, const QCBORItem& item, uint32_t entries) {
+    if (context.uLevel > 0) {
+        --context.Levels[context.uLevel].uRemaining;
+    }
+    if (entries > 0) {
+        const bool map = item.uDataType == QCBOR_TYPE_MAP &&
+                         context.uDecodeMode != QCBOR_DECODE_MODE_MAP_AS_ARRAY;
+        ++context.uLevel;
+        context.Levels[context.uLevel] = {entries, map};
+    }
+    while (context.uLevel > 0 && context.Levels[context.uLevel].uRemaining == 0) {
+        --context.uLevel;
+    }
+}
+
+}  // namespace
+
+void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode) {
+    *pCtx = {};
+    pCtx->InBuf = Encoded;
+    pCtx->uDecodeMode = static_cast<uint8_t>(nMode);
+}
+
+int QCBORDecode_GetNext(QCBORDecodeContext* pCtx, QCBORItem* pDecodedItem) {
+    // Starts from the caller's item, so that what does not apply stays as it was.
+    QCBORItem item = *pDecodedItem;
+    const int error = readEntry(*pCtx, item);
+    if (error != QCBOR_SUCCESS) {
+        return error;
+    }
+    const uint32_t entries = entriesOf(*pCtx, item);
+    if (entries > 0 && pCtx->uLevel == QCBOR_MAX_ARRAY_NESTING) {
+        return QCBOR_ERR_ARRAY_NESTING_TOO_DEEP;
+    }
+    item.uNestingLevel = pCtx->uLevel;
+    moveOn(*pCtx, item, entries);
+    *pDecodedItem = item;
+    return QCBOR_SUCCESS;
+}
+
+int QCBORDecode_Finish(QCBORDecodeContext* pCtx) {
+    if (unreadSize(*pCtx) > 0) {
+        return QCBOR_ERR_EXTRA_BYTES;
+    }
+    return pCtx->uLevel > 0 ? QCBOR_ERR_ARRAY_OR_MAP_STILL_OPEN : QCBOR_SUCCESS;
+}
