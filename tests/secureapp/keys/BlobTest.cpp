@@ -1,0 +1,239 @@
+#include <algorithm>
+
+#include "Device.h"
+#include "KeyBlob.h"
+
+namespace lumo::test {
+namespace {
+
+const Bytes kBlobKey(32, 7);
+const Bytes kMaterial = {1, 2, 3, 4, 5, 6, 7, 8};
+
+Bytes seal(const ParamSet& authorizations, uint64_t version, bool early_boot_byte = true) {
+    CountingRandom random;
+    return sealBlob({kMaterial, authorizations, Bytes(kKeyIdBytes, 9)}, version, early_boot_byte,
+                    kBlobKey, random);
+}
+
+// In any order.
+bool sameParams(const ParamSet& a, const ParamSet& b) {
+    return a.size() == b.size() && std::is_permutation(a.begin(), a.end(), b.begin());
+}
+
+// One of everything that has a place, and where it then stands.
+struct Placed {
+    keymaster_tag_t tag;
+    uint64_t value;
+    size_t offset;
+    const char* bytes;  // the flag included where it lies in front
+};
+const Placed kPlaced[] = {
+    {KM_TAG_PURPOSE, 2, 28, "02000000"},
+    {KM_TAG_BLOCK_MODE, 32, 62, "20000000"},
+    {KM_TAG_DIGEST, 4, 86, "04000000"},
+    {KM_TAG_PADDING, 64, 122, "40000000"},
+    {KM_TAG_USER_SECURE_ID, 0x1122334455667788, 195, "8877665544332211"},
+    {KM_TAG_ALGORITHM, 128, 52, "0180000000"},
+    {KM_TAG_KEY_SIZE, 64, 57, "0140000000"},
+    {KM_TAG_CALLER_NONCE, 1, 158, "01"},
+    {KM_TAG_MIN_MAC_LENGTH, 128, 159, "0180000000"},
+    {KM_TAG_EC_CURVE, 3, 164, "0103000000"},
+    {KM_TAG_RSA_PUBLIC_EXPONENT, 65537, 169, "010100010000000000"},
+    {KM_TAG_INCLUDE_UNIQUE_ID, 1, 178, "01"},
+    {KM_TAG_BLOB_USAGE_REQUIREMENTS, 0, 179, "0100000000"},
+    {KM_TAG_MIN_SECONDS_BETWEEN_OPS, 5, 184, "0105000000"},
+    {KM_TAG_MAX_USES_PER_BOOT, 6, 189, "0106000000"},
+    {KM_TAG_ALL_USERS, 1, 194, "01"},
+    {KM_TAG_NO_AUTH_REQUIRED, 1, 239, "01"},
+    {KM_TAG_USER_AUTH_TYPE, 0xFFFFFFFF, 240, "01ffffffff"},
+    {KM_TAG_AUTH_TIMEOUT, 2, 245, "0102000000"},
+    {KM_TAG_ALL_APPLICATIONS, 1, 250, "01"},
+    {KM_TAG_EXPORTABLE, 1, 251, "01"},
+    {KM_TAG_ORIGIN, 2, 252, "0102000000"},
+    {KM_TAG_ROLLBACK_RESISTANCE, 1, 257, "01"},
+    {KM_TAG_OS_VERSION, 110000, 258, "01b0ad0100"},
+    {KM_TAG_OS_PATCHLEVEL, 202012, 263, "011c150300"},
+    {KM_TAG_HARDWARE_TYPE, 1, 319, "01000000"},
+    {KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, 1, 323, "01"},
+    {KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, 1, 324, "01"},
+    {KM_TAG_VENDOR_PATCHLEVEL, 20201205, 325, "f53e340101"},
+    {KM_TAG_BOOT_PATCHLEVEL, 20201206, 330, "f63e340101"},
+    {KM_TAG_EARLY_BOOT_ONLY, 1, 351, "01"},
+    {KM_TAG_ACTIVE_DATETIME, 0x0102030405, 277, "010504030201000000"},
+    {KM_TAG_ORIGINATION_EXPIRE_DATETIME, 1, 286, "010100000000000000"},
+    {KM_TAG_USAGE_EXPIRE_DATETIME, 2, 295, "010200000000000000"},
+    {KM_TAG_USER_ID, 10, 304, "010a000000"},
+    {KM_TAG_ALLOW_WHILE_ON_BODY, 1, 309, "01"},
+    {KM_TAG_CREATION_DATETIME, 1600000000000, 310, "0100806e8774010000"},
+    {KM_TAG_UNLOCKED_DEVICE_REQUIRED, 1, 344, "01"},
+};
+
+ParamSet everything() {
+    ParamSet params;
+    for (const Placed& each : kPlaced) params.add(intParam(each.tag, each.value));
+    return params;
+}
+
+std::string hexAt(const Bytes& blob, size_t offset, size_t size) {
+    return toHex(ByteView(blob).sub(offset, size));
+}
+
+// The clear part of 4.4, every byte of it.
+TEST(KeyBlob, LaysTheClearPartOutAsTheHalReadsIt) {
+    const Bytes blob = seal(everything(), kBlobVersion4_4);
+    std::string expected = std::string(2 * 352, '0');
+    const auto put = [&expected](size_t offset, const std::string& hex) {
+        expected.replace(2 * offset, hex.size(), hex);
+    };
+    put(0,
+        "444b4d4b00000000"
+        "0400000004000000");
+    put(24, "1f000000");   // 31 hardware-enforced
+    put(273, "07000000");  // 7 software-enforced
+    for (const size_t count : {48U, 82U, 118U, 154U, 235U}) put(count, "01000000");
+    for (const Placed& each : kPlaced) put(each.offset, each.bytes);
+    EXPECT_EQ(hexAt(blob, 0, 352), expected);
+    EXPECT_GT(blob.size(), 394U);
+}
+
+TEST(KeyBlob, OldVersionsSealWhatTheyHaveNoPlaceFor) {
+    struct Case {
+        uint64_t version;
+        bool early_boot_byte;
+        const char* hardware_count;
+        const char* software_count;
+        const char* timeout;  // at 245
+        size_t num_sealed;
+    };
+    const Case cases[] = {
+        {kBlobVersion3_0, true, "19000000", "06000000", "01d0070000", 7},
+        {kBlobVersion4_0, true, "19000000", "06000000", "01d0070000", 7},
+        {kBlobVersion4_1, true, "1e000000", "07000000", "0102000000", 1},
+        {0x400000003, true, "1e000000", "07000000", "0102000000", 1},
+        {kBlobVersion4_4, true, "1f000000", "07000000", "0102000000", 0},
+        {kBlobVersion4_4, false, "1e000000", "07000000", "0102000000", 1},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.version);
+        const Bytes blob = seal(everything(), each.version, each.early_boot_byte);
+        EXPECT_EQ(hexAt(blob, 24, 4), each.hardware_count);
+        EXPECT_EQ(hexAt(blob, 273, 4), each.software_count);
+        EXPECT_EQ(hexAt(blob, 245, 5), each.timeout);
+        const OpenedKey key = openBlob(blob, kBlobKey);
+        EXPECT_EQ(key.sealed.size(), each.num_sealed);
+        ParamSet all = everything();
+        if (each.version < kBlobVersion4_1) {
+            all = with(without(all, KM_TAG_ROLLBACK_RESISTANCE),
+                       {boolParam(KM_TAG_ROLLBACK_RESISTANT)});
+        }
+        EXPECT_TRUE(sameParams(key.all(), all));
+        EXPECT_EQ(key.material, kMaterial);
+    }
+}
+
+TEST(KeyBlob, SealsWhatExceedsItsField) {
+    ParamSet params = {intParam(KM_TAG_AUTH_TIMEOUT, 5'000'000),
+                       bytesParam(static_cast<keymaster_tag_t>(KM_BYTES | 12345), Bytes{1, 2})};
+    for (uint64_t id = 1; id <= 6; ++id) params.add(intParam(KM_TAG_USER_SECURE_ID, id));
+    // 5,000,000 seconds are too many milliseconds for 32 bits.
+    const OpenedKey old = openBlob(seal(params, kBlobVersion4_0), kBlobKey);
+    EXPECT_EQ(old.hardware.count(KM_TAG_USER_SECURE_ID), 5U);
+    ASSERT_EQ(old.sealed.size(), 3U);
+    EXPECT_EQ(old.sealed[0], intParam(KM_TAG_AUTH_TIMEOUT, 5'000'000));
+    EXPECT_EQ(old.sealed[1].bytes, (Bytes{1, 2}));
+    EXPECT_EQ(old.sealed[2], intParam(KM_TAG_USER_SECURE_ID, 6));
+    EXPECT_EQ(openBlob(seal(params, kBlobVersion4_1), kBlobKey).sealed.size(), 2U);
+}
+
+TEST(KeyBlob, RefusesEveryChangedByteAndLength) {
+    Device device;
+    const Bytes blob = device->generateKey(ecKey());
+    const auto use = [&](const Bytes& changed) {
+        return errorOf([&] { device->exportKey(KM_KEY_FORMAT_X509, changed, {}); });
+    };
+    ASSERT_EQ(use(blob), KM_ERROR_OK);
+    for (size_t i = 0; i < blob.size(); ++i) {
+        Bytes changed = blob;
+        changed[i] ^= static_cast<uint8_t>(1U << (i % 8));
+        ASSERT_EQ(use(changed), KM_ERROR_INVALID_KEY_BLOB) << "byte " << i;
+    }
+    for (size_t size = 0; size < blob.size(); ++size) {
+        ASSERT_EQ(use(ByteView(blob).sub(0, size).copy()), KM_ERROR_INVALID_KEY_BLOB) << size;
+    }
+    Bytes longer = blob;
+    longer.push_back(0);
+    EXPECT_EQ(use(longer), KM_ERROR_INVALID_KEY_BLOB);
+}
+
+TEST(KeyBlob, IsBoundToApplicationIdAndData) {
+    const auto binding = [](const Bytes& id, const Bytes& data) -> ParamSet {
+        return {bytesParam(KM_TAG_APPLICATION_ID, id), bytesParam(KM_TAG_APPLICATION_DATA, data)};
+    };
+    const Bytes ab = {'a', 'b'};
+    const Bytes c = {'c'};
+    struct Case {
+        ParamSet made_with;
+        ParamSet opened_with;
+        keymaster_error_t error;
+    };
+    const Case cases[] = {
+        {binding(ab, c), binding(ab, c), KM_ERROR_OK},
+        {binding(ab, c), {}, KM_ERROR_INVALID_KEY_BLOB},
+        {binding(ab, c), {bytesParam(KM_TAG_APPLICATION_ID, ab)}, KM_ERROR_INVALID_KEY_BLOB},
+        {binding(ab, c), {bytesParam(KM_TAG_APPLICATION_DATA, c)}, KM_ERROR_INVALID_KEY_BLOB},
+        // The same bytes, split elsewhere.
+        {binding(ab, c), binding({'a'}, {'b', 'c'}), KM_ERROR_INVALID_KEY_BLOB},
+        {{}, binding({}, {}), KM_ERROR_OK},
+        {binding({}, {}), {}, KM_ERROR_OK},
+        {{}, {bytesParam(KM_TAG_APPLICATION_ID, ab)}, KM_ERROR_INVALID_KEY_BLOB},
+    };
+    Device device;
+    for (const Case& each : cases) {
+        SCOPED_TRACE(&each - cases);
+        const Bytes blob = device->generateKey(with(aesKey(), each.made_with));
+        EXPECT_EQ(errorOf([&] { device->characteristics(blob, each.opened_with); }), each.error);
+        const ParamSet all = device->characteristics(blob, each.made_with).all();
+        EXPECT_FALSE(all.contains(KM_TAG_APPLICATION_ID));
+        EXPECT_FALSE(all.contains(KM_TAG_APPLICATION_DATA));
+    }
+}
+
+TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
+    struct Case {
+        const char* what;
+        void (*change)(Device&);
+        keymaster_error_t error;
+    };
+    const Case cases[] = {
+        {"nothing", [](Device&) {}, KM_ERROR_OK},
+        {"verified boot key", [](Device& d) { d.world.verified_boot_key[31] = 1; },
+         KM_ERROR_INVALID_KEY_BLOB},
+        {"lock", [](Device& d) { d.world.device_locked = true; }, KM_ERROR_INVALID_KEY_BLOB},
+        {"level", [](Device& d) { d.options.level = kStrongBox; }, KM_ERROR_INVALID_KEY_BLOB},
+        {"device key", [](Device& d) { d.state.records["device-key"][0] ^= 1; },
+         KM_ERROR_INVALID_KEY_BLOB},
+        {"shared secret", [](Device& d) { d.shared.records["shared-secret"][0] ^= 1; },
+         KM_ERROR_INVALID_KEY_BLOB},
+        {"boot state word", [](Device& d) { d.world.verified_boot_state = 0; }, KM_ERROR_OK},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        Device device;
+        const Bytes blob = device->generateKey(aesKey());
+        each.change(device);
+        device.boot();
+        EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), each.error);
+    }
+}
+
+// A device key of the wrong length would silently orphan every key.
+TEST(KeyBlob, ReportsADamagedDeviceKey) {
+    Device device;
+    device->generateKey(aesKey());
+    device.state.records["device-key"].pop_back();
+    device.boot();
+    EXPECT_THROW(device->generateKey(aesKey()), StateError);
+}
+
+}  // namespace
+}  // namespace lumo::test
