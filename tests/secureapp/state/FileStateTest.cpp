@@ -137,10 +137,11 @@ TEST(FileState, SurvivesAKillAtAnyMoment) {
             }
         }
         ::close(told[1]);
-        ::usleep(static_cast<useconds_t>(500 + 397 * round));
+        uint32_t finished = last;
+        EXPECT_EQ(::read(told[0], &finished, sizeof(finished)), sizeof(finished));
+        ::usleep(static_cast<useconds_t>(97 * round));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        uint32_t finished = last;
         for (uint32_t number = 0; ::read(told[0], &number, sizeof(number)) == sizeof(number);) {
             finished = number;
         }
@@ -151,7 +152,7 @@ TEST(FileState, SurvivesAKillAtAnyMoment) {
         ASSERT_TRUE(*found == record(finished) || *found == record(finished + 1)) << round;
         last = *found == record(finished) ? finished : finished + 1;
     }
-    EXPECT_GT(last, 40U);
+    EXPECT_GE(last, 40U);
     put(state, "key", Bytes{1});
 }
 
