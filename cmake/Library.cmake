@@ -2,6 +2,12 @@
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
+    crypto/KeyBlobReader.cpp
+    device/AttestationDates.cpp
+    device/KeymasterHalDevice.cpp
+    device/KeymasterHalDeviceCbor.cpp
+    serialize/CborHelpers.cpp
+    serialize/KeymasterSerialize.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
@@ -20,6 +26,9 @@ lumo_library(lumokeymaster4_static STATIC ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
 
 # The product, with its exports chosen by the version script.
+if(NOT TARGET lumo_transport)
+    return()
+endif()
 lumo_library(lumokeymaster4 SHARED ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4 PUBLIC lumokeymaster4_headers lumo_transport)
 target_link_options(lumokeymaster4 PRIVATE
