@@ -2,6 +2,18 @@
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
+    device/legacy/FbeKey.cpp
+    device/legacy/LegacyAttestation.cpp
+    device/legacy/LegacyEcKey.cpp
+    device/legacy/LegacyExchange.cpp
+    device/legacy/LegacyExport.cpp
+    device/legacy/LegacyHmac.cpp
+    device/legacy/LegacyKeyBlobs.cpp
+    device/legacy/LegacyKeyCommands.cpp
+    device/legacy/LegacyOperations.cpp
+    device/legacy/LegacyParams.cpp
+    device/legacy/LegacyRootOfTrust.cpp
+    device/legacy/LegacyVerification.cpp
     crypto/KeyBlobReader.cpp
     device/AttestationDates.cpp
     device/KeymasterHalDevice.cpp
