@@ -15,11 +15,19 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyRootOfTrust.cpp
     device/legacy/LegacyVerification.cpp
     crypto/KeyBlobReader.cpp
+    crypto/KeymasterCryptoDevice.cpp
+    crypto/TagNames.cpp
     device/AttestationDates.cpp
     device/KeymasterHalDevice.cpp
     device/KeymasterHalDeviceCbor.cpp
+    device/KeymasterHalDeviceDiagnostics.cpp
     serialize/CborHelpers.cpp
     serialize/KeymasterSerialize.cpp
+    service/AuthTokenParams.cpp
+    service/Keymaster41Device.cpp
+    service/Keymaster4Device.cpp
+    service/KmParamSet.cpp
+    service/PlatformVersion.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)

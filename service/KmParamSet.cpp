@@ -18,6 +18,13 @@ keymaster_key_param_t* allocateParams(size_t count) {
     return new keymaster_key_param_t[count]();
 }
 
+// By its byte: a client's message may hold other values than those of a C++ boolean.
+bool isTrue(const KeyParameter::IntegerParams& value) {
+    uint8_t byte = 0;
+    std::memcpy(&byte, &value.boolValue, sizeof(byte));
+    return byte != 0;
+}
+
 void toKeymaster(const KeyParameter& from, keymaster_key_param_t* to) {
     const auto tag = static_cast<keymaster_tag_t>(from.tag);
     to->tag = tag;
@@ -35,8 +42,8 @@ void toKeymaster(const KeyParameter& from, keymaster_key_param_t* to) {
             return;
         case KM_BOOL:
             // Kept: a false boolean is carried as an invalid entry rather than left out.
-            to->boolean = from.f.boolValue;
-            if (!from.f.boolValue) to->tag = KM_TAG_INVALID;
+            to->boolean = isTrue(from.f);
+            if (!to->boolean) to->tag = KM_TAG_INVALID;
             return;
         case KM_BIGNUM:
         case KM_BYTES:
