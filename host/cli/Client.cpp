@@ -71,8 +71,7 @@ void endAfterFatalLog(const char* message) {
     const TransportStatus status = lastTransportFailure();
     const bool known = status.kind != TransportStatus::ok;
     std::cerr << "lumokm: the keymaster service did not start: "
-              << (known ? status.message
-                        : std::string(message) + "; -v shows the library's log")
+              << (known ? status.message : std::string(message) + "; -v shows the library's log")
               << std::endl;
     _exit(static_cast<int>(known ? statusOf(status.kind) : Exit::transport));
 }

@@ -25,8 +25,8 @@ using Device41 = km::V4_1::IKeymasterDevice;
 sp<Device> connect(SecurityLevel level);
 sp<Device41> connect41(SecurityLevel level);
 
-// Lines of the library's log go to standard error, or nowhere. A fatal one ends the process with the
-// client's own message and status.
+// Lines of the library's log go to standard error, or nowhere. A fatal one ends the process with
+// the client's own message and status.
 void routeLog(bool verbose);
 
 // Throws the Failure of a call that did not end in OK; `doing` completes "could not ...".

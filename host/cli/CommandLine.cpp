@@ -1,7 +1,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <algorithm>
 #include <new>
 
 #include "Command.h"
@@ -55,7 +55,7 @@ class CommandLine {
         } catch (const CLI::Success& success) {
             return app_.exit(success);
         } catch (const CLI::ParseError& error) {
-            return report(Exit::usage, chosen(), error.what() + seeHelp());
+            return report(Exit::usage, chosen(), explain(error) + seeHelp());
         }
         routeLog(common_.verbose);
         return carryOut();
@@ -73,6 +73,14 @@ class CommandLine {
     std::string chosen() const {
         const auto commands = app_.get_subcommands();
         return commands.empty() ? "" : commands.front()->get_name();
+    }
+
+    // CLI11 asks for a subcommand also where it was given one that does not exist.
+    std::string explain(const CLI::ParseError& error) const {
+        if (!chosen().empty()) return error.what();
+        const std::vector<std::string> rest = app_.remaining();
+        return rest.empty() ? "a command is required"
+                            : "there is no command '" + rest.front() + "'";
     }
 
     std::string seeHelp() const {

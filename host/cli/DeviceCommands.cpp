@@ -1,9 +1,8 @@
 // Commands about the device as a whole.
 
+#include <android-base/properties.h>
 #include <lumo/Properties.h>
 #include <stdlib.h>
-
-#include <android-base/properties.h>
 
 #include "Command.h"
 #include "Files.h"

@@ -32,7 +32,8 @@ FileDescriptor openInput(const std::string& path) {
     }
     static bool taken = false;
     if (std::exchange(taken, true)) {
-        throw Failure(Exit::usage, "only one input can be standard input; give the others as files");
+        throw Failure(Exit::usage,
+                      "only one input can be standard input; give the others as files");
     }
     return FileDescriptor(dup(STDIN_FILENO));
 }

@@ -43,13 +43,13 @@ class Input {
     FileDescriptor file_;
 };
 
-// The whole of a small file: a key, a signature, a token. Throws Failure where it is larger than any
-// of these can be.
+// The whole of a small file: a key, a signature, a token. Throws Failure where it is larger than
+// any of these can be.
 Bytes readSmallFile(const std::string& path);
 
-// Writes a file so that it appears whole or not at all. Without commit() nothing of it remains, even
-// when the process is killed. What goes to standard output, a pipe or a device is written at once,
-// unless it is to be held back. Every call throws Failure where the file cannot be written.
+// Writes a file so that it appears whole or not at all. Without commit() nothing of it remains,
+// even when the process is killed. What goes to standard output, a pipe or a device is written at
+// once, unless it is to be held back. Every call throws Failure where the file cannot be written.
 class Output {
   public:
     enum class Kind {

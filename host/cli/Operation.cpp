@@ -38,9 +38,7 @@ void fill(Input& input, Bytes& pending) {
 }  // namespace
 
 Operation::Operation(sp<Device> device, OperationRequest request)
-    : device_(std::move(device)),
-      request_(std::move(request)),
-      doing_(verbOf(request_.purpose)) {
+    : device_(std::move(device)), request_(std::move(request)), doing_(verbOf(request_.purpose)) {
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     require(doing_,
             device_->begin(request_.purpose, request_.key, request_.parameters, request_.token,
@@ -102,13 +100,13 @@ void Operation::finish(const std::vector<KeyParameter>& parameters, const Bytes&
                        const Sink& sink) {
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     Bytes output;
-    requireStep(device_->finish(handle_, parameters, {}, signature, request_.token, {},
-                                [&](ErrorCode code, const auto& /*parameters*/,
-                                    const HidlBytes& bytes) {
-                                    error = code;
-                                    output = bytes;
-                                }),
-                error);
+    requireStep(
+        device_->finish(handle_, parameters, {}, signature, request_.token, {},
+                        [&](ErrorCode code, const auto& /*parameters*/, const HidlBytes& bytes) {
+                            error = code;
+                            output = bytes;
+                        }),
+        error);
     live_ = false;
     sink(output);
 }

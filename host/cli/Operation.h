@@ -21,8 +21,8 @@ struct OperationRequest {
 // Receives output in the order in which it comes.
 using Sink = std::function<void(const Bytes& output)>;
 
-// Aborts the operation where it was not finished. Every call throws Failure where it is refused, and
-// the operation is over then.
+// Aborts the operation where it was not finished. Every call throws Failure where it is refused,
+// and the operation is over then.
 class Operation {
   public:
     // Largest input of one update.

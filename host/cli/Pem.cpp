@@ -66,7 +66,8 @@ Bytes privateKeyDer(const Bytes& file) {
     PemBlock block = firstBlock(file);
     if (block.label == "PRIVATE KEY") return std::move(block.data);
     if (block.label == "ENCRYPTED PRIVATE KEY") {
-        throw Failure(Exit::usage, "the key is encrypted; first run openssl pkcs8 -in KEY -out NEW");
+        throw Failure(Exit::usage,
+                      "the key is encrypted; first run openssl pkcs8 -in KEY -out NEW");
     }
     throw Failure(Exit::usage, "the PEM text holds a " + block.label +
                                    ", not a PKCS#8 PRIVATE KEY; first run openssl pkcs8 -topk8 "

@@ -12,8 +12,8 @@ namespace lumo::cli {
 // Keeps the order in which members were added.
 using Report = nlohmann::ordered_json;
 
-// One member for each tag, by its published name; repeatable tags are arrays. Enumerations and dates
-// are text, bytes hexadecimal, numbers numbers.
+// One member for each tag, by its published name; repeatable tags are arrays. Enumerations and
+// dates are text, bytes hexadecimal, numbers numbers.
 Report describe(const std::vector<KeyParameter>& parameters);
 
 // {"hardwareEnforced": ..., "softwareEnforced": ...}

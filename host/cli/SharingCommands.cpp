@@ -90,9 +90,10 @@ Bytes agreeBetweenLevels() {
     });
     const Bytes check = agree(devices[0], parameters);
     if (agree(devices[1], parameters) != check) {
-        throw Failure(Exit::check,
-                      "the trusted environment and StrongBox do not agree on the HMAC key; see that "
-                      "they share one state");
+        throw Failure(
+            Exit::check,
+            "the trusted environment and StrongBox do not agree on the HMAC key; see that "
+            "they share one state");
     }
     return check;
 }

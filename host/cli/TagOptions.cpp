@@ -8,8 +8,7 @@ namespace lumo::cli {
 namespace {
 
 Failure badValue(const TagOption& row, const std::string& text, const std::string& expected) {
-    return Failure(Exit::usage,
-                   std::string(row.option) + ": '" + text + "' is not " + expected);
+    return Failure(Exit::usage, std::string(row.option) + ": '" + text + "' is not " + expected);
 }
 
 std::string expectedWords(Tag tag) {
