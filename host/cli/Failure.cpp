@@ -38,6 +38,7 @@ constexpr Advice kAdvice[] = {
     {ErrorCode::VERIFICATION_FAILED,
      "key, data, signature or tag, or a parameter is not the one that it was made with"},
     {ErrorCode::TOO_MANY_OPERATIONS, "wait until other operations have ended"},
+    {ErrorCode::UNEXPECTED_NULL_POINTER, "a file or the list of parameters is empty"},
     {ErrorCode::INVALID_KEY_BLOB,
      "give the unchanged key file of this state and security level, with the --app-id and "
      "--app-data it was made with"},

@@ -285,6 +285,14 @@ Action declareExport(CLI::App& app, const Common& common) {
     };
 }
 
+// The service takes no empty set. What upgrading does not look at stands in where nothing is
+// needed.
+std::vector<KeyParameter> upgradeParameters(const KeyArguments& key) {
+    std::vector<KeyParameter> parameters = key.binding();
+    if (parameters.empty()) parameters.push_back(makeBool(Tag::NO_AUTH_REQUIRED));
+    return parameters;
+}
+
 Action declareUpgrade(CLI::App& app, const Common& common) {
     struct Arguments {
         KeyArguments key;
@@ -300,7 +308,7 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
         Bytes upgraded;
         const sp<Device> device = connect(common.level());
         require("upgrade the key",
-                device->upgradeKey(blob, arguments->key.binding(),
+                device->upgradeKey(blob, upgradeParameters(arguments->key),
                                    [&](ErrorCode code, const HidlBytes& bytes) {
                                        error = code;
                                        upgraded = bytes;

@@ -94,9 +94,10 @@ constexpr FailureCase kRefused[] = {
     {"lumokm sign -k ec.key -i data -o x", 3, "UNSUPPORTED_DIGEST (-12); give one --digest"},
     {"lumokm encrypt -k ec.key -i data -o x", 3, "UNSUPPORTED_PURPOSE (-2)"},
     {"lumokm characteristics -k data", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm characteristics -k bound.key", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm characteristics -k bound.key --app-id you", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm characteristics -k ec.key --strongbox", 3, "INVALID_KEY_BLOB (-33)"},
+    {"lumokm export -k bound.key", 3, "INVALID_KEY_BLOB (-33)"},
+    {"lumokm export -k bound.key --app-id you", 3, "INVALID_KEY_BLOB (-33)"},
+    {"lumokm export -k ec.key --strongbox", 3, "INVALID_KEY_BLOB (-33)"},
+    {"lumokm attest -k ec.key -o x", 3, "UNEXPECTED_NULL_POINTER (-32); a file or"},
     {"lumokm export -k aes.key -o x", 3, "UNSUPPORTED_KEY_FORMAT (-17)"},
     {"lumokm export -k ec.key --format pkcs8 -o x", 3, "UNSUPPORTED_KEY_FORMAT (-17)"},
     {"lumokm encrypt -k aes.key --mode cbc --padding pkcs7 --nonce "
