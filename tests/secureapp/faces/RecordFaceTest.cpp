@@ -2,7 +2,7 @@
 #include <openssl/ec.h>
 #include <openssl/objects.h>
 
-#include "../attestation/WrappedKeyVector.h"
+#include "WrappedKeyVector.h"
 #include "App.h"
 
 namespace lumo::test {

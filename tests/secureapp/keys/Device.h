@@ -6,7 +6,7 @@
 #include <memory>
 #include <sstream>
 
-#include "../attestation/Hex.h"
+#include "Hex.h"
 #include "Keymaster.h"
 #include "TestServices.h"
 

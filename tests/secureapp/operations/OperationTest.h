@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../attestation/Hex.h"
+#include "Hex.h"
 #include "../support/TestServices.h"
 #include "Crypto.h"
 #include "Keymaster.h"

@@ -31,7 +31,7 @@ ScratchFolder::~ScratchFolder() {
 }
 
 std::string ScratchFolder::write(const std::string& name, secureapp::ByteView content) const {
-    const std::string file = folder_ + "/" + name;
+    const std::string file = path(name);
     std::ofstream out(file, std::ios::binary);
     for (const uint8_t byte : content) out.put(static_cast<char>(byte));
     return file;

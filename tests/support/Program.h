@@ -21,6 +21,8 @@ class ScratchFolder {
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
+    // Of a file in it; without a name its own.
+    std::string path(const std::string& name = "") const { return folder_ + "/" + name; }
     // Writes a file and returns its path.
     std::string write(const std::string& name, secureapp::ByteView content) const;
 
