@@ -26,10 +26,20 @@ struct KeymasterOptions {
     uint64_t blob_version = kBlobVersion4_1;
     // Whether blobs of keys for early boot may take version 4.4, whose clear part reports that.
     bool early_boot_blobs = true;
+    // Whether the wall clock can be trusted. Otherwise the dates of a key are its caller's to
+    // enforce.
+    bool trusted_clock = false;
 };
 
-// A key blob opened.
+// A key blob opened. The material is wiped when it goes.
 struct OpenedKey {
+    OpenedKey() = default;
+    OpenedKey(OpenedKey&&) = default;
+    OpenedKey& operator=(OpenedKey&&) = default;
+    OpenedKey(const OpenedKey&) = default;
+    OpenedKey& operator=(const OpenedKey&) = default;
+    ~OpenedKey();
+
     Bytes material;     // PKCS#8 of RSA and EC keys; the bytes of others
     ParamSet hardware;  // as the clear part reports them
     ParamSet software;
@@ -66,13 +76,16 @@ struct PublicKeyParts {
     Bytes x, y;               // EC, big-endian, minimal
 };
 
-class Operation;
+// The boot loader's colours, by the numbers that it sends.
+enum class BootColor : uint32_t { kGreen = 0, kOrange = 1, kYellow = 2, kRed = 3 };
 
 class Keymaster {
   public:
     // `shared_state` holds what all instances of one device share; see SharedHmac.
     Keymaster(const KeymasterOptions& options, World world, State& state, State& shared_state,
               Clock& clock, RandomSource& random);
+    Keymaster(const Keymaster&) = delete;
+    Keymaster& operator=(const Keymaster&) = delete;
     ~Keymaster();
 
     const KeymasterOptions& options() const { return options_; }
@@ -111,8 +124,8 @@ class Keymaster {
 
     void earlyBootEnded();
     void deviceLocked(bool password_only);
-    // From the boot loader, before anything else; a second time in a boot is
-    // KM_ERROR_ROOT_OF_TRUST_ALREADY_SET.
+    // From the boot loader, before anything else. Once set, or once a key was made or opened, it
+    // stands for this boot: KM_ERROR_ROOT_OF_TRUST_ALREADY_SET. `color` is a BootColor.
     void setRootOfTrust(ByteView verified_boot_key);
     void setBootState(bool locked, uint32_t color, uint32_t system_version,
                       uint32_t system_patchlevel);
@@ -120,12 +133,29 @@ class Keymaster {
     void pressButton();
 
     // The pieces that several source files share.
-    OpenedKey openForUse(ByteView blob, const ParamSet& binding);  // also checks version binding
+
+    // Opens a key to be used: KM_ERROR_INVALID_KEY_BLOB where it does not open or may not be used
+    // here, KM_ERROR_KEY_REQUIRES_UPGRADE where it was made for other versions.
+    OpenedKey openForUse(ByteView blob, const ParamSet& binding);
+    // Makes the blob of a new key. `params` passed the rules of creation; what `material` says of
+    // the key is added here.
     Bytes createKey(const ParamSet& params, uint32_t origin, ByteView material);
+    // All of an import: the rules of creation, the material against `params`, the blob.
     Bytes importMaterial(const ParamSet& params, uint32_t format, ByteView data, uint32_t origin);
 
   private:
     struct Impl;
+
+    void requireConfigured() const;
+    const Bytes& blobSecret();
+    OpenedKey open(ByteView blob, const ParamSet& binding);
+    OpenedKey openCurrent(ByteView blob, const ParamSet& binding);
+    OpenedKey openForExport(uint32_t format, ByteView blob, const ParamSet& binding);
+    ParamSet acceptedParams(const ParamSet& params) const;
+    // `replaced`: the blob that the new one stands in for, or empty.
+    Bytes sealKey(ByteView material, const Bytes& id, ParamSet authorizations,
+                  const ParamSet& binding, ByteView replaced);
+    uint64_t newHandle();
 
     KeymasterOptions options_;
     World world_;

@@ -18,10 +18,9 @@ struct Profile {
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
     uint64_t blob_version = kBlobVersion4_1;
-    bool date_support = true;  // false: the probe is answered with KM_ERROR_INVALID_TAG
-    bool converts_ec_keys =
-        true;  // false: takes EC imports as records, gives keys and signatures raw
-    bool encodes_public_keys = true;
+    bool date_support = true;         // false: the probe is answered with KM_ERROR_INVALID_TAG
+    bool converts_ec_keys = true;     // false: takes EC private keys as records
+    bool encodes_public_keys = true;  // false: gives public keys as their parts
 };
 
 // cbor, legacy-4, legacy-3, legacy-3-encoding; null for another name.
@@ -49,6 +48,10 @@ class SecureApp {
     // may have labelled beforehand; the answer is written there. Returns the transport's result: 0,
     // or KM_ERROR_INSUFFICIENT_BUFFER_SPACE when not even a status fits.
     keymaster_error_t handleRecord(ByteView request, uint8_t* response, size_t capacity);
+
+    // The same for a carrier without shared memory: `area` is the labelled start of an area of
+    // `capacity` bytes. Returns the bytes to put there; none when not even a status fits.
+    Bytes answerRecord(ByteView request, ByteView area, size_t capacity);
 
     Keymaster& keymaster();
 

@@ -1,0 +1,47 @@
+// What the source files of Keymaster share of its inside. For the Keymaster*.cpp files only.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "AccessControl.h"
+#include "Keymaster.h"
+#include "Operation.h"
+#include "RollbackRegistry.h"
+#include "Secret.h"
+
+namespace lumo::secureapp {
+
+// Names of the records in the keymaster's own state.
+constexpr char kDeviceKeyRecord[] = "device-key";
+constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // there once the device ids are gone
+
+// Names of the records that the instances of one device share.
+constexpr char kSharedSecretRecord[] = "shared-secret";
+
+constexpr size_t kSecretRecordBytes = 32;
+
+struct RunningOperation {
+    std::unique_ptr<Operation> operation;
+    bool controlled = false;  // whether access control has admitted it
+    Admission admission;
+};
+
+struct Keymaster::Impl {
+    Impl(Clock& clock, bool trusted_clock, State& state)
+        : access(clock, trusted_clock), rollback(state) {}
+
+    AccessControl access;
+    RollbackRegistry rollback;
+    bool early_boot = true;
+    bool root_of_trust_set = false;
+    bool boot_state_set = false;
+
+    std::optional<ParamSet> configured;  // as the HAL delivered it
+    ParamSet versions;                   // the version tags of new keys
+
+    Secret blob_secret;  // empty until a key is made or opened
+    std::map<uint64_t, RunningOperation> operations;
+};
+
+}  // namespace lumo::secureapp

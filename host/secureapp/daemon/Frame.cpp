@@ -1,0 +1,134 @@
+#include "Frame.h"
+
+#include "RecordReader.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr uint32_t kRequestMagic = 0x514D554C;  // "LUMQ"
+constexpr uint32_t kReplyMagic = 0x524D554C;    // "LUMR"
+constexpr uint32_t kProtocolVersion = 1;
+
+// Headers, word by word.
+enum RequestWord : size_t {
+    kRequestMagicWord,
+    kKind,
+    kLevel,
+    kCommand,
+    kCapacity,
+    kAreaLength,
+    kRequestBodyLength,
+    kRequestWords,
+};
+enum ReplyWord : size_t { kReplyMagicWord, kError, kReplyBodyLength, kTextLength, kReplyWords };
+enum FactWord : size_t {
+    kVersion,
+    kLegacy,
+    kKeymasterVersion,
+    kTaMinorVersion,
+    kHalMinorVersion,
+    kFactWords,
+};
+
+Bytes readBytes(Channel& channel, size_t size, Channel::Deadline deadline) {
+    Bytes bytes(size);
+    channel.read(bytes.data(), size, deadline);
+    return bytes;
+}
+
+size_t bounded(uint32_t size, size_t limit) {
+    if (size > limit) throw ChannelError("a frame is too large");
+    return size;
+}
+
+void append(Bytes& frame, ByteView bytes) {
+    frame.insert(frame.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadline deadline) {
+    RecordWriter header(kRequestWords);
+    header.word(kRequestMagicWord, kRequestMagic);
+    header.word(kKind, static_cast<uint32_t>(request.kind));
+    header.word(kLevel, request.level);
+    header.word(kCommand, request.command);
+    header.word(kCapacity, request.capacity);
+    header.word(kAreaLength, static_cast<uint32_t>(request.area.size()));
+    header.word(kRequestBodyLength, static_cast<uint32_t>(request.body.size()));
+    Bytes frame = header.take();
+    append(frame, request.area);
+    append(frame, request.body);
+    channel.write(frame, deadline);
+}
+
+RequestFrame readRequest(Channel& channel, Channel::Deadline deadline) {
+    const Bytes bytes = readBytes(channel, kRequestWords * kWordBytes, deadline);
+    const RecordReader header(bytes, kRequestWords);
+    if (header.word(kRequestMagicWord) != kRequestMagic) {
+        throw ChannelError("what came is no request");
+    }
+    RequestFrame request;
+    request.kind = static_cast<FrameKind>(header.word(kKind));
+    request.level = header.word(kLevel);
+    request.command = header.word(kCommand);
+    request.capacity = static_cast<uint32_t>(bounded(header.word(kCapacity), kLargestCapacity));
+    const size_t area = bounded(header.word(kAreaLength), kLargestArea);
+    const size_t body = bounded(header.word(kRequestBodyLength), kLargestBody);
+    request.area = readBytes(channel, area, deadline);
+    request.body = readBytes(channel, body, deadline);
+    return request;
+}
+
+void writeReply(Channel& channel, const ReplyFrame& reply, Channel::Deadline deadline) {
+    const std::string text = reply.text.substr(0, kLargestText);
+    RecordWriter header(kReplyWords);
+    header.word(kReplyMagicWord, kReplyMagic);
+    header.word(kError, static_cast<uint32_t>(reply.error));
+    header.word(kReplyBodyLength, static_cast<uint32_t>(reply.body.size()));
+    header.word(kTextLength, static_cast<uint32_t>(text.size()));
+    Bytes frame = header.take();
+    append(frame, reply.body);
+    frame.insert(frame.end(), text.begin(), text.end());
+    channel.write(frame, deadline);
+}
+
+ReplyFrame readReply(Channel& channel, Channel::Deadline deadline) {
+    const Bytes bytes = readBytes(channel, kReplyWords * kWordBytes, deadline);
+    const RecordReader header(bytes, kReplyWords);
+    if (header.word(kReplyMagicWord) != kReplyMagic) throw ChannelError("what came is no reply");
+    ReplyFrame reply;
+    reply.error = static_cast<int32_t>(header.word(kError));
+    // Beyond its published codes the secure application has no answers.
+    if (reply.error > KM_ERROR_OK || reply.error < KM_ERROR_UNKNOWN_ERROR) {
+        throw ChannelError("what came is no reply");
+    }
+    const size_t body = bounded(header.word(kReplyBodyLength), kLargestBody);
+    const size_t text = bounded(header.word(kTextLength), kLargestText);
+    reply.body = readBytes(channel, body, deadline);
+    const Bytes words = readBytes(channel, text, deadline);
+    reply.text.assign(words.begin(), words.end());
+    return reply;
+}
+
+Bytes encodeFacts(const ServerFacts& facts) {
+    RecordWriter body(kFactWords);
+    body.word(kVersion, kProtocolVersion);
+    body.word(kLegacy, facts.legacy ? 1 : 0);
+    body.word(kKeymasterVersion, facts.keymaster_version);
+    body.word(kTaMinorVersion, facts.ta_minor_version);
+    body.word(kHalMinorVersion, facts.hal_minor_version);
+    return body.take();
+}
+
+ServerFacts decodeFacts(ByteView body) {
+    if (body.size() != kFactWords * kWordBytes) throw ChannelError("what came is no reply");
+    const RecordReader words(body, kFactWords);
+    if (words.word(kVersion) != kProtocolVersion) {
+        throw ChannelError("the secure application is of another version");
+    }
+    return {words.word(kLegacy) != 0, words.word(kKeymasterVersion), words.word(kTaMinorVersion),
+            words.word(kHalMinorVersion)};
+}
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,53 @@
+// Serves one device to several clients over a local socket, each in a thread of its own.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "Channel.h"
+#include "Device.h"
+
+namespace lumo::secureapp {
+
+constexpr size_t kMostClients = 64;
+// From a frame's first byte to its last, and for a client to take an answer.
+constexpr std::chrono::milliseconds kFramePatience{10000};
+
+class Server {
+  public:
+    // Listens at `path`; a socket that nobody serves any more is replaced. Throws ChannelError.
+    Server(Device& device, const std::string& path);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // Serves until `stop` becomes readable; running calls are finished and answered.
+    void run(int stop);
+
+  private:
+    struct Client {
+        explicit Client(FileHandle socket) : channel(std::move(socket)) {}
+
+        Channel channel;
+        std::atomic<bool> done{false};
+        std::thread thread;
+    };
+
+    void accept();
+    void removeFinished();
+    void serve(Client& client);
+
+    Device& device_;
+    const std::string path_;
+    FileHandle listener_;
+    dev_t socket_device_ = 0;
+    ino_t socket_inode_ = 0;
+    std::list<Client> clients_;
+};
+
+}  // namespace lumo::secureapp

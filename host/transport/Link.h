@@ -1,0 +1,34 @@
+// The way from one transport object to one secure application.
+#pragma once
+
+#include <memory>
+
+#include "Frame.h"
+#include "Types.h"
+
+namespace lumo::transport {
+
+// A link notes each failure (see Failures.h) and returns a code for it: none of these functions
+// throws anything but std::bad_alloc.
+class Link {
+  public:
+    virtual ~Link() = default;
+
+    // Brings the link up where it is down; sends no command.
+    virtual keymaster_error_t open() = 0;
+
+    // What the secure application reports of itself; once the link was up, the last known.
+    virtual secureapp::ServerFacts facts() = 0;
+
+    virtual keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,
+                                           secureapp::Bytes& response) = 0;
+
+    // `response` has `capacity` bytes, labelled by the client; the answer is written there.
+    virtual keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
+                                             size_t capacity) = 0;
+};
+
+// The link that LUMO_TRANSPORT names; where that cannot be understood, one that fails every call.
+std::unique_ptr<Link> makeLink(keymaster_security_level_t level);
+
+}  // namespace lumo::transport

@@ -1,0 +1,78 @@
+#include "SimLink.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+#include "Exchange.h"
+#include "Failures.h"
+
+namespace lumo::transport {
+namespace {
+
+using secureapp::Answer;
+using secureapp::Bytes;
+using secureapp::ByteView;
+using secureapp::Device;
+
+std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
+    using Key = std::pair<std::string, std::string>;
+    static std::mutex mutex;
+    static std::map<Key, std::weak_ptr<Device>> devices;
+
+    secureapp::DeviceOptions options;
+    options.state_directory = secureapp::defaultStateDirectory();
+    options.profile = &profile;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::weak_ptr<Device>& known =
+        devices[{std::filesystem::absolute(options.state_directory).string(), profile.name}];
+    if (std::shared_ptr<Device> device = known.lock()) return device;
+    const auto device = std::make_shared<Device>(options);
+    known = device;
+    return device;
+}
+
+void noteState(const Answer& answer) {
+    if (!answer.state_failure.empty()) noteFailure(TransportStatus::state, answer.state_failure);
+}
+
+}  // namespace
+
+keymaster_error_t SimLink::open() {
+    if (app_ != nullptr) return KM_ERROR_OK;
+    try {
+        device_ = sharedDevice(profile_);
+        app_ = &device_->app(level_);
+        return KM_ERROR_OK;
+    } catch (const secureapp::StateError& error) {
+        noteFailure(TransportStatus::state, error.what());
+        return KM_ERROR_SECURE_HW_ACCESS_DENIED;
+    } catch (const secureapp::KeymasterError& error) {
+        noteFailure(TransportStatus::transport, "the secure application does not start");
+        return error.code();
+    }
+}
+
+secureapp::ServerFacts SimLink::facts() {
+    return {profile_.legacy, profile_.keymaster_version, profile_.ta_minor_version,
+            profile_.hal_minor_version};
+}
+
+keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, Bytes& response) {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    Answer answer = secureapp::exchangeCbor(*app_, command, request);
+    noteState(answer);
+    response = std::move(answer.body);
+    return answer.error;
+}
+
+keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    const Answer answer =
+        secureapp::exchangeRecord(*app_, request, ByteView(response, capacity), capacity);
+    noteState(answer);
+    std::copy(answer.body.begin(), answer.body.end(), response);
+    return answer.error;
+}
+
+}  // namespace lumo::transport

@@ -1,0 +1,30 @@
+// To the secure application in this process.
+#pragma once
+
+#include "Device.h"
+#include "Link.h"
+
+namespace lumo::transport {
+
+// All links of a process to one state directory and profile share one device. It boots with the
+// first of them and is off when the last is gone.
+class SimLink : public Link {
+  public:
+    SimLink(keymaster_security_level_t level, const secureapp::Profile& profile)
+        : level_(level), profile_(profile) {}
+
+    keymaster_error_t open() override;
+    secureapp::ServerFacts facts() override;
+    keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,
+                                   secureapp::Bytes& response) override;
+    keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
+                                     size_t capacity) override;
+
+  private:
+    const keymaster_security_level_t level_;
+    const secureapp::Profile& profile_;
+    std::shared_ptr<secureapp::Device> device_;
+    secureapp::SecureApp* app_ = nullptr;
+};
+
+}  // namespace lumo::transport

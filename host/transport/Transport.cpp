@@ -1,0 +1,81 @@
+#include "lumo/Transport.h"
+
+#include <mutex>
+
+#include "Failures.h"
+#include "Link.h"
+#include "SimLink.h"
+#include "SocketLink.h"
+#include "TransportName.h"
+
+namespace lumo {
+namespace transport {
+namespace {
+
+// The one record of the process.
+struct FailureRecord {
+    std::mutex mutex;
+    TransportStatus last;
+};
+
+FailureRecord& failureRecord() {
+    static FailureRecord record;
+    return record;
+}
+
+// Stands for a transport that could not be understood.
+class RefusedLink : public Link {
+  public:
+    explicit RefusedLink(std::string message) : message_(std::move(message)) {}
+
+    keymaster_error_t open() override { return refuse(); }
+    secureapp::ServerFacts facts() override { return {}; }
+    keymaster_error_t exchangeCbor(uint32_t, secureapp::ByteView, secureapp::Bytes&) override {
+        return refuse();
+    }
+    keymaster_error_t exchangeRecord(secureapp::ByteView, uint8_t*, size_t) override {
+        return refuse();
+    }
+
+  private:
+    keymaster_error_t refuse() const {
+        noteFailure(TransportStatus::usage, message_);
+        return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
+    }
+
+    std::string message_;
+};
+
+}  // namespace
+
+void noteFailure(TransportStatus::Kind kind, const std::string& message) {
+    const std::lock_guard<std::mutex> lock(failureRecord().mutex);
+    failureRecord().last = {kind, message};
+}
+
+std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
+    try {
+        const TransportName name = chosenTransport();
+        if (name.kind == TransportName::Kind::kUnix) {
+            return std::make_unique<SocketLink>(level, name.path);
+        }
+        return std::make_unique<SimLink>(level, *name.profile);
+    } catch (const UsageError& error) {
+        return std::make_unique<RefusedLink>(error.what());
+    }
+}
+
+}  // namespace transport
+
+TransportStatus checkTransport(keymaster_security_level_t level) {
+    const std::unique_ptr<transport::Link> link = transport::makeLink(level);
+    if (link->open() == KM_ERROR_OK) return {};
+    return lastTransportFailure();
+}
+
+TransportStatus lastTransportFailure() {
+    const std::lock_guard<std::mutex> lock(transport::failureRecord().mutex);
+    return transport::failureRecord().last;
+}
+
+}  // namespace lumo

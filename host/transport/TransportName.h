@@ -1,0 +1,30 @@
+// The meaning of LUMO_TRANSPORT.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "SecureApp.h"
+
+namespace lumo::transport {
+
+struct TransportName {
+    enum class Kind { kSim, kUnix };
+
+    Kind kind = Kind::kSim;
+    const secureapp::Profile* profile = nullptr;  // kSim
+    std::string path;                             // kUnix
+};
+
+class UsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// KIND[:key=value,...], see lumo/Transport.h. Throws UsageError for anything unknown.
+TransportName parseTransportName(const std::string& text);
+
+// That of the environment.
+TransportName chosenTransport();
+
+}  // namespace lumo::transport

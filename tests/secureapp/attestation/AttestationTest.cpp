@@ -1,0 +1,315 @@
+// Attestations as a relying party sees them: judged by the openssl command and by a gem.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "../keys/Device.h"
+#include "Attestation.h"
+#include "AttestationKeys.h"
+#include "Certificate.h"
+#include "Hex.h"
+#include "Program.h"
+
+namespace lumo::secureapp {
+namespace {
+
+using namespace test;
+
+Bytes text(const std::string& characters) {
+    return Bytes(characters.begin(), characters.end());
+}
+
+const Param kChallenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, text("challenge"));
+const Param kAppId = bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, text("foo"));
+const ParamSet kAttest = {kChallenge, kAppId};
+const Param kBrand = bytesParam(KM_TAG_ATTESTATION_ID_BRAND, text("lumo"));
+const Param kImei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("123"));
+const ParamSet kDated = {intParam(KM_TAG_CREATION_DATETIME, 1600000000000),
+                         boolParam(KM_TAG_NO_AUTH_REQUIRED)};
+
+class Attestation : public ::testing::Test {
+  protected:
+    Device device_;
+
+    Attestation() {
+        World& world = device_.world;
+        world.test_attestation_keys = true;
+        world.verified_boot_hash =
+            fromHex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+        world.device_ids = {
+            {kBrand.tag, kBrand.bytes}, {kImei.tag, kImei.bytes}, {KM_TAG_ATTESTATION_ID_MEID, {}}};
+        device_.hal = with(without(device_.hal, KM_TAG_VENDOR_PATCHLEVEL),
+                           {intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201205)});
+        device_.boot();
+    }
+
+    std::vector<Bytes> attested(const ParamSet& key, const ParamSet& params = kAttest) {
+        return device_->attestKey(device_->generateKey(key), params);
+    }
+};
+
+// A chain in files, for other programs.
+struct ChainFiles {
+    ScratchFolder folder;
+    std::vector<std::string> der, pem;
+
+    explicit ChainFiles(const std::vector<Bytes>& chain) {
+        for (const Bytes& certificate : chain) {
+            der.push_back(folder.write(std::to_string(der.size()), certificate));
+            pem.push_back(der.back() + ".pem");
+            run("openssl x509 -inform DER -in " + der.back() + " -out " + pem.back());
+        }
+    }
+
+    std::string leaf(const std::string& what) const {
+        return run("openssl x509 -noout -in " + pem.front() + " " + what).output;
+    }
+
+    // The key description as asn1parse shows it, without offsets, lengths and line ends.
+    std::string description() const {
+        const std::string parse = "openssl asn1parse -in " + pem.front();
+        const std::string all = run(parse).output;
+        std::smatch found;
+        const std::regex place("1\\.3\\.6\\.1\\.4\\.1\\.11129\\.2\\.1\\.17\n *(\\d+):");
+        if (!std::regex_search(all, found, place)) return "no such extension in\n" + all;
+        const std::string record = run(parse + " -strparse " + found[1].str()).output;
+        return std::regex_replace(
+            std::regex_replace(record, std::regex("(\n|^) *\\d+:d=.*(prim|cons):"), " "),
+            std::regex("\\s+"), " ");
+    }
+};
+
+struct ChainCase {
+    const char* name;
+    ParamSet key;
+    keymaster_security_level_t level;
+    bool test_keys;
+    const char* signature;
+};
+
+void PrintTo(const ChainCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class AttestedChain : public ::testing::TestWithParam<ChainCase> {};
+
+TEST_P(AttestedChain, IsAcceptedUpToTheRootAndByTheGem) {
+    Device device(GetParam().level);
+    device.world.test_attestation_keys = GetParam().test_keys;
+    device.boot();
+    const Bytes blob = device->generateKey(with(GetParam().key, kDated));
+    const std::vector<Bytes> chain = device->attestKey(blob, kAttest);
+    ASSERT_EQ(chain.size(), 3U);
+    EXPECT_EQ(chain[2], attestationRoot(device.state, device.world, GetParam().level));
+
+    const ChainFiles files(chain);
+    const std::string verify = "openssl verify -no-CApath -CAfile " + files.pem[2];
+    for (const std::string& certificates :
+         {" -untrusted " + files.pem[1] + " " + files.pem[0], " -x509_strict " + files.pem[1]}) {
+        const ProgramResult verified = run(verify + certificates);
+        EXPECT_EQ(verified.status, 0) << verified.output;
+    }
+    EXPECT_EQ(files.leaf("-serial -subject -dates"),
+              "serial=01\nsubject=CN = Android Keystore Key\n"
+              "notBefore=Sep 13 12:26:40 2020 GMT\nnotAfter=Dec 31 23:59:59 2049 GMT\n");
+    EXPECT_NE(files.leaf("-text").find(GetParam().signature), std::string::npos);
+    const Bytes public_key = device->exportKey(KM_KEY_FORMAT_X509, blob, {});
+    EXPECT_EQ(files.leaf("-pubkey"), run("openssl pkey -pubin -inform DER -pubout -in " +
+                                         files.folder.write("key", public_key))
+                                         .output);
+
+    if (run("ruby -e 'require \"android_key_attestation\"'").status != 0) {
+        GTEST_SKIP() << "not read by the gem: install ruby and ruby-android-key-attestation";
+    }
+    const ProgramResult gem = run("ruby " LUMO_TEST_SOURCES "/read_attestation.rb challenge " +
+                                  files.der[0] + " " + files.der[1] + " " + files.der[2]);
+    const std::string level = GetParam().level == kTee ? "trusted_environment" : "strong_box";
+    EXPECT_EQ(gem.output, "attestation 4 " + level + "\nkeymaster 41 " + level +
+                              "\nunique id 0\npurpose sign verify\norigin generated\n"
+                              "created 2020-09-13 12:26:40 UTC\nsoftware application id foo\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, AttestedChain,
+    ::testing::Values(ChainCase{"rsa",
+                                with(rsaKey(), {intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN),
+                                                intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY)}),
+                                kTee, false, "sha256WithRSAEncryption"},
+                      ChainCase{"ecStrongBox", ecKey(), kStrongBox, false, "ecdsa-with-SHA256"},
+                      ChainCase{"ecTestKeys", ecKey(), kTee, true, "ecdsa-with-SHA256"}),
+    [](const auto& chain) { return chain.param.name; });
+
+// Computed with another library. The key's other authorizations have no field in the schema.
+TEST_F(Attestation, TheRecordMatchesTheVector) {
+    const ParamSet key =
+        with(with(ecKey(), kDated),
+             {boolParam(KM_TAG_CALLER_NONCE), intParam(KM_TAG_MAX_USES_PER_BOOT, 9),
+              intParam(KM_TAG_USER_ID, 10), intParam(KM_TAG_MIN_MAC_LENGTH, 128)});
+    EXPECT_NE(
+        toHex(attested(key)[0])
+            .find("3081d70201040a01010201290a010104096368616c6c656e676504003015bf853d0802060174876e"
+                  "8000bf8545050403666f6f3081a4a1083106020102020103a203020103a30402020100a505310302"
+                  "0104aa03020101bf8377020500bf853e03020100bf85404c304a0420000000000000000000000000"
+                  "00000000000000000000000000000000000000000101000a01020420000102030405060708090a0b"
+                  "0c0d0e0f101112131415161718191a1b1c1d1e1fbf854105020301adb0bf854205020303151cbf85"
+                  "4e06020401343ef5bf854f06020401343ef5"),
+        std::string::npos);
+    device_.options.blob_version = kBlobVersion4_0;
+    device_.boot();
+    EXPECT_NE(toHex(attested(key)[0]).find("0201030a01010201040a01010409"), std::string::npos);
+}
+
+TEST_F(Attestation, TheRecordHoldsWorldIdsAndDatesInOrder) {
+    device_.world.verified_boot_key = Bytes(32, 7);
+    device_.world.device_locked = true;
+    device_.world.verified_boot_state = 1;
+    device_.world.verified_boot_hash = Bytes(32, 8);
+    device_.boot();
+    const ChainFiles files(
+        attested(with(with(ecKey(), kDated), {intParam(KM_TAG_ACTIVE_DATETIME, 1700000000000),
+                                              intParam(KM_TAG_USAGE_EXPIRE_DATETIME, UINT64_MAX)}),
+                 with(kAttest, {kImei, kBrand})));
+    EXPECT_EQ(files.leaf("-dates"),
+              "notBefore=Nov 14 22:13:20 2023 GMT\nnotAfter=Dec 31 23:59:59 9999 GMT\n");
+    EXPECT_EQ(
+        files.description(),
+        " SEQUENCE INTEGER :04 ENUMERATED :01 INTEGER :29 ENUMERATED :01 OCTET STRING :challenge"
+        " OCTET STRING SEQUENCE"
+        " cont [ 400 ] INTEGER :018BCFE56800 cont [ 402 ] INTEGER :FFFFFFFFFFFFFFFF cont [ 701 ] "
+        "INTEGER :0174876E8000"
+        " cont [ 709 ] OCTET STRING :foo"
+        " SEQUENCE cont [ 1 ] SET INTEGER :02 INTEGER :03 cont [ 2 ] INTEGER :03"
+        " cont [ 3 ] INTEGER :0100 cont [ 5 ] SET INTEGER :04 cont [ 10 ] INTEGER :01"
+        " cont [ 503 ] NULL cont [ 702 ] INTEGER :00 cont [ 704 ] SEQUENCE OCTET STRING"
+        " [HEX DUMP]:0707070707070707070707070707070707070707070707070707070707070707"
+        " BOOLEAN :255 ENUMERATED :01 OCTET STRING"
+        " [HEX DUMP]:0808080808080808080808080808080808080808080808080808080808080808"
+        " cont [ 705 ] INTEGER :01ADB0 cont [ 706 ] INTEGER :03151C"
+        " cont [ 710 ] OCTET STRING :lumo cont [ 714 ] OCTET STRING :123"
+        " cont [ 718 ] INTEGER :01343EF5 cont [ 719 ] INTEGER :01343EF5 ");
+}
+
+TEST_F(Attestation, KeyUsageFollowsThePurposes) {
+    const auto shown = [&](const ParamSet& purposes) {
+        const ParamSet key = with(without(ecKey(), KM_TAG_PURPOSE), purposes);
+        return ChainFiles(attested(key)).leaf("-text");
+    };
+    EXPECT_NE(
+        shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_DECRYPT),
+               intParam(KM_TAG_PURPOSE, KM_PURPOSE_WRAP)})
+            .find("Key Usage: critical\n                Key Encipherment, Data Encipherment\n"),
+        std::string::npos);
+    EXPECT_NE(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN)})
+                  .find("Key Usage: critical\n                Digital Signature\n"),
+              std::string::npos);
+    EXPECT_EQ(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY)}).find("Key Usage"),
+              std::string::npos);
+}
+
+TEST(CertificateTime, ChangesItsFormIn2050AndEndsIn9999) {
+    const struct {
+        uint64_t millis;
+        const char* item;
+    } cases[] = {
+        {1600000000999, "170d3230303931333132323634305a"},      // 200913122640Z
+        {2524607999999, "170d3439313233313233353935395a"},      // 491231235959Z
+        {2524608000000, "180f32303530303130313030303030305a"},  // 20500101000000Z
+        {UINT64_MAX, "180f39393939313233313233353935395a"},     // 99991231235959Z
+    };
+    for (const auto& c : cases) EXPECT_EQ(toHex(certificateTime(c.millis)), c.item);
+}
+
+TEST_F(Attestation, RefusesInThePublishedOrder) {
+    const Bytes ec = device_->generateKey(ecKey());
+    const Bytes aes = device_->generateKey(aesKey());
+    const Param binding = bytesParam(KM_TAG_APPLICATION_ID, text("app"));
+    const Bytes bound = device_->generateKey(with(ecKey(), {binding}));
+    const Param unique = boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION);
+    const Param long_challenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, Bytes(129, 'c'));
+    const auto app_id = [](size_t size) {
+        return bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, Bytes(size, 'x'));
+    };
+    const Param wrong_imei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("1234"));
+    const Param empty_meid = bytesParam(KM_TAG_ATTESTATION_ID_MEID, {});
+    const Param model = bytesParam(KM_TAG_ATTESTATION_ID_MODEL, text("m"));
+    const struct {
+        const Bytes& blob;
+        ParamSet params;
+        keymaster_error_t error;
+    } cases[] = {
+        {aes, {unique}, KM_ERROR_INCOMPATIBLE_ALGORITHM},
+        {bound, kAttest, KM_ERROR_INVALID_KEY_BLOB},
+        {bound, with(kAttest, {binding}), KM_ERROR_OK},
+        {ec, {unique}, KM_ERROR_UNIMPLEMENTED},
+        {ec, {}, KM_ERROR_ATTESTATION_CHALLENGE_MISSING},
+        {ec, {kChallenge}, KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING},
+        {ec, {long_challenge, kAppId}, KM_ERROR_INVALID_INPUT_LENGTH},
+        {ec, {kChallenge, app_id(1024)}, KM_ERROR_OK},
+        {ec, {kChallenge, app_id(1025)}, KM_ERROR_INVALID_INPUT_LENGTH},
+        {ec, with(kAttest, {wrong_imei}), KM_ERROR_CANNOT_ATTEST_IDS},
+        {ec, with(kAttest, {empty_meid}), KM_ERROR_CANNOT_ATTEST_IDS},
+        {ec, with(kAttest, {kImei, model}), KM_ERROR_CANNOT_ATTEST_IDS},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(errorOf([&] { device_->attestKey(cases[i].blob, cases[i].params); }),
+                  cases[i].error)
+            << i;
+    }
+    Device strongbox(kStrongBox);
+    const Bytes key = strongbox->generateKey(ecKey());
+    EXPECT_EQ(errorOf([&] { strongbox->attestKey(key, with(kAttest, {unique})); }),
+              KM_ERROR_CANNOT_ATTEST_IDS);
+}
+
+TEST_F(Attestation, DestroyedIdsStayDestroyedAndOldKeysAskForUpgrade) {
+    const Bytes blob = device_->generateKey(ecKey());
+    const auto attest = [&](const ParamSet& params) {
+        return errorOf([&] { device_->attestKey(blob, params); });
+    };
+    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_OK);
+    device_->destroyDeviceIds();
+    device_.boot();
+    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_CANNOT_ATTEST_IDS);
+    EXPECT_EQ(attest(kAttest), KM_ERROR_OK);
+    device_.hal = {intParam(KM_TAG_OS_VERSION, 110000), intParam(KM_TAG_OS_PATCHLEVEL, 202101)};
+    device_.boot();
+    EXPECT_EQ(attest(kAttest), KM_ERROR_KEY_REQUIRES_UPGRADE);
+}
+
+TEST_F(Attestation, UniqueIdsStayForThirtyDays) {
+    constexpr uint64_t kDay = 86400000;
+    const auto unique_id = [&](uint64_t created, const ParamSet& params = kAttest) {
+        const ParamSet key = {boolParam(KM_TAG_INCLUDE_UNIQUE_ID),
+                              intParam(KM_TAG_CREATION_DATETIME, created)};
+        const std::string leaf = toHex(attested(with(ecKey(), key), params)[0]);
+        return leaf.substr(leaf.find(toHex(text("challenge"))) + 18, 36);
+    };
+    const std::string id = unique_id(1600000000000);
+    EXPECT_EQ(id.substr(0, 4), "0410");
+    device_.boot();
+    EXPECT_EQ(unique_id(1600000000000 + kDay), id);
+    EXPECT_NE(unique_id(1600000000000 + 30 * kDay), id);
+    EXPECT_NE(unique_id(1600000000000, with(kAttest, {boolParam(KM_TAG_RESET_SINCE_ID_ROTATION)})),
+              id);
+}
+
+TEST(AttestationKeys, AreMadeOnceAndTheTestRootIsTheSameEverywhere) {
+    MemoryState one, other;
+    World world;
+    const AttestationKey first = attestationKey(one, world, kTee, KM_ALGORITHM_RSA);
+    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_RSA).chain, first.chain);
+    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_EC).chain[1], first.chain[1]);
+    EXPECT_NE(attestationRoot(other, world, kTee), first.chain[1]);
+    one.records["attestation-rsa"].resize(100);
+    EXPECT_THROW(attestationKey(one, world, kTee, KM_ALGORITHM_RSA), StateError);
+
+    world.test_attestation_keys = true;
+    const Bytes root = attestationRoot(other, world, kTee);
+    EXPECT_EQ(toHex(sha256(root)),
+              "d1d9624ac2d62226f9af02a6e865c8250aba86c83311c9949a79e8d9b5f8006c");
+    EXPECT_EQ(ChainFiles({root}).leaf("-subject"),
+              "subject=CN = Lumo Test Attestation Root - NOT FOR PRODUCTION\n");
+}
+
+}  // namespace
+}  // namespace lumo::secureapp
