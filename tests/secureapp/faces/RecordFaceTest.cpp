@@ -78,7 +78,7 @@ struct EcKey {
     EcKey() {
         EC_KEY* key = EC_KEY_new_by_curve_name(NID_X9_62_prime256v1);
         const EC_GROUP* group = EC_KEY_get0_group(key);
-        BIGNUM* d = BN_bin2bn(scalar.data(), scalar.size(), nullptr);
+        BIGNUM* d = BN_bin2bn(scalar.data(), 32, nullptr);
         EC_POINT* point = EC_POINT_new(group);
         EC_POINT_mul(group, point, d, nullptr, nullptr, nullptr);
         EC_KEY_set_public_key(key, point);
