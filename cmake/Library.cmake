@@ -2,6 +2,32 @@
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
+    crypto/KeyBlobReader.cpp
+    crypto/KeymasterCryptoDevice.cpp
+    crypto/TagNames.cpp
+    device/AttestationDates.cpp
+    device/KeymasterHalDevice.cpp
+    device/KeymasterHalDeviceCbor.cpp
+    device/KeymasterHalDeviceDiagnostics.cpp
+    device/legacy/FbeKey.cpp
+    device/legacy/LegacyAttestation.cpp
+    device/legacy/LegacyEcKey.cpp
+    device/legacy/LegacyExchange.cpp
+    device/legacy/LegacyExport.cpp
+    device/legacy/LegacyHmac.cpp
+    device/legacy/LegacyKeyBlobs.cpp
+    device/legacy/LegacyKeyCommands.cpp
+    device/legacy/LegacyOperations.cpp
+    device/legacy/LegacyParams.cpp
+    device/legacy/LegacyRootOfTrust.cpp
+    device/legacy/LegacyVerification.cpp
+    serialize/CborHelpers.cpp
+    serialize/KeymasterSerialize.cpp
+    service/AuthTokenParams.cpp
+    service/Keymaster41Device.cpp
+    service/Keymaster4Device.cpp
+    service/KmParamSet.cpp
+    service/PlatformVersion.cpp
 )
 
 add_library(lumokeymaster4_headers INTERFACE)
@@ -11,15 +37,14 @@ target_include_directories(lumokeymaster4_headers INTERFACE
 target_link_libraries(lumokeymaster4_headers INTERFACE lumo::platform lumo::qcbor lumo::crypto
                                                        lumo_transport_api)
 
-if(NOT LUMO_LIBRARY_SOURCES)
-    return()
-endif()
-
 # For tests: everything reachable, the transport left to the test to link.
 lumo_library(lumokeymaster4_static STATIC ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
 
 # The product, with its exports chosen by the version script.
+if(NOT TARGET lumo_transport)
+    return()
+endif()
 lumo_library(lumokeymaster4 SHARED ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4 PUBLIC lumokeymaster4_headers lumo_transport)
 target_link_options(lumokeymaster4 PRIVATE

@@ -45,7 +45,10 @@ struct _keymaster_ec_sig_internal_t {  // NOLINT(bugprone-reserved-identifier): 
 // Stateless and reentrant. Outputs are written only on success and stay as they were on failure.
 class KeymasterCryptoDevice {
   public:
-    virtual ~KeymasterCryptoDevice() = default;
+    KeymasterCryptoDevice();
+    virtual ~KeymasterCryptoDevice();
+    KeymasterCryptoDevice(const KeymasterCryptoDevice&) = delete;
+    KeymasterCryptoDevice& operator=(const KeymasterCryptoDevice&) = delete;
 
     // PKCS#8 (RFC 5208) EC private key to its parts.
     // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_INVALID_KEY_BLOB (does not parse, is not an EC key

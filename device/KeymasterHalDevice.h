@@ -35,6 +35,7 @@ namespace keymasterdevice {
 
 class KeymasterBuffer;
 class KeymasterCryptoDevice;
+struct CborCommand;
 
 class KeymasterHalDevice {
   public:
@@ -201,6 +202,9 @@ class KeymasterHalDevice {
 
   private:
     bool isStrongBox() const { return security_level_ == KM_SECURITY_LEVEL_STRONGBOX; }
+
+    template <typename Encode, typename Decode>
+    keymaster_error_t exchange(const CborCommand& command, Encode encode, Decode decode);
 
     std::unique_ptr<KeymasterCryptoDevice> crypto_device_;
     std::unique_ptr<keymasterutils::KeymasterUtils> transport_;

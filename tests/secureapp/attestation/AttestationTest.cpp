@@ -166,13 +166,17 @@ TEST_F(Attestation, TheRecordHoldsWorldIdsAndDatesInOrder) {
     device_.world.verified_boot_hash = Bytes(32, 8);
     device_.boot();
     const ChainFiles files(
-        attested(with(with(ecKey(), kDated), {intParam(KM_TAG_ACTIVE_DATETIME, UINT64_MAX)}),
+        attested(with(with(ecKey(), kDated), {intParam(KM_TAG_ACTIVE_DATETIME, 1700000000000),
+                                              intParam(KM_TAG_USAGE_EXPIRE_DATETIME, UINT64_MAX)}),
                  with(kAttest, {kImei, kBrand})));
+    EXPECT_EQ(files.leaf("-dates"),
+              "notBefore=Nov 14 22:13:20 2023 GMT\nnotAfter=Dec 31 23:59:59 9999 GMT\n");
     EXPECT_EQ(
         files.description(),
         " SEQUENCE INTEGER :04 ENUMERATED :01 INTEGER :29 ENUMERATED :01 OCTET STRING :challenge"
         " OCTET STRING SEQUENCE"
-        " cont [ 400 ] INTEGER :FFFFFFFFFFFFFFFF cont [ 701 ] INTEGER :0174876E8000"
+        " cont [ 400 ] INTEGER :018BCFE56800 cont [ 402 ] INTEGER :FFFFFFFFFFFFFFFF cont [ 701 ] "
+        "INTEGER :0174876E8000"
         " cont [ 709 ] OCTET STRING :foo"
         " SEQUENCE cont [ 1 ] SET INTEGER :02 INTEGER :03 cont [ 2 ] INTEGER :03"
         " cont [ 3 ] INTEGER :0100 cont [ 5 ] SET INTEGER :04 cont [ 10 ] INTEGER :01"

@@ -309,11 +309,11 @@ TEST(Begin, ChecksInThePublishedOrder) {
 }
 
 TEST(Operations, AreLimitedAndNeverEvicted) {
-    for (const auto& [level, most] : {std::pair(kTee, 16), std::pair(kStrongBox, 4)}) {
+    for (const auto& [level, most] : {std::pair(kTee, 16U), std::pair(kStrongBox, 4U)}) {
         Device device(level);
         const Bytes blob = aesWith(device, {intParam(KM_TAG_MAX_USES_PER_BOOT, 17)});
-        std::vector<uint64_t> handles;
-        for (int i = 0; i < most; ++i) handles.push_back(beginAes(device, blob));
+        std::vector<uint64_t> handles(most);
+        for (uint64_t& handle : handles) handle = beginAes(device, blob);
         for (int i = 0; i < 2; ++i) {
             EXPECT_EQ(tryBegin(device, blob), KM_ERROR_TOO_MANY_OPERATIONS);
         }

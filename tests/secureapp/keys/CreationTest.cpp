@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <openssl/evp.h>
 
 #include "Crypto.h"
@@ -71,7 +72,6 @@ TEST(Generate, ChecksSizesCurvesAndExponents) {
         {"no algorithm", {size(256)}, KM_ERROR_UNSUPPORTED_ALGORITHM},
         {"algorithm 2", changed(aes(128), KM_TAG_ALGORITHM, 2), KM_ERROR_UNSUPPORTED_ALGORITHM},
         {"RSA 1024", rsaKey(1024), {kOk, kSize}},
-        {"RSA 2048", rsaKey(2048), kOk},
         {"RSA 1025", rsaKey(1025), kSize},
         {"RSA, nothing", {intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_RSA)}, kSize},
         {"RSA, no exponent", without(rsaKey(), KM_TAG_RSA_PUBLIC_EXPONENT), kArgument},
@@ -80,14 +80,12 @@ TEST(Generate, ChecksSizesCurvesAndExponents) {
         {"EC, nothing", ec({}), kSize},
         {"EC 190", ec({size(190)}), kSize},
         {"EC 224", ec({size(224)}), {kOk, kSize}},
-        {"EC 521", ec({size(521)}), {kOk, kSize}},
         {"EC P-256", ec({curve(KM_EC_CURVE_P_256)}), kOk},
         {"EC P-384", ec({curve(KM_EC_CURVE_P_384)}), {kOk, kCurve}},
         {"EC curve 9", ec({curve(9)}), kCurve},
         {"EC 224 as P-256", ec({size(224), curve(KM_EC_CURVE_P_256)}), kArgument},
         {"EC 256 as P-256", ec({size(256), curve(KM_EC_CURVE_P_256)}), kOk},
         {"AES 192", aes(192), {kOk, kSize}},
-        {"AES 256", aes(256), kOk},
         {"AES 136", aes(136), kSize},
         {"AES, no size", without(aes(128), KM_TAG_KEY_SIZE), kSize},
         {"3DES 168", with(des, {size(168)}), kOk},
@@ -95,7 +93,6 @@ TEST(Generate, ChecksSizesCurvesAndExponents) {
         {"HMAC, no size", without(hmacKey(), KM_TAG_KEY_SIZE), kSize},
         {"HMAC 56", hmac(56), kSize},
         {"HMAC 64", hmac(64), kOk},
-        {"HMAC 65", hmac(65), kSize},
         {"HMAC 512", hmac(512), kOk},
         {"HMAC 1024", hmac(1024), {kOk, kSize}},
         {"HMAC 1032", hmac(1032), kSize},
@@ -112,7 +109,6 @@ TEST(Generate, ChecksDigestsAndMacLengths) {
     };
     expectAll({
         {"no digest", without(hmacKey(), KM_TAG_DIGEST), kDigest},
-        {"NONE", hmac(KM_DIGEST_NONE, 128), kDigest},
         {"digest 7", hmac(7, 128), kDigest},
         {"two digests", with(hmacKey(), {intParam(KM_TAG_DIGEST, KM_DIGEST_SHA1)}), kDigest},
         {"one digest twice", with(hmacKey(), sha256Digest()), kOk},
@@ -143,8 +139,6 @@ TEST(Generate, ChecksWhatTheCallerMaySay) {
     const Param foolish = intParam(KM_TAG_PADDING, KM_PAD_RSA_PSS);
     expectAll({
         {"origin", key({intParam(KM_TAG_ORIGIN, 0)}), kTag},
-        {"root of trust", key({bytesParam(KM_TAG_ROOT_OF_TRUST, Bytes{1})}), kTag},
-        {"unique id", key({bytesParam(KM_TAG_UNIQUE_ID, Bytes{1})}), kTag},
         {"credential key", key({boolParam(KM_TAG_IDENTITY_CREDENTIAL_KEY)}), kTag},
         {"two sizes", key({intParam(KM_TAG_KEY_SIZE, 256)}), kArgument},
         {"one size twice", key({intParam(KM_TAG_KEY_SIZE, 128)}), kOk},
@@ -180,27 +174,11 @@ TEST(Generate, PutsEveryTagInItsList) {
     const ParamSet params = with(without(ecKey(), KM_TAG_DIGEST), extra);
     const OpenedKey key = device->characteristics(device->generateKey(params), {});
 
-    const ParamSet hardware = {intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN),
-                               intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY),
-                               intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_EC),
-                               intParam(KM_TAG_KEY_SIZE, 256),
-                               intParam(KM_TAG_EC_CURVE, KM_EC_CURVE_P_256),
-                               intParam(KM_TAG_BLOB_USAGE_REQUIREMENTS, KM_BLOB_STANDALONE),
-                               intParam(KM_TAG_ORIGIN, KM_ORIGIN_GENERATED),
-                               intParam(KM_TAG_OS_VERSION, 110000),
-                               intParam(KM_TAG_OS_PATCHLEVEL, 202012),
-                               intParam(KM_TAG_BOOT_PATCHLEVEL, 20201205),
-                               intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201105),
-                               intParam(KM_TAG_HARDWARE_TYPE, kTee)};
-    const ParamSet software = {intParam(KM_TAG_USER_ID, 10),
-                               intParam(KM_TAG_CREATION_DATETIME, device.clock.wall)};
-    const ParamSet sealed = {boolParam(KM_TAG_BOOTLOADER_ONLY), intParam(kUnknownTag, 77)};
-    const auto expectSame = [](const ParamSet& got, const ParamSet& want) {
-        EXPECT_TRUE(std::equal(got.begin(), got.end(), want.begin(), want.end()));
-    };
-    expectSame(key.hardware, hardware);
-    expectSame(key.software, software);
-    expectSame(key.sealed, sealed);
+    EXPECT_EQ(text(key.hardware),
+              "20000001=2 20000001=3 10000002=3 30000003=256 1000000a=1 1000012d=0 100002be=0 "
+              "300002c1=110000 300002c2=202012 300002cf=20201205 300002ce=20201105 10000130=1");
+    EXPECT_EQ(text(key.software), "300001f5=10 600002bd=1600000000000");
+    EXPECT_EQ(text(key.sealed), "7000012e=1 3000270f=77");
 
     const Param date = intParam(KM_TAG_CREATION_DATETIME, 123);
     EXPECT_EQ(*made(device, with(aesKey(), {date})).software.find(KM_TAG_CREATION_DATETIME), date);
@@ -247,7 +225,6 @@ TEST(Import, ComparesBeforeItAsksForSupport) {
         {"foreign curve", ec({}), fromHex(kSecp256k1), kCurve},
         {"EC as RSA", rsa, p256, KM_ERROR_INCOMPATIBLE_ALGORITHM},
         {"truncated", ec({}), ByteView(p256).sub(0, 100).copy(), kArgument},
-        {"RSA 1024", rsaKey(1024), rsa1024, {kOk, kSize}},
         {"RSA, all deduced", rsa, rsa1024, {kOk, kSize}},
         {"RSA 1024 as 2048", rsaKey(2048), rsa1024, kMismatch},
         {"RSA with 3", with(rsa, {three}), rsa1024, kMismatch},
@@ -257,7 +234,6 @@ TEST(Import, ComparesBeforeItAsksForSupport) {
         {"AES as 256", aes(256), Bytes(16, 1), kMismatch},
         {"3DES", with(des, {size(168)}), Bytes(24, 1), kOk},
         {"3DES as 192", with(des, {size(192)}), Bytes(24, 1), kMismatch},
-        {"3DES of 16 bytes", des, Bytes(16, 1), kSize},
         {"HMAC of 15 bytes", hmac, Bytes(15, 1), kOk},
         {"HMAC of 7 bytes", hmac, Bytes(7, 1), kSize},
         {"HMAC of 65 bytes", hmac, Bytes(65, 1), {kOk, kSize}},
@@ -284,47 +260,45 @@ TEST(Import, DeducesAndExportsAsOpensslDoes) {
         ParamSet params;
         const char* key;
         const char* exported;
-        ParamSet deduced;
+        const char* hardware;
+        size_t part_sizes[2];  // x and y, or modulus and exponent
     };
     const Case cases[] = {
-        {ec({}),
-         kP256,
-         kP256Public,
-         {intParam(KM_TAG_KEY_SIZE, 256), intParam(KM_TAG_EC_CURVE, KM_EC_CURVE_P_256)}},
-        {ec({}), kP256NoPublic, kP256Public, {}},
-        {{intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_RSA)},
+        {ec({}), kP256NoPublic, kP256Public, "30000003=256 1000000a=1", {32, 32}},
+        {without(rsaKey(), KM_TAG_KEY_SIZE),
          kRsa1024,
          kRsa1024Public,
-         {intParam(KM_TAG_KEY_SIZE, 1024), intParam(KM_TAG_RSA_PUBLIC_EXPONENT, 65537)}},
+         "30000003=1024 500000c8=65537",
+         {128, 3}},
     };
     Device device;
     for (const Case& each : cases) {
         const Bytes blob = device->importKey(each.params, KM_KEY_FORMAT_PKCS8, fromHex(each.key));
-        const OpenedKey key = device->characteristics(blob, {});
-        for (const Param& param : each.deduced) {
-            EXPECT_EQ(key.hardware.count(param.tag), 1U);
-            EXPECT_TRUE(key.hardware.contains(param.tag, param.integer));
-        }
-        EXPECT_TRUE(key.hardware.contains(KM_TAG_ORIGIN, KM_ORIGIN_IMPORTED));
-        EXPECT_EQ(toHex(device->exportKey(KM_KEY_FORMAT_X509, blob, {})), each.exported);
-        EXPECT_EQ(errorOf([&] { device->exportKey(KM_KEY_FORMAT_PKCS8, blob, {}); }), kFormat);
+        const ParamSet hardware = device->characteristics(blob, {}).hardware;
+        EXPECT_THAT(text(hardware), testing::HasSubstr(each.hardware));
+        EXPECT_TRUE(hardware.contains(KM_TAG_ORIGIN, KM_ORIGIN_IMPORTED));
+        const std::string exported = toHex(device->exportKey(KM_KEY_FORMAT_X509, blob, {}));
+        EXPECT_EQ(exported, each.exported);
 
-        // The parts are in the encoding, too: without leading zeros, big-endian.
+        // The parts stand in the encoding, too: without leading zeros, big-endian.
         const PublicKeyParts parts = device->exportKeyParts(KM_KEY_FORMAT_X509, blob, {});
-        const std::string whole = each.exported;
         for (const Bytes& part : {parts.modulus, parts.exponent, parts.x, parts.y}) {
-            EXPECT_NE(whole.find(toHex(part)), std::string::npos);
+            EXPECT_THAT(exported, testing::HasSubstr(toHex(part)));
         }
-        EXPECT_EQ(parts.x.size() + parts.modulus.size(), parts.algorithm == 1 ? 128U : 32U);
-        EXPECT_EQ(parts.y.size() + parts.exponent.size(), parts.algorithm == 1 ? 3U : 32U);
+        EXPECT_EQ(parts.x.size() + parts.modulus.size(), each.part_sizes[0]);
+        EXPECT_EQ(parts.y.size() + parts.exponent.size(), each.part_sizes[1]);
     }
 }
 
-TEST(Export, RefusesSymmetricKeysInAnyFormat) {
+TEST(Export, GivesOutPublicKeysOnly) {
     Device device;
-    const Bytes blob = device->generateKey(aesKey());
+    const auto attempt = [&](const ParamSet& key, uint32_t format) {
+        const Bytes blob = device->generateKey(key);
+        return errorOf([&] { device->exportKey(format, blob, {}); });
+    };
     for (const uint32_t format : {KM_KEY_FORMAT_X509, KM_KEY_FORMAT_PKCS8, KM_KEY_FORMAT_RAW}) {
-        EXPECT_EQ(errorOf([&] { device->exportKey(format, blob, {}); }), kFormat);
+        EXPECT_EQ(attempt(aesKey(), format), kFormat);
+        EXPECT_EQ(attempt(ecKey(), format), format == KM_KEY_FORMAT_X509 ? kOk : kFormat);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <sstream>
 
 #include "../attestation/Hex.h"
 #include "Keymaster.h"
@@ -60,6 +61,16 @@ inline ParamSet with(ParamSet params, const ParamSet& more) {
 inline ParamSet without(ParamSet params, keymaster_tag_t tag) {
     params.removeAll(tag);
     return params;
+}
+
+// "TAG=value ...", the tag in hexadecimal, the value in decimal or, of bytes, in hexadecimal.
+inline std::string text(const ParamSet& params) {
+    std::ostringstream out;
+    for (const Param& each : params) {
+        out << (out.tellp() > 0 ? " " : "") << std::hex << static_cast<uint32_t>(each.tag) << '='
+            << std::dec << each.integer << toHex(each.bytes);
+    }
+    return out.str();
 }
 
 inline ParamSet aesKey() {

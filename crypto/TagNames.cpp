@@ -1,0 +1,58 @@
+#include "TagNames.h"
+
+namespace keymasterdevice {
+
+// Kept: the table stops at the tag set of keymaster 3. Newer tags have no name here.
+const tag_string_t tag_string[kTagStringCount] = {
+    {0x00000000, "KM_TAG_INVALID"},
+    {0x20000001, "KM_TAG_PURPOSE"},
+    {0x10000002, "KM_TAG_ALGORITHM"},
+    {0x30000003, "KM_TAG_KEY_SIZE"},
+    {0x20000004, "KM_TAG_BLOCK_MODE"},
+    {0x20000005, "KM_TAG_DIGEST"},
+    {0x20000006, "KM_TAG_PADDING"},
+    {0x70000007, "KM_TAG_CALLER_NONCE"},
+    {0x30000008, "KM_TAG_MIN_MAC_LENGTH"},
+    {0x20000009, "KM_TAG_KDF"},
+    {0x1000000A, "KM_TAG_EC_CURVE"},
+    {0x500000C8, "KM_TAG_RSA_PUBLIC_EXPONENT"},
+    {0x700000CA, "KM_TAG_INCLUDE_UNIQUE_ID"},
+    {0x1000012D, "KM_TAG_BLOB_USAGE_REQUIREMENTS"},
+    {0x60000190, "KM_TAG_ACTIVE_DATETIME"},
+    {0x60000191, "KM_TAG_ORIGINATION_EXPIRE_DATETIME"},
+    {0x60000192, "KM_TAG_USAGE_EXPIRE_DATETIME"},
+    {0x30000193, "KM_TAG_MIN_SECONDS_BETWEEN_OPS"},
+    {0x30000194, "KM_TAG_MAX_USES_PER_BOOT"},
+    {0x700001F4, "KM_TAG_ALL_USERS"},
+    {0x300001F5, "KM_TAG_USER_ID"},
+    {0xA00001F6, "KM_TAG_USER_SECURE_ID"},
+    {0x700001F7, "KM_TAG_NO_AUTH_REQUIRED"},
+    {0x100001F8, "KM_TAG_USER_AUTH_TYPE"},
+    {0x300001F9, "KM_TAG_AUTH_TIMEOUT"},
+    {0x700001FA, "KM_TAG_ALLOW_WHILE_ON_BODY"},
+    {0x70000258, "KM_TAG_ALL_APPLICATIONS"},
+    {0x90000259, "KM_TAG_APPLICATION_ID"},
+    {0x900002BC, "KM_TAG_APPLICATION_DATA"},
+    {0x600002BD, "KM_TAG_CREATION_DATETIME"},
+    {0x100002BE, "KM_TAG_ORIGIN"},
+    {0x700002BF, "KM_TAG_ROLLBACK_RESISTANT"},
+    {0x900002C0, "KM_TAG_ROOT_OF_TRUST"},
+    {0x300002C1, "KM_TAG_OS_VERSION"},
+    {0x300002C2, "KM_TAG_OS_PATCHLEVEL"},
+    {0x900002C3, "KM_TAG_UNIQUE_ID"},
+    {0x900002C4, "KM_TAG_ATTESTATION_CHALLENGE"},
+    {0x900003E8, "KM_TAG_ASSOCIATED_DATA"},
+    {0x900003E9, "KM_TAG_NONCE"},
+    {0x900003EA, "KM_TAG_AUTH_TOKEN"},
+    {0x300003EB, "KM_TAG_MAC_LENGTH"},
+    {0x700003EC, "KM_TAG_RESET_SINCE_ID_ROTATION"},
+};
+
+const char* tagName(uint32_t tag) {
+    for (const tag_string_t& entry : tag_string) {
+        if (entry.tag == tag) return entry.name;
+    }
+    return nullptr;
+}
+
+}  // namespace keymasterdevice

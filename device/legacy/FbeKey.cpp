@@ -1,0 +1,54 @@
+#include "FbeKey.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "LegacyExchange.h"
+
+namespace keymasterdevice {
+namespace {
+
+constexpr char kDriver[] = "/dev/vaultlink";
+// Read and write, type 0x97, number 44, 72 bytes.
+constexpr unsigned long kClearKeyRequest = 0xC048972C;
+
+// The request's argument: two halves of the key, each followed by its length, a 32-bit
+// little-endian word.
+constexpr size_t kHalfBytes = kFbeKeyBytes / 2;
+enum Offset : size_t {
+    kFirstHalf = 0,
+    kFirstLength = kFirstHalf + kHalfBytes,
+    kSecondHalf = kFirstLength + kWordBytes,
+    kSecondLength = kSecondHalf + kHalfBytes,
+    kRecordBytes = kSecondLength + kWordBytes,
+};
+static_assert(kRecordBytes == 72, "the size is part of the request code");
+
+void sendClear(int driver, const uint8_t* key) {
+    uint8_t record[kRecordBytes];
+    std::copy_n(key, kHalfBytes, record + kFirstHalf);
+    storeWord(record + kFirstLength, kHalfBytes);
+    std::copy_n(key + kHalfBytes, kHalfBytes, record + kSecondHalf);
+    storeWord(record + kSecondLength, kHalfBytes);
+    if (ioctl(driver, kClearKeyRequest, record) != 0) {
+        logLegacyError("Couldn't clear FBE key, errno = %d", errno);
+    }
+}
+
+}  // namespace
+
+void clearFbeKey(const uint8_t* key) {
+    const int driver = open(kDriver, O_RDWR);
+    if (driver < 0) {
+        logLegacyError("Could not open /dev/vaultlink, errno = %d", errno);
+        return;
+    }
+    sendClear(driver, key);
+    close(driver);
+}
+
+}  // namespace keymasterdevice

@@ -1,0 +1,73 @@
+// Delivery of the root of trust and the boot state, early at boot; used on either protocol.
+
+#include <KeymasterUtils.h>
+
+#include <algorithm>
+
+#include "KeymasterHalDevice.h"
+#include "LegacyExchange.h"
+
+namespace keymasterdevice {
+namespace {
+
+constexpr uint32_t kRootOfTrustBytes = 32;
+
+namespace rot_request {
+enum Word : uint32_t { kCommand, kRootOffset, kRootBytes, kWords };
+static_assert(kWords * kWordBytes == 12, "fixed by the protocol");
+}  // namespace rot_request
+
+namespace state_request {
+enum Word : uint32_t { kCommand, kZero, kBodyOffset, kBodyBytes, kWords };
+static_assert(kWords * kWordBytes == 16, "fixed by the protocol");
+}  // namespace state_request
+
+// Kept: only four bytes of the boot state travel, then filler of 0xFF bytes.
+namespace state_body {
+enum Word : uint32_t {
+    kLocked,
+    kBootState,
+    kFiller,
+    kColor = kFiller + 7,
+    kSystemVersion,
+    kSystemPatchlevel,
+    kWords,
+};
+constexpr uint32_t kBytes = kWords * kWordBytes;
+static_assert(kColor * kWordBytes == 36 && kBytes == 48, "fixed by the protocol");
+}  // namespace state_body
+
+}  // namespace
+
+keymaster_error_t KeymasterHalDevice::LegacySetRot(uint8_t* root_of_trust, uint8_t* /*unused*/,
+                                                   bool locked, uint8_t* boot_state,
+                                                   _km_boot_state_color_t color,
+                                                   uint32_t system_version,
+                                                   uint32_t system_patchlevel) {
+    if (root_of_trust == nullptr || boot_state == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
+
+    LegacyExchange rot(*transport_, kSetRot, isStrongBox(), rot_request::kWords);
+    rot.addItem(rot_request::kRootOffset, root_of_trust, kRootOfTrustBytes);
+    const keymaster_error_t error = rot.send();
+    if (error != KM_ERROR_OK) return error;
+
+    // Kept: the second request is appended through the first one's builder, so its body lands
+    // behind the first request, at offset 60, while its header says 16.
+    LegacyExchange state(*transport_, kSetBootState, isStrongBox(), state_request::kWords, &rot);
+    state.setWord(state_request::kZero, 0);
+    state.setWord(state_request::kBodyOffset, state_request::kWords * kWordBytes);
+    state.setWord(state_request::kBodyBytes, state_body::kBytes);
+
+    uint8_t body_bytes[state_body::kBytes];
+    std::fill_n(body_bytes, sizeof(body_bytes), uint8_t{0xFF});
+    LegacyRecord body(body_bytes);
+    body.setWord(state_body::kLocked, locked ? 1 : 0);
+    std::copy_n(boot_state, kWordBytes, body_bytes + state_body::kBootState * kWordBytes);
+    body.setWord(state_body::kColor, static_cast<uint32_t>(color));
+    body.setWord(state_body::kSystemVersion, system_version);
+    body.setWord(state_body::kSystemPatchlevel, system_patchlevel);
+    state.append(body_bytes, sizeof(body_bytes));
+    return state.send();
+}
+
+}  // namespace keymasterdevice

@@ -1,0 +1,80 @@
+// The commands of the client, in groups of one file each, and the arguments that several share.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Client.h"
+#include "TagOptions.h"
+
+namespace lumo::cli {
+
+// What may be given with every command.
+struct Common {
+    bool strongbox = false;
+    bool json = false;
+    bool verbose = false;
+
+    SecurityLevel level() const {
+        return strongbox ? SecurityLevel::STRONGBOX : SecurityLevel::TRUSTED_ENVIRONMENT;
+    }
+};
+
+// Carries a command out; throws Failure where it cannot.
+using Action = std::function<void()>;
+
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* notes;  // examples and what is worth knowing, for the command's help
+    // Adds the command's arguments to its part of the command line. The action runs after parsing,
+    // while `common` still lives.
+    Action (*declare)(CLI::App& app, const Common& common);
+};
+
+struct CommandGroup {
+    const char* title;
+    std::vector<Command> commands;
+};
+
+CommandGroup deviceCommands();
+CommandGroup keyCommands();
+CommandGroup operationCommands();
+CommandGroup attestationCommands();
+CommandGroup sharingCommands();
+
+// A key file with the application id and data that the key is bound to.
+class KeyArguments {
+  public:
+    void declare(CLI::App& app);
+
+    const std::string& path() const { return path_; }
+    Bytes read() const;
+    Bytes appId() const { return binding_.bytesOf(Tag::APPLICATION_ID); }
+    Bytes appData() const { return binding_.bytesOf(Tag::APPLICATION_DATA); }
+    // Both as parameters, as far as they were given.
+    std::vector<KeyParameter> binding() const { return binding_.parameters(); }
+
+  private:
+    std::string path_;
+    TagOptions binding_;
+};
+
+// --in FILE and --out FILE, "-" by default.
+CLI::Option* addInput(CLI::App& app, std::string& path, const std::string& help);
+CLI::Option* addOutput(CLI::App& app, std::string& path, const std::string& help);
+void addAuthToken(CLI::App& app, std::string& path);
+
+// Throws Failure where a report would be mixed with the data on standard output.
+void requireSeparateReport(const Common& common, const std::string& output_path);
+
+// Throws Failure where binary data would be written to a terminal.
+void requireNoTerminal(const std::string& output_path);
+
+// The first parameters followed by the second.
+std::vector<KeyParameter> joined(std::vector<KeyParameter> first,
+                                 const std::vector<KeyParameter>& second);
+
+}  // namespace lumo::cli

@@ -1,0 +1,114 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <new>
+
+#include "Command.h"
+#include "Failure.h"
+#include "Report.h"
+
+namespace lumo::cli {
+
+namespace {
+
+constexpr char kDescription[] =
+    "lumokm: the keymaster service on files, as a platform client calls it";
+
+constexpr char kFooter[] =
+    "'-' is standard input or output. lumokm COMMAND --help shows examples.\n\n"
+    "Environment:\n"
+    "  LUMO_TRANSPORT   how the secure application is reached (sim)\n"
+    "  LUMO_STATE_DIR   where the one in this process keeps its secrets\n"
+    "  LUMO_PROPERTIES  system properties, in build.prop syntax\n\n"
+    "Exit status:\n"
+    "  0 ok   2 usage   3 refused by the keymaster   4 transport   5 a check failed\n"
+    "  6 state   1 anything else";
+
+constexpr char kCommandFooter[] = "--strongbox, --json and --verbose go with every command.";
+
+int report(Exit status, const std::string& context, const std::string& message) {
+    std::string line = "lumokm: " + (context.empty() ? "" : context + ": ") + message;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    say(line);
+    return static_cast<int>(status);
+}
+
+class CommandLine {
+  public:
+    CommandLine() : app_(kDescription, "lumokm") {
+        app_.set_version_flag("--version", "lumokm 4.1");
+        app_.add_flag("--strongbox", common_.strongbox, "use the StrongBox keymaster");
+        app_.add_flag("--json", common_.json, "print results as JSON");
+        app_.add_flag("-v,--verbose", common_.verbose, "show the library's log");
+        app_.require_subcommand(1);
+        app_.footer(kFooter);
+        for (const CommandGroup& group : {deviceCommands(), keyCommands(), operationCommands(),
+                                          attestationCommands(), sharingCommands()}) {
+            for (const Command& command : group.commands) add(group.title, command);
+        }
+    }
+
+    int run(int argc, char** argv) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::Success& success) {
+            return app_.exit(success);
+        } catch (const CLI::ParseError& error) {
+            return report(Exit::usage, chosen(), explain(error) + seeHelp());
+        }
+        routeLog(common_.verbose);
+        return carryOut();
+    }
+
+  private:
+    void add(const std::string& group, const Command& command) {
+        CLI::App* sub = app_.add_subcommand(command.name, command.summary);
+        sub->group(group)->fallthrough();
+        sub->footer(std::string(command.notes) + "\n\n" + kCommandFooter);
+        sub->callback([this, action = command.declare(*sub, common_)] { action_ = action; });
+    }
+
+    // Empty where the command line does not get that far.
+    std::string chosen() const {
+        const auto commands = app_.get_subcommands();
+        return commands.empty() ? "" : commands.front()->get_name();
+    }
+
+    // CLI11 asks for a subcommand also where it was given one that does not exist.
+    std::string explain(const CLI::ParseError& error) const {
+        if (!chosen().empty()) return error.what();
+        const std::vector<std::string> rest = app_.remaining();
+        return rest.empty() ? "a command is required"
+                            : "there is no command '" + rest.front() + "'";
+    }
+
+    std::string seeHelp() const {
+        return "; see lumokm " + (chosen().empty() ? "" : chosen() + " ") + "--help";
+    }
+
+    int carryOut() {
+        try {
+            action_();
+            return static_cast<int>(Exit::ok);
+        } catch (const Failure& failure) {
+            return report(failure.status(), chosen(), failure.what());
+        } catch (const std::bad_alloc&) {
+            return report(Exit::other, chosen(), "out of memory");
+        } catch (const std::exception& error) {
+            return report(Exit::other, chosen(), error.what());
+        }
+    }
+
+    Common common_;
+    CLI::App app_;
+    Action action_;
+};
+
+}  // namespace
+
+int run(int argc, char** argv) {
+    return CommandLine().run(argc, argv);
+}
+
+}  // namespace lumo::cli

@@ -1,0 +1,10 @@
+// The client's command line as a whole.
+#pragma once
+
+namespace lumo::cli {
+
+// Parses, carries out the command and reports its failure on standard error. Returns the exit
+// status.
+int run(int argc, char** argv);
+
+}  // namespace lumo::cli

@@ -1,0 +1,120 @@
+// Commands about the device as a whole.
+
+#include <android-base/properties.h>
+#include <lumo/Properties.h>
+#include <stdlib.h>
+
+#include "Command.h"
+#include "Files.h"
+#include "Report.h"
+
+namespace lumo::cli {
+
+namespace {
+
+// getHardwareInfo has no error to report; a device of another level would not call back at all.
+Report hardwareInfo(const sp<Device>& device) {
+    Report report = Report::object();
+    ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+    require("read the hardware's description",
+            device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
+                error = ErrorCode::OK;
+                report["securityLevel"] = toString(level);
+                report["keymasterName"] = std::string(name);
+                report["keymasterAuthorName"] = std::string(author);
+            }),
+            error);
+    return report;
+}
+
+std::string environmentOr(const char* variable, const char* fallback) {
+    const char* value = getenv(variable);
+    return value == nullptr || *value == '\0' ? fallback : value;
+}
+
+Action declareInfo(CLI::App& /*app*/, const Common& common) {
+    return [&common] {
+        Report report = hardwareInfo(connect(common.level()));
+        report["transport"] = environmentOr("LUMO_TRANSPORT", "sim");
+        report["properties"] = loadProperties().path;
+        for (const char* name : {"ro.build.version.release", "ro.build.version.security_patch",
+                                 "ro.vendor.build.security_patch"}) {
+            report[name] = ::android::base::GetProperty(name, "");
+        }
+        print(report, common.json);
+    };
+}
+
+Action declareHardwareInfo(CLI::App& /*app*/, const Common& common) {
+    return [&common] { print(hardwareInfo(connect41(common.level())), common.json); };
+}
+
+Action declareEarlyBootEnded(CLI::App& /*app*/, const Common& common) {
+    return [&common] {
+        require("end early boot", connect41(common.level())->earlyBootEnded());
+        say("early boot has ended");
+    };
+}
+
+Action declareDeviceLocked(CLI::App& app, const Common& common) {
+    const auto password_only = std::make_shared<bool>(false);
+    app.add_flag("--password-only", *password_only, "only a password token unlocks again");
+    return [password_only, &common] {
+        require("lock the device", connect41(common.level())->deviceLocked(*password_only, {}));
+        say("the device is locked");
+    };
+}
+
+Action declareAddEntropy(CLI::App& app, const Common& common) {
+    const auto path = std::make_shared<std::string>();
+    addInput(app, *path, "bytes to mix in");
+    return [path, &common] {
+        const Bytes entropy = readSmallFile(*path);
+        require("add entropy", connect(common.level())->addRngEntropy(entropy));
+    };
+}
+
+Action declareDeleteAll(CLI::App& /*app*/, const Common& common) {
+    return [&common] {
+        require("delete all keys", connect(common.level())->deleteAllKeys());
+        say("all keys are deleted");
+    };
+}
+
+Action declareDestroyIds(CLI::App& app, const Common& common) {
+    app.add_flag("--yes", "do it; it cannot be undone")->required();
+    return [&common] {
+        require("destroy the device's ids", connect(common.level())->destroyAttestationIds());
+        say("the device's ids are destroyed");
+    };
+}
+
+constexpr char kInfoNotes[] = "Example:\n  lumokm info\n  lumokm info --strongbox --json";
+constexpr char kHardwareInfoNotes[] = "Example:\n  lumokm hardware-info --strongbox";
+constexpr char kPerBootNote[] =
+    "It lasts until the secure application restarts. The one in the client's own process\n"
+    "(LUMO_TRANSPORT=sim) ends with this command; one that runs by itself remembers.\n\n";
+
+}  // namespace
+
+CommandGroup deviceCommands() {
+    static const std::string early_boot_notes =
+        std::string(kPerBootNote) + "Example:\n  lumokm early-boot-ended";
+    static const std::string locked_notes =
+        std::string(kPerBootNote) + "Example:\n  lumokm device-locked --password-only";
+    return {"Device",
+            {{"info", "Describe the keymaster and how it is reached", kInfoNotes, declareInfo},
+             {"hardware-info", "Describe the keymaster through its 4.1 interface",
+              kHardwareInfoNotes, declareHardwareInfo},
+             {"early-boot-ended", "Tell the keymaster that early boot has ended",
+              early_boot_notes.c_str(), declareEarlyBootEnded},
+             {"device-locked", "Tell the keymaster that the device was locked",
+              locked_notes.c_str(), declareDeviceLocked},
+             {"add-entropy", "Mix bytes into the random source",
+              "Example:\n  head -c 32 /dev/urandom | lumokm add-entropy", declareAddEntropy},
+             {"delete-all", "Delete all keys", "Example:\n  lumokm delete-all", declareDeleteAll},
+             {"destroy-ids", "Destroy the device's ids for good, so that none is attested again",
+              "Example:\n  lumokm destroy-ids --yes", declareDestroyIds}}};
+}
+
+}  // namespace lumo::cli

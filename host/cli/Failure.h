@@ -1,0 +1,41 @@
+// How the client fails: one line for the user, one exit status for scripts.
+#pragma once
+
+#include <android/hardware/keymaster/4.1/types.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace lumo::cli {
+
+// The exit statuses. Scripts rely on the numbers.
+enum class Exit : int {
+    ok = 0,
+    other = 1,      // a file, the machine
+    usage = 2,      // the command line, the environment, an input of the wrong form
+    refused = 3,    // the keymaster said no
+    transport = 4,  // the secure application cannot be reached
+    check = 5,      // a signature, a tag or an agreement is not the right one
+    state = 6,      // the secure application's state cannot be used
+};
+
+// What went wrong and what to try, in one line without the program's name.
+class Failure : public std::runtime_error {
+  public:
+    Failure(Exit status, const std::string& message)
+        : std::runtime_error(message), status_(status) {}
+
+    Exit status() const { return status_; }
+
+  private:
+    Exit status_;
+};
+
+// `doing` completes "could not ...": "sign", "open the key".
+Failure keymasterFailure(const std::string& doing,
+                         ::android::hardware::keymaster::V4_1::ErrorCode error);
+
+// "cannot ACTION PATH: REASON" for the errno given.
+Failure fileFailure(const std::string& action, const std::string& path, int error_number);
+
+}  // namespace lumo::cli

@@ -1,0 +1,192 @@
+#include "Files.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <utility>
+
+#include "Failure.h"
+
+namespace lumo::cli {
+
+namespace {
+
+constexpr char kStandard[] = "-";
+constexpr size_t kMaxSmallFileBytes = size_t{1} << 20;
+constexpr size_t kCopyBytes = size_t{64} << 10;
+
+bool isStandard(const std::string& path) {
+    return path == kStandard;
+}
+
+FileDescriptor openInput(const std::string& path) {
+    if (!isStandard(path)) {
+        FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file.isOpen()) throw fileFailure("open", path, errno);
+        return file;
+    }
+    static bool taken = false;
+    if (std::exchange(taken, true)) {
+        throw Failure(Exit::usage,
+                      "only one input can be standard input; give the others as files");
+    }
+    return FileDescriptor(dup(STDIN_FILENO));
+}
+
+void writeAll(int fd, const uint8_t* data, size_t size, const std::string& name) {
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) throw fileFailure("write", name, errno);
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+}
+
+std::string directoryOf(const std::string& path) {
+    const std::string directory = std::filesystem::path(path).parent_path();
+    return directory.empty() ? "." : directory;
+}
+
+// A link is followed, so that the file behind it is replaced and not the link.
+std::string resolve(const std::string& path) {
+    char resolved[PATH_MAX];
+    return realpath(path.c_str(), resolved) == nullptr ? path : resolved;
+}
+
+mode_t permissionsFor(Output::Kind kind, const struct stat* existing) {
+    if (kind == Output::Kind::secret) return 0600;
+    return existing == nullptr ? 0666 : existing->st_mode & 0777;
+}
+
+}  // namespace
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+}
+
+FileDescriptor::~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+}
+
+Input::Input(const std::string& path)
+    : name_(isStandard(path) ? "standard input" : path), file_(openInput(path)) {}
+
+size_t Input::read(uint8_t* buffer, size_t size) {
+    size_t filled = 0;
+    while (filled < size) {
+        const ssize_t count = ::read(file_.get(), buffer + filled, size - filled);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw fileFailure("read", name_, errno);
+        if (count == 0) break;
+        filled += static_cast<size_t>(count);
+    }
+    return filled;
+}
+
+std::optional<uint64_t> Input::size() const {
+    struct stat status;
+    if (fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    return static_cast<uint64_t>(status.st_size);
+}
+
+Bytes readSmallFile(const std::string& path) {
+    Input input(path);
+    Bytes bytes(kMaxSmallFileBytes + 1);
+    bytes.resize(input.read(bytes.data(), bytes.size()));
+    if (bytes.size() > kMaxSmallFileBytes) {
+        throw Failure(Exit::usage, input.name() + " is larger than 1 MiB; give the right file");
+    }
+    return bytes;
+}
+
+Output::Output(const std::string& path, Kind kind, Flow flow)
+    : name_(isStandard(path) ? "standard output" : path) {
+    struct stat status;
+    const bool exists = !isStandard(path) && stat(path.c_str(), &status) == 0;
+    if (isStandard(path) || (exists && !S_ISREG(status.st_mode))) {
+        openStream(path, flow);
+        return;
+    }
+    path_ = resolve(path);
+    openFile(permissionsFor(kind, exists ? &status : nullptr));
+    // The umask has been applied; what the file had before goes over it.
+    if (exists) fchmod(file_.get(), permissionsFor(kind, &status));
+}
+
+Output::~Output() {
+    if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
+void Output::openStream(const std::string& path, Flow flow) {
+    stream_ = FileDescriptor(isStandard(path) ? dup(STDOUT_FILENO)
+                                              : open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!stream_.isOpen()) throw fileFailure("open", name_, errno);
+    if (flow == Flow::direct) return;
+    const std::string directory = std::filesystem::temp_directory_path();
+    std::string name = directory + "/lumokm.XXXXXX";
+    file_ = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
+    if (!file_.isOpen()) throw fileFailure("make a temporary file in", directory, errno);
+    unlink(name.c_str());
+}
+
+// The file has no name until it is complete, where the file system can do that.
+void Output::openFile(mode_t mode) {
+    const std::string directory = directoryOf(path_);
+    file_ = FileDescriptor(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
+    if (file_.isOpen()) return;
+    const std::string name = path_ + "." + std::to_string(getpid()) + ".tmp";
+    file_ = FileDescriptor(open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, mode));
+    if (!file_.isOpen()) throw fileFailure("write", name_, errno);
+    temporary_ = name;
+}
+
+void Output::write(const uint8_t* data, size_t size) {
+    writeAll(file_.isOpen() ? file_.get() : stream_.get(), data, size, name_);
+}
+
+void Output::commit() {
+    if (!path_.empty()) return publishFile();
+    if (file_.isOpen()) copyToStream();
+}
+
+void Output::publishFile() {
+    if (fsync(file_.get()) != 0) throw fileFailure("write", name_, errno);
+    if (temporary_.empty()) {
+        const std::string name = path_ + "." + std::to_string(getpid()) + ".tmp";
+        const std::string nameless = "/proc/self/fd/" + std::to_string(file_.get());
+        unlink(name.c_str());  // left by a process of the same number
+        if (linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+            throw fileFailure("write", name_, errno);
+        }
+        temporary_ = name;
+    }
+    if (rename(temporary_.c_str(), path_.c_str()) != 0) throw fileFailure("write", name_, errno);
+    temporary_.clear();
+}
+
+void Output::copyToStream() {
+    if (lseek(file_.get(), 0, SEEK_SET) != 0) throw fileFailure("write", name_, errno);
+    Bytes buffer(kCopyBytes);
+    for (;;) {
+        const ssize_t count = ::read(file_.get(), buffer.data(), buffer.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw fileFailure("write", name_, errno);
+        if (count == 0) return;
+        writeAll(stream_.get(), buffer.data(), static_cast<size_t>(count), name_);
+    }
+}
+
+void writeFile(const std::string& path, const Bytes& bytes, Output::Kind kind) {
+    Output output(path, kind);
+    output.write(bytes);
+    output.commit();
+}
+
+}  // namespace lumo::cli

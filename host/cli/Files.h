@@ -1,0 +1,89 @@
+// Input and output files. The path "-" is standard input or output.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Bytes.h"
+
+namespace lumo::cli {
+
+// A file descriptor that is closed with its owner.
+class FileDescriptor {
+  public:
+    explicit FileDescriptor(int fd = -1) : fd_(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    ~FileDescriptor();
+
+    int get() const { return fd_; }
+    bool isOpen() const { return fd_ >= 0; }
+
+  private:
+    int fd_;
+};
+
+// Reads a file from its start to its end. Every call throws Failure where the file cannot be read.
+class Input {
+  public:
+    // Standard input can be opened once in a process.
+    explicit Input(const std::string& path);
+
+    const std::string& name() const { return name_; }
+
+    // Fills `buffer` up to `size` bytes; fewer only at the end.
+    size_t read(uint8_t* buffer, size_t size);
+
+    // Bytes in the file; nothing where that is not known beforehand.
+    std::optional<uint64_t> size() const;
+
+  private:
+    std::string name_;
+    FileDescriptor file_;
+};
+
+// The whole of a small file: a key, a signature, a token. Throws Failure where it is larger than
+// any of these can be.
+Bytes readSmallFile(const std::string& path);
+
+// Writes a file so that it appears whole or not at all. Without commit() nothing of it remains,
+// even when the process is killed. What goes to standard output, a pipe or a device is written at
+// once, unless it is to be held back. Every call throws Failure where the file cannot be written.
+class Output {
+  public:
+    enum class Kind {
+        data,    // the user's usual permissions
+        secret,  // readable by the owner alone
+    };
+    enum class Flow {
+        direct,  // what cannot be replaced whole is written as it comes
+        held,    // nothing is seen before commit()
+    };
+
+    explicit Output(const std::string& path, Kind kind = Kind::data, Flow flow = Flow::direct);
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    void write(const uint8_t* data, size_t size);
+    void write(const Bytes& bytes) { write(bytes.data(), bytes.size()); }
+    void commit();
+
+  private:
+    void openStream(const std::string& path, Flow flow);
+    void openFile(mode_t mode);
+    void publishFile();
+    void copyToStream();
+
+    std::string path_;       // of the regular file that commit() makes; empty for a stream
+    std::string name_;       // for messages
+    std::string temporary_;  // a named file to be removed; empty where it has no name
+    FileDescriptor stream_;  // where a stream's bytes end
+    FileDescriptor file_;    // what is written to, unless that is the stream itself
+};
+
+// Writes one text or record in whole.
+void writeFile(const std::string& path, const Bytes& bytes, Output::Kind kind = Output::Kind::data);
+
+}  // namespace lumo::cli

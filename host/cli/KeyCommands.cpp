@@ -1,0 +1,381 @@
+// Commands that make, describe, export, upgrade and delete keys.
+
+#include "Command.h"
+#include "Failure.h"
+#include "Files.h"
+#include "Pem.h"
+#include "Report.h"
+
+namespace lumo::cli {
+
+namespace {
+
+using km::V4_0::Algorithm;
+using km::V4_0::KeyCharacteristics;
+using km::V4_0::KeyFormat;
+
+constexpr uint64_t kUsualExponent = 65537;
+constexpr size_t kMaskingKeyBytes = 32;
+
+constexpr TagOption kCreationOptions[] = {
+    {"--algorithm", Tag::ALGORITHM, "algorithm of the key"},
+    {"--size", Tag::KEY_SIZE, "size in bits"},
+    {"--curve", Tag::EC_CURVE, "curve of an EC key"},
+    {"--exponent", Tag::RSA_PUBLIC_EXPONENT,
+     "public exponent of an RSA key (65537 when one is generated)"},
+    {"--purpose", Tag::PURPOSE, "what the key may be used for, with commas"},
+    {"--digest", Tag::DIGEST, "digests that it may be used with, with commas"},
+    {"--padding", Tag::PADDING, "paddings that it may be used with, with commas"},
+    {"--mode", Tag::BLOCK_MODE, "block modes that it may be used with, with commas"},
+    {"--min-mac-length", Tag::MIN_MAC_LENGTH, "shortest MAC in bits, for HMAC and GCM"},
+    {"--caller-nonce", Tag::CALLER_NONCE, "nonces may be chosen when encrypting"},
+};
+
+constexpr TagOption kAccessOptions[] = {
+    {"--no-auth-required", Tag::NO_AUTH_REQUIRED, "usable without a user; the default"},
+    {"--user-secure-id", Tag::USER_SECURE_ID, "usable by these users only, with commas"},
+    {"--user-auth-type", Tag::USER_AUTH_TYPE, "how the user may prove presence, joined by +"},
+    {"--auth-timeout", Tag::AUTH_TIMEOUT, "seconds that a token is good for"},
+    {"--allow-while-on-body", Tag::ALLOW_WHILE_ON_BODY, "usable while the device is carried"},
+    {"--unlocked-device", Tag::UNLOCKED_DEVICE_REQUIRED, "usable while the device is unlocked"},
+    {"--trusted-presence", Tag::TRUSTED_USER_PRESENCE_REQUIRED, "needs proof of presence"},
+    {"--trusted-confirmation", Tag::TRUSTED_CONFIRMATION_REQUIRED, "signs confirmed data only"},
+    {"--user-id", Tag::USER_ID, "Android user that the key belongs to"},
+    {"--app-id", Tag::APPLICATION_ID, "bind the key to an application id"},
+    {"--app-data", Tag::APPLICATION_DATA, "bind the key to application data"},
+};
+
+constexpr TagOption kLifeOptions[] = {
+    {"--active-from", Tag::ACTIVE_DATETIME, "not usable before"},
+    {"--origination-expires", Tag::ORIGINATION_EXPIRE_DATETIME, "no signing, encrypting after"},
+    {"--usage-expires", Tag::USAGE_EXPIRE_DATETIME, "no verifying, decrypting after"},
+    {"--creation-date", Tag::CREATION_DATETIME, "date of creation in place of today's"},
+    {"--min-seconds-between-ops", Tag::MIN_SECONDS_BETWEEN_OPS, "shortest time between uses"},
+    {"--max-uses-per-boot", Tag::MAX_USES_PER_BOOT, "uses until the next boot"},
+    {"--rollback-resistance", Tag::ROLLBACK_RESISTANCE, "deleting it is final"},
+    {"--early-boot-only", Tag::EARLY_BOOT_ONLY, "usable until early boot ends (4.1)"},
+    {"--bootloader-only", Tag::BOOTLOADER_ONLY, "usable by the boot loader alone"},
+    {"--storage-key", Tag::STORAGE_KEY, "for storage encryption alone (4.1)"},
+    {"--blob-usage", Tag::BLOB_USAGE_REQUIREMENTS, "what the blob needs to be usable"},
+    {"--hardware-type", Tag::HARDWARE_TYPE, "hardware that the key must live in"},
+    {"--include-unique-id", Tag::INCLUDE_UNIQUE_ID, "attest the device's unique id with it"},
+};
+
+class CreationArguments {
+  public:
+    void declare(CLI::App& app) {
+        options_.declare(app, kCreationOptions, "Key");
+        options_.declare(app, kAccessOptions, "Access");
+        options_.declare(app, kLifeOptions, "Life");
+    }
+
+    bool has(Tag tag) const { return options_.has(tag); }
+
+    std::vector<KeyParameter> parameters() const {
+        std::vector<KeyParameter> parameters = options_.parameters();
+        if (!has(Tag::USER_SECURE_ID) && !has(Tag::NO_AUTH_REQUIRED)) {
+            parameters.push_back(makeBool(Tag::NO_AUTH_REQUIRED));
+        }
+        return parameters;
+    }
+
+  private:
+    TagOptions options_;
+};
+
+std::optional<uint32_t> algorithmOf(const std::vector<KeyParameter>& parameters) {
+    for (const KeyParameter& parameter : parameters) {
+        if (tagOf(parameter) == Tag::ALGORITHM) return parameter.f.integer;
+    }
+    return std::nullopt;
+}
+
+bool isAlgorithm(const std::vector<KeyParameter>& parameters, Algorithm algorithm) {
+    return algorithmOf(parameters) == static_cast<uint32_t>(algorithm);
+}
+
+// What generate, import and import-wrapped give back.
+struct NewKey {
+    ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+    Bytes blob;
+    KeyCharacteristics characteristics;
+
+    // The callback of all three; the key must outlive it.
+    auto callback() {
+        return [this](ErrorCode code, const HidlBytes& made, const KeyCharacteristics& described) {
+            error = code;
+            blob = made;
+            characteristics = described;
+        };
+    }
+};
+
+void requireKeyOutput(const Common& common, const std::string& path) {
+    requireSeparateReport(common, path);
+    requireNoTerminal(path);
+}
+
+void writeKey(const Common& common, const std::string& path, const NewKey& key) {
+    writeFile(path, key.blob, Output::Kind::secret);
+    if (common.json) print(describe(key.characteristics), true);
+}
+
+void addKeyOutput(CLI::App& app, std::string& path) {
+    addOutput(app, path, "key blob to write, readable by its owner alone");
+}
+
+Action declareGenerate(CLI::App& app, const Common& common) {
+    struct Arguments {
+        CreationArguments creation;
+        std::string output;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    arguments->creation.declare(app);
+    addKeyOutput(app, arguments->output);
+    return [arguments, &common] {
+        requireKeyOutput(common, arguments->output);
+        std::vector<KeyParameter> parameters = arguments->creation.parameters();
+        if (isAlgorithm(parameters, Algorithm::RSA) &&
+            !arguments->creation.has(Tag::RSA_PUBLIC_EXPONENT)) {
+            parameters.push_back(makeLong(Tag::RSA_PUBLIC_EXPONENT, kUsualExponent));
+        }
+        NewKey key;
+        const sp<Device> device = connect(common.level());
+        require("generate the key", device->generateKey(parameters, key.callback()), key.error);
+        writeKey(common, arguments->output, key);
+    };
+}
+
+KeyFormat parseFormat(const std::string& word) {
+    if (word == "x509") return KeyFormat::X509;
+    return word == "raw" ? KeyFormat::RAW : KeyFormat::PKCS8;
+}
+
+void addFormat(CLI::App& app, std::string& word, const std::string& help) {
+    app.add_option("--format", word, help)
+        ->type_name("x509|pkcs8|raw")
+        ->check(CLI::IsMember({"x509", "pkcs8", "raw"}));
+}
+
+// The format that keys of the algorithm come in, unless another one was asked for.
+KeyFormat importFormat(const std::string& word, const std::vector<KeyParameter>& parameters) {
+    if (!word.empty()) return parseFormat(word);
+    const bool pair =
+        isAlgorithm(parameters, Algorithm::RSA) || isAlgorithm(parameters, Algorithm::EC);
+    return pair ? KeyFormat::PKCS8 : KeyFormat::RAW;
+}
+
+Action declareImport(CLI::App& app, const Common& common) {
+    struct Arguments {
+        CreationArguments creation;
+        std::string format;
+        std::string input;
+        std::string output;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    arguments->creation.declare(app);
+    addFormat(app, arguments->format, "form of the key (pkcs8 for RSA and EC, else raw)");
+    addInput(app, arguments->input, "key: PKCS#8 in PEM or DER, or the raw bytes");
+    addKeyOutput(app, arguments->output);
+    return [arguments, &common] {
+        requireKeyOutput(common, arguments->output);
+        const std::vector<KeyParameter> parameters = arguments->creation.parameters();
+        const KeyFormat format = importFormat(arguments->format, parameters);
+        Bytes material = readSmallFile(arguments->input);
+        if (format == KeyFormat::PKCS8) material = privateKeyDer(material);
+        NewKey key;
+        const sp<Device> device = connect(common.level());
+        require("import the key", device->importKey(parameters, format, material, key.callback()),
+                key.error);
+        writeKey(common, arguments->output, key);
+    };
+}
+
+constexpr TagOption kUnwrappingOptions[] = {
+    {"--padding", Tag::PADDING, "padding of the wrapping key's use"},
+    {"--digest", Tag::DIGEST, "digest of the wrapping key's use"},
+};
+
+struct UnwrapArguments {
+    KeyArguments wrapping;
+    TagOptions unwrapping;
+    std::string masking_key;
+    uint64_t password_sid = 0;
+    uint64_t biometric_sid = 0;
+    std::string input;
+    std::string output;
+
+    void declare(CLI::App& app) {
+        wrapping.declare(app);
+        unwrapping.declare(app, kUnwrappingOptions, "Options");
+        app.add_option("--masking-key", masking_key, "32 bytes that mask the transport key")
+            ->type_name("HEX")
+            ->default_str("all zero");
+        app.add_option("--password-sid", password_sid, "secure id of the user's password");
+        app.add_option("--biometric-sid", biometric_sid, "secure id of the user's fingerprints");
+        addInput(app, input, "wrapped key");
+        addKeyOutput(app, output);
+    }
+
+    Bytes maskingKey() const {
+        if (masking_key.empty()) return Bytes(kMaskingKeyBytes);
+        const auto bytes = fromHex(masking_key);
+        if (!bytes) throw Failure(Exit::usage, "--masking-key: give hexadecimal digits");
+        return *bytes;
+    }
+};
+
+Action declareImportWrapped(CLI::App& app, const Common& common) {
+    const auto arguments = std::make_shared<UnwrapArguments>();
+    arguments->declare(app);
+    return [arguments, &common] {
+        requireKeyOutput(common, arguments->output);
+        const Bytes wrapping_key = arguments->wrapping.read();
+        const Bytes wrapped = readSmallFile(arguments->input);
+        NewKey key;
+        const sp<Device> device = connect(common.level());
+        require("import the wrapped key",
+                device->importWrappedKey(
+                    wrapped, wrapping_key, arguments->maskingKey(),
+                    joined(arguments->unwrapping.parameters(), arguments->wrapping.binding()),
+                    arguments->password_sid, arguments->biometric_sid, key.callback()),
+                key.error);
+        writeKey(common, arguments->output, key);
+    };
+}
+
+Action declareCharacteristics(CLI::App& app, const Common& common) {
+    const auto key = std::make_shared<KeyArguments>();
+    key->declare(app);
+    return [key, &common] {
+        const Bytes blob = key->read();
+        const sp<Device> device = connect(common.level());
+        print(describe(characteristicsOf(device, blob, key->appId(), key->appData())), common.json);
+    };
+}
+
+Action declareExport(CLI::App& app, const Common& common) {
+    struct Arguments {
+        KeyArguments key;
+        std::string format = "x509";
+        bool der = false;
+        std::string output;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    arguments->key.declare(app);
+    addFormat(app, arguments->format, "form of the key; there is only x509 to be had");
+    app.add_flag("--der", arguments->der, "write DER in place of PEM");
+    addOutput(app, arguments->output, "public key to write");
+    return [arguments, &common] {
+        if (arguments->der) requireNoTerminal(arguments->output);
+        const Bytes blob = arguments->key.read();
+        ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+        Bytes material;
+        const sp<Device> device = connect(common.level());
+        require("export the key",
+                device->exportKey(parseFormat(arguments->format), blob, arguments->key.appId(),
+                                  arguments->key.appData(),
+                                  [&](ErrorCode code, const HidlBytes& exported) {
+                                      error = code;
+                                      material = exported;
+                                  }),
+                error);
+        const std::string pem = toPem(kPublicKeyLabel, material);
+        writeFile(arguments->output, arguments->der ? material : Bytes(pem.begin(), pem.end()));
+    };
+}
+
+// The service takes no empty set. What upgrading does not look at stands in where nothing is
+// needed.
+std::vector<KeyParameter> upgradeParameters(const KeyArguments& key) {
+    std::vector<KeyParameter> parameters = key.binding();
+    if (parameters.empty()) parameters.push_back(makeBool(Tag::NO_AUTH_REQUIRED));
+    return parameters;
+}
+
+Action declareUpgrade(CLI::App& app, const Common& common) {
+    struct Arguments {
+        KeyArguments key;
+        std::string output;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    arguments->key.declare(app);
+    addKeyOutput(app, arguments->output);
+    return [arguments, &common] {
+        requireKeyOutput(common, arguments->output);
+        const Bytes blob = arguments->key.read();
+        ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+        Bytes upgraded;
+        const sp<Device> device = connect(common.level());
+        require("upgrade the key",
+                device->upgradeKey(blob, upgradeParameters(arguments->key),
+                                   [&](ErrorCode code, const HidlBytes& bytes) {
+                                       error = code;
+                                       upgraded = bytes;
+                                   }),
+                error);
+        // An empty blob says that the key is current; the old one is then the answer.
+        if (upgraded.empty()) say("the key is up to date");
+        writeFile(arguments->output, upgraded.empty() ? blob : upgraded, Output::Kind::secret);
+        if (common.json) print({{"upgraded", !upgraded.empty()}}, true);
+    };
+}
+
+Action declareDelete(CLI::App& app, const Common& common) {
+    const auto key = std::make_shared<KeyArguments>();
+    key->declare(app);
+    return [key, &common] {
+        require("delete the key", connect(common.level())->deleteKey(key->read()));
+        say("the key is deleted; its file " + key->path() + " is still there");
+    };
+}
+
+constexpr char kGenerateNotes[] =
+    "Without --user-secure-id the key is usable without a user (NO_AUTH_REQUIRED).\n"
+    "BYTES are TEXT, hex:HEX or file:PATH; a DATE is 2030-01-31 or 2030-01-31T12:00:00Z.\n"
+    "An existing output file is replaced. --json prints the characteristics.\n\n"
+    "Examples:\n"
+    "  lumokm generate --algorithm ec --curve p256 --purpose sign,verify --digest sha256 "
+    "--out ec.key\n"
+    "  lumokm generate --algorithm rsa --size 2048 --purpose sign --digest sha256 "
+    "--padding pss,pkcs1-sign --out rsa.key\n"
+    "  lumokm generate --algorithm aes --size 256 --purpose encrypt,decrypt --mode gcm "
+    "--padding none --min-mac-length 128 --out aes.key\n"
+    "  lumokm generate --algorithm hmac --size 256 --purpose sign,verify --digest sha256 "
+    "--min-mac-length 128 --out hmac.key";
+
+constexpr char kImportNotes[] =
+    "Size, curve and exponent follow from the key; given, they must agree with it.\n"
+    "Without --user-secure-id the key is usable without a user (NO_AUTH_REQUIRED).\n\n"
+    "Examples:\n"
+    "  lumokm import --algorithm ec --purpose sign --digest sha256 --in ec.pem --out ec.key\n"
+    "  lumokm import --algorithm aes --purpose encrypt,decrypt --mode cbc --padding pkcs7 "
+    "--in aes.bin --out aes.key";
+
+constexpr char kImportWrappedNotes[] =
+    "The wrapping key is an RSA key with purpose wrap, padding oaep and digest sha256.\n\n"
+    "Example:\n"
+    "  lumokm import-wrapped --key wrapping.key --padding oaep --digest sha256 "
+    "--in wrapped.der --out aes.key";
+
+}  // namespace
+
+CommandGroup keyCommands() {
+    return {"Keys",
+            {{"generate", "Generate a key", kGenerateNotes, declareGenerate},
+             {"import", "Import a key", kImportNotes, declareImport},
+             {"import-wrapped", "Import a key that was wrapped for this device",
+              kImportWrappedNotes, declareImportWrapped},
+             {"characteristics", "Print what a key is and may be used for",
+              "Example:\n  lumokm characteristics --key ec.key --json", declareCharacteristics},
+             {"export", "Write a key's public key as PEM",
+              "Example:\n  lumokm export --key ec.key --out ec.pem", declareExport},
+             {"upgrade", "Bind a key to the current versions and patch levels",
+              "A key that is up to date is copied.\n\n"
+              "Example:\n  lumokm upgrade --key ec.key --out ec.key",
+              declareUpgrade},
+             {"delete", "Delete a key in the keymaster; the file stays",
+              "Example:\n  lumokm delete --key ec.key", declareDelete}}};
+}
+
+}  // namespace lumo::cli

@@ -1,0 +1,61 @@
+// One operation with a key: begin, any number of updates, finish.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Client.h"
+#include "Files.h"
+
+namespace lumo::cli {
+
+// What is handed to begin; the token goes with every call of the operation.
+struct OperationRequest {
+    km::V4_0::KeyPurpose purpose{};
+    Bytes key;
+    std::vector<KeyParameter> parameters;
+    HardwareAuthToken token{};
+};
+
+// Receives output in the order in which it comes.
+using Sink = std::function<void(const Bytes& output)>;
+
+// Aborts the operation where it was not finished. Every call throws Failure where it is refused,
+// and the operation is over then.
+class Operation {
+  public:
+    // Largest input of one update.
+    static constexpr size_t kMaxUpdateBytes = 16384;
+
+    Operation(sp<Device> device, OperationRequest request);
+    ~Operation();
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    // What begin gave back.
+    const std::vector<KeyParameter>& parameters() const { return parameters_; }
+
+    // Data that is authenticated and not encrypted; before any of the other.
+    void authenticate(Input& associated_data);
+
+    void process(Input& input, const Sink& sink);
+
+    void finish(const std::vector<KeyParameter>& parameters, const Bytes& signature,
+                const Sink& sink);
+
+  private:
+    // The number of bytes that were consumed.
+    size_t update(const std::vector<KeyParameter>& parameters, const Bytes& input,
+                  const Sink& sink);
+    void requireStep(const Return<void>& result, const ErrorCode& error);
+
+    sp<Device> device_;
+    OperationRequest request_;
+    std::string doing_;
+    std::vector<KeyParameter> parameters_;
+    uint64_t handle_ = 0;
+    bool live_ = false;
+};
+
+}  // namespace lumo::cli

@@ -1,0 +1,30 @@
+// Tells a person at a terminal how far long work has come.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace lumo::cli {
+
+// Writes one line on standard error, over and over, once the work has taken a while; nothing where
+// standard error is no terminal. The line is wiped at the end.
+class Progress {
+  public:
+    Progress(std::string verb, std::optional<uint64_t> total);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void advance(uint64_t bytes);
+
+  private:
+    std::string verb_;
+    std::optional<uint64_t> total_;
+    uint64_t done_ = 0;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point next_;
+};
+
+}  // namespace lumo::cli

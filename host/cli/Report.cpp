@@ -1,0 +1,90 @@
+#include "Report.h"
+
+#include <iostream>
+
+#include "Bytes.h"
+#include "Files.h"
+
+namespace lumo::cli {
+
+namespace {
+
+Report valueOf(const KeyParameter& parameter) {
+    const Tag tag = tagOf(parameter);
+    switch (typeOf(tag)) {
+        case TagType::ENUM:
+        case TagType::ENUM_REP:
+            return nameOfValue(tag, parameter.f.integer);
+        case TagType::UINT:
+        case TagType::UINT_REP:
+            return parameter.f.integer;
+        case TagType::ULONG:
+        case TagType::ULONG_REP:
+            return parameter.f.longInteger;
+        case TagType::DATE:
+            return dateText(parameter.f.dateTime);
+        case TagType::BOOL:
+            return true;
+        default:
+            return toHex(parameter.blob);
+    }
+}
+
+std::string valueText(const Report& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (!value.is_array()) return value.dump();
+    std::string text;
+    for (const Report& element : value) {
+        text += (text.empty() ? "" : ", ") + valueText(element);
+    }
+    return text;
+}
+
+void appendLines(const Report& report, const std::string& indent, std::string& text) {
+    for (const auto& [name, value] : report.items()) {
+        if (value.is_object()) {
+            text += indent + name + ":\n";
+            appendLines(value, indent + "  ", text);
+        } else {
+            text += indent + name + ": " + valueText(value) + "\n";
+        }
+    }
+}
+
+}  // namespace
+
+Report describe(const std::vector<KeyParameter>& parameters) {
+    Report report = Report::object();
+    for (const KeyParameter& parameter : parameters) {
+        const Tag tag = tagOf(parameter);
+        Report& member = report[toString(tag)];
+        if (isRepeatable(tag)) {
+            member.push_back(valueOf(parameter));
+        } else {
+            member = valueOf(parameter);
+        }
+    }
+    return report;
+}
+
+Report describe(const km::V4_0::KeyCharacteristics& characteristics) {
+    return {{"hardwareEnforced", describe(characteristics.hardwareEnforced)},
+            {"softwareEnforced", describe(characteristics.softwareEnforced)}};
+}
+
+std::string toText(const Report& report) {
+    std::string text;
+    appendLines(report, "", text);
+    return text;
+}
+
+void print(const Report& report, bool as_json) {
+    const std::string text = as_json ? report.dump(2) + "\n" : toText(report);
+    writeFile("-", Bytes(text.begin(), text.end()));
+}
+
+void say(const std::string& words) {
+    std::cerr << words << '\n';
+}
+
+}  // namespace lumo::cli

@@ -1,0 +1,32 @@
+// Results for people and for programs: the same names and values as lines or as JSON.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "Words.h"
+
+namespace lumo::cli {
+
+// Keeps the order in which members were added.
+using Report = nlohmann::ordered_json;
+
+// One member for each tag, by its published name; repeatable tags are arrays. Enumerations and
+// dates are text, bytes hexadecimal, numbers numbers.
+Report describe(const std::vector<KeyParameter>& parameters);
+
+// {"hardwareEnforced": ..., "softwareEnforced": ...}
+Report describe(const km::V4_0::KeyCharacteristics& characteristics);
+
+// "name: value" lines; an object is a name with its members indented below, an array a list with
+// commas.
+std::string toText(const Report& report);
+
+// Writes the report to standard output, as lines or as JSON.
+void print(const Report& report, bool as_json);
+
+// One line on standard error.
+void say(const std::string& words);
+
+}  // namespace lumo::cli

@@ -1,0 +1,117 @@
+// What is printed and understood, where no keymaster is needed to see it.
+
+#include <gtest/gtest.h>
+
+#include "Pem.h"
+#include "Report.h"
+#include "TagOptions.h"
+#include "Words.h"
+
+namespace lumo::cli {
+namespace {
+
+const std::vector<KeyParameter> kParameters = {
+    makeEnum(Tag::ALGORITHM, 33),
+    makeEnum(Tag::PURPOSE, 5),
+    makeEnum(Tag::PURPOSE, 9),
+    makeEnum(Tag::PADDING, 4),
+    makeLong(Tag::USER_SECURE_ID, UINT64_MAX),
+    makeEnum(Tag::USER_AUTH_TYPE, 3),
+    makeLong(Tag::ACTIVE_DATETIME, 951782400123),
+    makeBool(Tag::EARLY_BOOT_ONLY),
+    makeBytes(Tag::APPLICATION_ID, {0x00, 0xAB}),
+    makeEnum(static_cast<Tag>(0x30000FFF), 7),
+};
+
+TEST(Describe, UsesPublishedNamesAndKeepsWhatItDoesNotKnow) {
+    EXPECT_EQ(toText({{"list", describe(kParameters)}}),
+              "list:\n"
+              "  ALGORITHM: TRIPLE_DES\n"
+              "  PURPOSE: WRAP_KEY, 0x9\n"
+              "  PADDING: RSA_PKCS1_1_5_ENCRYPT\n"
+              "  USER_SECURE_ID: 18446744073709551615\n"
+              "  USER_AUTH_TYPE: PASSWORD+FINGERPRINT\n"
+              "  ACTIVE_DATETIME: 2000-02-29T00:00:00.123Z\n"
+              "  EARLY_BOOT_ONLY: true\n"
+              "  APPLICATION_ID: 00ab\n"
+              "  0x30000fff: 7\n");
+}
+
+TEST(Describe, GivesRepeatableTagsAsArraysEvenOfOne) {
+    const Report report = describe(kParameters);
+    EXPECT_EQ(report.at("PADDING"), Report({"RSA_PKCS1_1_5_ENCRYPT"}));
+    EXPECT_EQ(report.at("USER_SECURE_ID").at(0).get<uint64_t>(), UINT64_MAX);
+    EXPECT_EQ(report.at("ALGORITHM"), "TRIPLE_DES");
+}
+
+TEST(Words, AreUnderstoodAsUsualAndAsPublished) {
+    const struct {
+        Tag tag;
+        const char* word;
+        std::optional<uint32_t> value;
+    } cases[] = {
+        {Tag::ALGORITHM, "3des", 33},
+        {Tag::ALGORITHM, "TRIPLE_DES", 33},
+        {Tag::DIGEST, "SHA256", 4},
+        {Tag::DIGEST, "sha_2_256", 4},
+        {Tag::PADDING, "pkcs1", 4},
+        {Tag::PADDING, "pkcs1-sign", 5},
+        {Tag::PURPOSE, "wrap", 5},
+        {Tag::EC_CURVE, "p224", 0},
+        {Tag::USER_AUTH_TYPE, "password+fingerprint", 3},
+        {Tag::USER_AUTH_TYPE, "any", 0xFFFFFFFF},
+        {Tag::USER_AUTH_TYPE, "password+", std::nullopt},
+        {Tag::USER_AUTH_TYPE, "", std::nullopt},
+        {Tag::DIGEST, "", std::nullopt},
+        {Tag::DIGEST, "4", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(valueOfWord(c.tag, c.word), c.value) << toString(c.tag) << " " << c.word;
+    }
+}
+
+TEST(Numbers, AreWhollyReadAndBounded) {
+    const struct {
+        const char* text;
+        std::optional<uint64_t> value;
+    } cases[] = {
+        {"0", 0},
+        {"0x10", 16},
+        {"18446744073709551615", UINT64_MAX},
+        {"", std::nullopt},
+        {"-1", std::nullopt},
+        {"+1", std::nullopt},
+        {" 1", std::nullopt},
+        {"1 ", std::nullopt},
+        {"0x", std::nullopt},
+        {"18446744073709551616", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(parseNumber(c.text, UINT64_MAX), c.value) << c.text;
+    EXPECT_EQ(parseNumber("256", 255), std::nullopt);
+}
+
+TEST(Dates, AreReadInUtc) {
+    const struct {
+        const char* text;
+        std::optional<uint64_t> value;
+    } cases[] = {
+        {"1970-01-02", 86400000},
+        {"2000-02-29T23:59:59Z", 951868799000},
+        {"1234567", 1234567},
+        {"2001-02-29", std::nullopt},
+        {"2000-02-29T23:59:59", std::nullopt},
+        {"1969-12-31", std::nullopt},
+        {"soon", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(parseDate(c.text), c.value) << c.text;
+    EXPECT_EQ(dateText(UINT64_MAX), "18446744073709551615");
+}
+
+TEST(Pem, BreaksLinesAt64Characters) {
+    EXPECT_EQ(toPem("CERTIFICATE", Bytes(49, 0)), "-----BEGIN CERTIFICATE-----\n" +
+                                                      std::string(64, 'A') +
+                                                      "\nAA==\n-----END CERTIFICATE-----\n");
+}
+
+}  // namespace
+}  // namespace lumo::cli

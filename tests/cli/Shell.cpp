@@ -1,0 +1,88 @@
+#include "Shell.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "Bytes.h"
+
+namespace lumo::test {
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+}
+
+std::string makeRoot() {
+    std::string root = std::filesystem::temp_directory_path() / "lumokm-test.XXXXXX";
+    EXPECT_NE(mkdtemp(root.data()), nullptr);
+    return root;
+}
+
+}  // namespace
+
+Shell::Shell(const std::string& transport)
+    : root_(makeRoot()), directory_(root_ + "/work"), transport_(transport) {
+    std::filesystem::create_directory(directory_);
+}
+
+Shell::~Shell() {
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+}
+
+Outcome Shell::run(const std::string& command) const {
+    const std::string script = "cd " + directory_ + "; export LUMO_TRANSPORT='" + transport_ +
+                               "' LUMO_STATE_DIR=" + root_ +
+                               "/state PATH=" LUMOKM_DIRECTORY ":$PATH\n" + command + "\n";
+    std::ofstream(root_ + "/script") << script;
+    const std::string call =
+        "sh " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null";
+    const int status = system(call.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(root_ + "/out"),
+            contentOf(root_ + "/err")};
+}
+
+std::string Shell::expectOk(const std::string& command) const {
+    const Outcome outcome = run(command);
+    EXPECT_EQ(outcome.status, 0) << command << "\n" << outcome.out << outcome.err;
+    return outcome.out;
+}
+
+void Shell::write(const std::string& name, const std::string& content) const {
+    std::ofstream(path(name), std::ios::binary) << content;
+}
+
+std::string Shell::read(const std::string& name) const {
+    return contentOf(path(name));
+}
+
+std::string Shell::files() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+        names.insert(entry.path().filename());
+    }
+    std::string joined;
+    for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;
+    return joined;
+}
+
+std::string unhex(const std::string& text) {
+    std::string digits;
+    for (const char c : text) {
+        if (c != ' ' && c != '\n') digits += c;
+    }
+    const auto bytes = cli::fromHex(digits);
+    EXPECT_TRUE(bytes) << text;
+    return bytes ? std::string(bytes->begin(), bytes->end()) : "";
+}
+
+}  // namespace lumo::test
