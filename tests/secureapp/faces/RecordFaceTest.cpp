@@ -201,10 +201,10 @@ TEST(RecordFace, WordsLeftOverDoNotConfuse) {
     // A parameter of unknown type first (nothing was written) and in the middle (the one before
     // once more), a false boolean, and client id and data among the others.
     const uint32_t tail = 12 + 9 * 12;
-    const Bytes copied = param(0x30000003, 128);
+    const Bytes copied = param(0x20000001, 0);
     const Bytes blob =
         itemOf(phone.sendRecord(words({0x108, 12, 9}) + words({kStale, kStale, kStale}) +
-                                param(0x10000002, 32) + copied + copied + param(0x20000001, 0) +
+                                param(0x10000002, 32) + param(0x30000003, 128) + copied + copied +
                                 param(0x700001F7, 0x01, 0) + param(0x7000025A, 0xFFFFFF00) +
                                 param(0x90000259, tail, 2) + param(0x900002BC, tail + 2, 3) +
                                 hex("6964646174")),
