@@ -38,6 +38,8 @@ class SecureApp {
     SecureApp(const Profile& profile, keymaster_security_level_t level, World world, State& state,
               State& shared_state, Clock& clock, RandomSource& random);
     ~SecureApp();
+    SecureApp(const SecureApp&) = delete;
+    SecureApp& operator=(const SecureApp&) = delete;
 
     const Profile& profile() const;
 

@@ -107,6 +107,8 @@ class Daemon : public ::testing::Test {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         std::copy(socket_.begin(), socket_.end(), address.sun_path);
+        const timeval patience = {3, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         EXPECT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         return fd;
     }
@@ -195,7 +197,8 @@ TEST_F(Daemon, OneClientsTroubleIsNobodyElses) {
                   static_cast<ssize_t>(test.sent.size()));
         char byte = 0;
         if (test.closes) {
-            EXPECT_LE(::recv(fd, &byte, 1, 0), 0) << test.what;
+            const ssize_t got = ::recv(fd, &byte, 1, 0);
+            EXPECT_TRUE(got == 0 || (got < 0 && errno == ECONNRESET)) << test.what;
         }
         EXPECT_EQ(sendCbor(good, kGenerate, kHmacKey).error, KM_ERROR_OK) << test.what;
     }
