@@ -57,6 +57,9 @@ class SecureApp {
 
     Keymaster& keymaster();
 
+    // The user proves presence, as with a button of the device.
+    void pressButton();
+
     // What failed last in the storage, in words; empty when nothing did.
     std::string lastStateFailure() const;
 
