@@ -1,5 +1,4 @@
 #include <KeymasterHalDevice.h>
-#include <ScriptedTransport.h>
 #include <TagNames.h>
 #include <gtest/gtest.h>
 
@@ -29,14 +28,6 @@ TEST(TagNames, AreThoseOfTheHeader) {
 TEST(TagNames, NewerAndOtherTagsHaveNone) {
     EXPECT_EQ(nameOf(0x10000130), nullptr);  // hardware type
     EXPECT_EQ(nameOf(0x30000001), nullptr);  // the purpose's number with other type bits
-}
-
-TEST(TagNames, NothingIsPrinted) {
-    lumo::test::ScriptedTransport::instance().reset();
-    KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
-    testing::internal::CaptureStderr();
-    device.PrintParams(nullptr, 3);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 }  // namespace

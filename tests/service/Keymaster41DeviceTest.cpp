@@ -20,11 +20,11 @@ IKeymasterDevice& containedDevice(Interface41& device) {
     return static_cast<Keymaster4Device&>(static_cast<Keymaster41Device&>(device));
 }
 
-TEST_F(Keymaster41DeviceTest, EveryMethodReachesTheTransport) {
+TEST_F(Keymaster41DeviceTest, EveryMethod) {
     for (const bool strongbox : {false, true}) {
         const auto device = start(strongbox ? CreateSbKeymasterDevice : CreateKeymasterDevice);
-        expectEveryMethodReachesTheTransport(*device, strongbox);
-        expectEveryMethodReachesTheTransport(containedDevice(*device), strongbox);
+        expectEveryMethod(*device, strongbox);
+        expectEveryMethod(containedDevice(*device), strongbox);
     }
 }
 

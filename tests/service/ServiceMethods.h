@@ -1,4 +1,4 @@
-// Every method that sends one request, with that request.
+// Every method that sends one request, with that request, an answer to it and what comes back.
 #pragma once
 
 #include <functional>
@@ -13,6 +13,8 @@ struct ServiceMethod {
     uint32_t command;
     uint32_t strongbox_command;  // 0: answers UNIMPLEMENTED without sending
     std::string request;         // hexadecimal
+    Bytes reply;
+    std::string outputs;  // as Answer tells them
     std::function<Answer(IKeymasterDevice&)> call;
 };
 
@@ -22,8 +24,12 @@ const std::vector<ServiceMethod>& serviceMethods();
 HardwareAuthToken sampleToken();
 extern const char kSampleTokenRecord[];
 
-// Calls each method on `device`, whose requests are refused with TOO_MANY_OPERATIONS, and compares
+// The clear part of a key blob of version 4.0, and what is read from it.
+Bytes sampleKeyBlob();
+extern const char kSampleCharacteristics[];
+
+// Calls each method on `device` twice, refused with TOO_MANY_OPERATIONS and answered, and compares
 // what is sent and what is called back.
-void expectEveryMethodReachesTheTransport(IKeymasterDevice& device, bool strongbox);
+void expectEveryMethod(IKeymasterDevice& device, bool strongbox);
 
 }  // namespace lumo::test

@@ -52,33 +52,32 @@ KeyParameter bytesParam(Tag tag, const hidl_vec<uint8_t>& value);
 
 Bytes toBytes(const hidl_vec<uint8_t>& bytes);
 
-// A callback of any method: counts its calls and keeps the error and whether all outputs were
-// empty. Handed over with std::ref.
+// A callback of any method, handed over with std::ref: counts its calls and keeps what it was
+// given. Outputs are texts behind one another: bytes and tags in hexadecimal, parameters as
+// {tag:value,...}, lists of bytes in brackets, characteristics as hw{...}sw{...}.
 struct Answer {
     ErrorCode error = ErrorCode::OK;
-    bool empty = true;
+    std::string outputs;
     int calls = 0;
 
     template <typename... Outputs>
-    void operator()(ErrorCode result, const Outputs&... outputs) {
+    void operator()(ErrorCode result, const Outputs&... values) {
         error = result;
-        empty = (isEmpty(outputs) && ...);
+        outputs.clear();
+        ((outputs += (outputs.empty() ? "" : " ") + toText(values)), ...);
         ++calls;
     }
+    // Nothing but zeros and brackets.
+    bool empty() const { return outputs.find_first_of("123456789abcdef") == std::string::npos; }
 
   private:
-    template <typename T>
-    static bool isEmpty(const hidl_vec<T>& list) {
-        return list.size() == 0;
-    }
-    static bool isEmpty(uint64_t number) { return number == 0; }
-    static bool isEmpty(const KeyCharacteristics& sets) {
-        return isEmpty(sets.softwareEnforced) && isEmpty(sets.hardwareEnforced);
-    }
-    static bool isEmpty(const HmacSharingParameters& params) { return isEmpty(params.seed); }
-    static bool isEmpty(const VerificationToken& token) {
-        return isEmpty(token.challenge) && isEmpty(token.timestamp) && isEmpty(token.mac);
-    }
+    static std::string toText(uint64_t number) { return std::to_string(number); }
+    static std::string toText(const hidl_vec<uint8_t>& bytes);
+    static std::string toText(const hidl_vec<hidl_vec<uint8_t>>& list);
+    static std::string toText(const hidl_vec<KeyParameter>& params);
+    static std::string toText(const KeyCharacteristics& sets);
+    static std::string toText(const HmacSharingParameters& params);
+    static std::string toText(const VerificationToken& token);
 };
 
 }  // namespace lumo::test
