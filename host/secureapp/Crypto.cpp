@@ -134,9 +134,11 @@ CryptoPtr<EVP_PKEY_CTX> rsaContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*), in
 // Whether the private part undoes the public one. BoringSSL looks at more than OpenSSL does while
 // it parses.
 bool rsaRoundTrips(EVP_PKEY* key) {
-    Bytes block(static_cast<size_t>(EVP_PKEY_size(key)), 0);
-    if (block.empty()) return false;
-    block.back() = 2;
+    constexpr uint8_t kMessage = 2;
+    const int size = EVP_PKEY_size(key);
+    if (size <= 0) return false;
+    Bytes block(static_cast<size_t>(size - 1), 0);
+    block.push_back(kMessage);
     Bytes encrypted(block.size());
     Bytes back(block.size());
     size_t encrypted_size = encrypted.size();
@@ -159,18 +161,32 @@ CryptoPtr<EVP_PKEY> ecKeyInStandardForm(EC_KEY* key) {
     return result;
 }
 
-CryptoPtr<EVP_PKEY> checkedKey(CryptoPtr<EVP_PKEY> key) {
-    switch (EVP_PKEY_id(key.get())) {
+bool isConsistent(EVP_PKEY* key) {
+    switch (EVP_PKEY_id(key)) {
         case EVP_PKEY_RSA:
-            return rsaRoundTrips(key.get()) ? std::move(key) : nullptr;
-        case EVP_PKEY_EC: {
-            const PiecePtr<EC_KEY> ec(EVP_PKEY_get1_EC_KEY(key.get()));
-            if (ec == nullptr || EC_KEY_check_key(ec.get()) != 1) return nullptr;
-            return ecKeyInStandardForm(ec.get());
-        }
+            return rsaRoundTrips(key);
+        case EVP_PKEY_EC:
+            return EC_KEY_check_key(EVP_PKEY_get0_EC_KEY(key)) == 1;
         default:
-            return key;
+            return true;
     }
+}
+
+CryptoPtr<EVP_PKEY> inStandardForm(CryptoPtr<EVP_PKEY> key) {
+    if (EVP_PKEY_id(key.get()) != EVP_PKEY_EC) return key;
+    const PiecePtr<EC_KEY> ec(EVP_PKEY_get1_EC_KEY(key.get()));
+    require(ec != nullptr);
+    return ecKeyInStandardForm(ec.get());
+}
+
+// Null when it does not parse.
+CryptoPtr<EVP_PKEY> decodePrivateKey(ByteView pkcs8) {
+    if (pkcs8.empty() || pkcs8.size() > INT_MAX) return nullptr;
+    const uint8_t* position = pkcs8.data();
+    const PiecePtr<PKCS8_PRIV_KEY_INFO> info(
+        d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(pkcs8.size())));
+    if (info == nullptr || position != pkcs8.end()) return nullptr;
+    return CryptoPtr<EVP_PKEY>(EVP_PKCS82PKEY(info.get()));
 }
 
 // The bytes that an i2d function allocated.
@@ -307,15 +323,16 @@ uint32_t digestBits(uint32_t digest) {
 }
 
 CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8) {
-    if (pkcs8.empty() || pkcs8.size() > INT_MAX) return nullptr;
-    const uint8_t* position = pkcs8.data();
-    const PiecePtr<PKCS8_PRIV_KEY_INFO> info(
-        d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(pkcs8.size())));
-    CryptoPtr<EVP_PKEY> key;
-    if (info != nullptr && position == pkcs8.end()) key.reset(EVP_PKCS82PKEY(info.get()));
-    if (key != nullptr) key = checkedKey(std::move(key));
-    if (key == nullptr) ERR_clear_error();
-    return key;
+    CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
+    if (key != nullptr && isConsistent(key.get())) return inStandardForm(std::move(key));
+    ERR_clear_error();
+    return nullptr;
+}
+
+CryptoPtr<EVP_PKEY> openPrivateKey(ByteView pkcs8) {
+    CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
+    require(key != nullptr);
+    return inStandardForm(std::move(key));
 }
 
 Bytes encodePrivateKey(EVP_PKEY* key) {

@@ -50,12 +50,6 @@ Bytes numberBytes(const BIGNUM* number) {
     return bytes;
 }
 
-CryptoPtr<EVP_PKEY> ownKey(ByteView material) {
-    CryptoPtr<EVP_PKEY> key = parsePrivateKey(material);
-    if (key == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
-    return key;
-}
-
 // The content of the DER element `tag` at the start of `data`, which moves behind it. Lengths of up
 // to two octets suffice for what is looked at here.
 std::optional<ByteView> takeElement(ByteView& data, uint8_t tag) {
@@ -171,7 +165,7 @@ KeyFacts materialFacts(uint32_t algorithm, ByteView material) {
                      (algorithm == KM_ALGORITHM_TRIPLE_DES ? kTripleDesKeyBitsPerByte : 8);
         return facts;
     }
-    const CryptoPtr<EVP_PKEY> key = ownKey(material);
+    const CryptoPtr<EVP_PKEY> key = openPrivateKey(material);
     facts.bits = static_cast<uint64_t>(EVP_PKEY_bits(key.get()));
     if (algorithm == KM_ALGORITHM_RSA) {
         facts.exponent = exponentValue(key.get());
@@ -182,11 +176,11 @@ KeyFacts materialFacts(uint32_t algorithm, ByteView material) {
 }
 
 Bytes publicKeyOf(ByteView material) {
-    return encodePublicKey(ownKey(material).get());
+    return encodePublicKey(openPrivateKey(material).get());
 }
 
 PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material) {
-    const CryptoPtr<EVP_PKEY> key = ownKey(material);
+    const CryptoPtr<EVP_PKEY> key = openPrivateKey(material);
     PublicKeyParts parts;
     parts.algorithm = algorithm;
     if (algorithm == KM_ALGORITHM_RSA) {

@@ -16,11 +16,6 @@ namespace lumo::secureapp {
 constexpr char kDeviceKeyRecord[] = "device-key";
 constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // there once the device ids are gone
 
-// Names of the records that the instances of one device share.
-constexpr char kSharedSecretRecord[] = "shared-secret";
-
-constexpr size_t kSecretRecordBytes = 32;
-
 struct RunningOperation {
     std::unique_ptr<Operation> operation;
     bool controlled = false;  // whether access control has admitted it

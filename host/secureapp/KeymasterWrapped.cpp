@@ -34,9 +34,8 @@ void checkUnwrapping(const OpenedKey& key, const ParamSet& unwrapping_params) {
 }
 
 Secret openTransportKey(ByteView wrapping_material, ByteView encrypted, ByteView masking_key) {
-    const CryptoPtr<EVP_PKEY> key = parsePrivateKey(wrapping_material);
-    std::optional<Bytes> masked;
-    if (key != nullptr) masked = rsaOaepDecrypt(key.get(), KM_DIGEST_SHA_2_256, encrypted);
+    std::optional<Bytes> masked =
+        rsaOaepDecrypt(openPrivateKey(wrapping_material).get(), KM_DIGEST_SHA_2_256, encrypted);
     if (!masked) fail(KM_ERROR_UNKNOWN_ERROR);
     Secret transport_key(std::move(*masked));
     if (transport_key.bytes().size() != kTransportKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);

@@ -54,12 +54,6 @@ const uint8_t* nonNull(ByteView data) {
     return data.empty() ? &nothing : data.data();
 }
 
-CryptoPtr<EVP_PKEY> openPrivateKey(ByteView material) {
-    CryptoPtr<EVP_PKEY> key = parsePrivateKey(material);
-    requireCrypto(key != nullptr);
-    return key;
-}
-
 CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*)) {
     CryptoPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
     requireCrypto(context != nullptr && init(context.get()) == 1);

@@ -46,9 +46,6 @@ void requireCrypto(bool success);
 // libcrypto takes a null pointer for "not given", which empty data is not.
 const uint8_t* nonNull(ByteView data);
 
-// The private key of an RSA or EC key; never null.
-CryptoPtr<EVP_PKEY> openPrivateKey(ByteView material);
-
 // A context for the key, brought into its mode by one of the EVP_PKEY_*_init functions.
 CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*));
 

@@ -8,10 +8,8 @@
 namespace lumo::secureapp {
 namespace {
 
-constexpr size_t kSecretBytes = 32;
 constexpr size_t kSeedBytes = 32;
 constexpr size_t kNonceBytes = 32;
-constexpr char kSecretRecord[] = "shared-secret";
 constexpr char kSeedRecord[] = "hmac-seed";
 
 constexpr std::string_view kDerivationLabel = "KeymasterSharedMac";
@@ -66,7 +64,8 @@ bool hasRightSizes(const HmacSharingParameters& params) {
 
 SharedHmac::SharedHmac(State& own_state, State& shared_state, RandomSource& random,
                        keymaster_security_level_t level)
-    : pre_shared_secret_(lastingSecret(shared_state, random, kSecretRecord, kSecretBytes)) {
+    : pre_shared_secret_(
+          lastingSecret(shared_state, random, kSharedSecretRecord, kSecretRecordBytes)) {
     if (level == KM_SECURITY_LEVEL_STRONGBOX) {
         own_.seed = lastingSecret(own_state, random, kSeedRecord, kSeedBytes);
     }

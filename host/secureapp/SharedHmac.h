@@ -7,6 +7,10 @@
 
 namespace lumo::secureapp {
 
+// The pre-shared secret, among the records that the instances of one device share.
+constexpr char kSharedSecretRecord[] = "shared-secret";
+constexpr size_t kSecretRecordBytes = 32;
+
 struct HmacSharingParameters {
     Bytes seed;   // empty or 32 bytes
     Bytes nonce;  // 32 bytes, fresh each boot
