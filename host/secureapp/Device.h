@@ -30,6 +30,9 @@ class Device {
     // the first call, which is its boot. Throws StateError. Safe from several threads.
     SecureApp& app(keymaster_security_level_t level);
 
+    // Aborts what the client left open. Safe from several threads.
+    void endClient(uint64_t client);
+
   private:
     // What an application refers to lives as long as it.
     struct Instance {

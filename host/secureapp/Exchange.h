@@ -13,7 +13,8 @@ struct Answer {
     std::string state_failure;
 };
 
-Answer exchangeCbor(SecureApp& app, uint32_t command, ByteView request);
-Answer exchangeRecord(SecureApp& app, ByteView request, ByteView area, size_t capacity);
+Answer exchangeCbor(SecureApp& app, uint32_t command, ByteView request, uint64_t client = 0);
+Answer exchangeRecord(SecureApp& app, ByteView request, ByteView area, size_t capacity,
+                      uint64_t client = 0);
 
 }  // namespace lumo::secureapp

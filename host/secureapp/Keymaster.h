@@ -118,6 +118,12 @@ class Keymaster {
     Bytes finish(uint64_t handle, const ParamSet& params, ByteView input, ByteView signature);
     void abort(uint64_t handle);
 
+    // Who makes the calls that follow; a carrier with several clients numbers them.
+    void serve(uint64_t client);
+    // The client is gone: aborts what it began and never ended, which would else keep others out.
+    void abortAllOf(uint64_t client);
+    bool isRunning(uint64_t handle) const;
+
     const HmacSharingParameters& hmacSharingParameters() const { return hmac_.ownParameters(); }
     Bytes computeSharedHmac(const std::vector<HmacSharingParameters>& all);
     VerificationToken verifyAuthorization(uint64_t challenge);

@@ -18,6 +18,7 @@ constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // there once the devic
 
 struct RunningOperation {
     std::unique_ptr<Operation> operation;
+    uint64_t client = 0;      // who began it
     bool controlled = false;  // whether access control has admitted it
     Admission admission;
 };
@@ -35,7 +36,8 @@ struct Keymaster::Impl {
     std::optional<ParamSet> configured;  // as the HAL delivered it
     ParamSet versions;                   // the version tags of new keys
 
-    Secret blob_secret;  // empty until a key is made or opened
+    Secret blob_secret;   // empty until a key is made or opened
+    uint64_t client = 0;  // who calls
     std::map<uint64_t, RunningOperation> operations;
 };
 

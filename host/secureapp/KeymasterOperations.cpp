@@ -51,6 +51,7 @@ BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& pa
     }
     checkPurpose(purpose, key);
     RunningOperation running;
+    running.client = impl_->client;
     running.controlled = !isPublicKeyOperation(purpose, key.algorithm());
     if (running.controlled) impl_->access.checkBegin(purpose, key, params, hmac_.key());
     running.operation = startOperation(purpose, key, params, options_.level, random_, hmac_.key());
@@ -104,6 +105,22 @@ void Keymaster::abort(uint64_t handle) {
     requireConfigured();
     const OperationEnd end(impl_->operations, findOperation(impl_->operations, handle),
                            impl_->access);
+}
+
+void Keymaster::serve(uint64_t client) {
+    impl_->client = client;
+}
+
+void Keymaster::abortAllOf(uint64_t client) {
+    for (auto each = impl_->operations.begin(); each != impl_->operations.end();) {
+        const auto candidate = each++;
+        if (candidate->second.client != client) continue;
+        const OperationEnd end(impl_->operations, candidate, impl_->access);
+    }
+}
+
+bool Keymaster::isRunning(uint64_t handle) const {
+    return impl_->operations.count(handle) != 0;
 }
 
 }  // namespace lumo::secureapp

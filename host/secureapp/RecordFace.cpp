@@ -407,6 +407,12 @@ void RecordFace::trackEcOperation(const BeginResult& begun, uint32_t purpose, By
     }
 }
 
+void RecordFace::forgetEnded() {
+    for (auto each = ec_operations_.begin(); each != ec_operations_.end();) {
+        each = keymaster_.isRunning(each->first) ? std::next(each) : ec_operations_.erase(each);
+    }
+}
+
 Bytes RecordFace::begin(ByteView bytes) {
     const RecordReader request(bytes, kBeginRequestWords);
     const uint32_t purpose = request.word(kPurpose);

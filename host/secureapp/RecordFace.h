@@ -19,6 +19,9 @@ class RecordFace {
     // not have, and KM_ERROR_INVALID_ARGUMENT for a request whose words do not fit together.
     Bytes handle(ByteView request, ByteView area, size_t capacity);
 
+    // Forgets operations that ended in another way than by a request.
+    void forgetEnded();
+
     // The answer to a request that was refused: the status, and zeros for the words behind it that
     // a client may read even then.
     static Bytes refusal(keymaster_error_t status);

@@ -67,16 +67,18 @@ const Profile& SecureApp::profile() const {
     return impl_->profile;
 }
 
-CborReply SecureApp::handleCbor(uint32_t command, ByteView request) {
+CborReply SecureApp::handleCbor(uint32_t command, ByteView request, uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->keymaster.serve(client);
     CborReply reply;
     reply.error = impl_->guarded([&] { reply.body = impl_->cbor.handle(command, request); });
     return reply;
 }
 
-Bytes SecureApp::answerRecord(ByteView request, ByteView area, size_t capacity) {
+Bytes SecureApp::answerRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
     if (capacity < kWordBytes) return {};
     const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->keymaster.serve(client);
     Bytes answer;
     keymaster_error_t status =
         impl_->guarded([&] { answer = impl_->records.handle(request, area, capacity); });
@@ -93,6 +95,12 @@ keymaster_error_t SecureApp::handleRecord(ByteView request, uint8_t* response, s
     if (answer.empty()) return KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
     std::copy(answer.begin(), answer.end(), response);
     return KM_ERROR_OK;
+}
+
+void SecureApp::endClient(uint64_t client) {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->keymaster.abortAllOf(client);
+    impl_->records.forgetEnded();
 }
 
 void SecureApp::pressButton() {

@@ -44,7 +44,8 @@ class SecureApp {
     const Profile& profile() const;
 
     // Never throws and never looks outside the given bytes, whatever they hold.
-    CborReply handleCbor(uint32_t command, ByteView request);
+    // `client` of this and the following calls tells apart who shares the application.
+    CborReply handleCbor(uint32_t command, ByteView request, uint64_t client = 0);
 
     // A fixed-layout request. `response` is the area behind it, `capacity` bytes that the client
     // may have labelled beforehand; the answer is written there. Returns the transport's result: 0,
@@ -53,7 +54,10 @@ class SecureApp {
 
     // The same for a carrier without shared memory: `area` is the labelled start of an area of
     // `capacity` bytes. Returns the bytes to put there; none when not even a status fits.
-    Bytes answerRecord(ByteView request, ByteView area, size_t capacity);
+    Bytes answerRecord(ByteView request, ByteView area, size_t capacity, uint64_t client = 0);
+
+    // The client will not come again: aborts the operations that it left open.
+    void endClient(uint64_t client);
 
     Keymaster& keymaster();
 

@@ -1,6 +1,10 @@
 // What the device says of itself and of its keys: attestation, agreement, tokens.
 #include <Keymaster41Device.h>
+#include <stdlib.h>
 #include <time.h>
+
+#include <chrono>
+#include <thread>
 
 #include "Stack.h"
 
@@ -164,6 +168,29 @@ TEST_P(Devices, IntroduceThemselvesAndTakeEntropy) {
     const auto aborted = older->abort(begun.handle);
     EXPECT_TRUE(aborted.isOk());
     EXPECT_EQ(abort(begun.handle), E::INVALID_OPERATION_HANDLE);
+}
+
+// Over the daemon, whose clients come and go: what a client leaves open keeps nobody out.
+TEST_P(Devices, OutliveTheirClients) {
+    km_ = nullptr;
+    judge("(" LUMO_DAEMON " --listen unix:$PWD/socket --state $PWD/state --ready-fd 3 --profile " +
+              std::string(GetParam().profile) + " 3>&1 >/dev/null 2>&1 & echo $! >pid) | head -1",
+          "ready\n");
+    setenv("LUMO_TRANSPORT", ("unix:" + path("socket")).c_str(), 1);
+    km_ = create(strongbox());
+    const Bytes key = generate("ec p256 sign sha256").blob;
+    const auto begins = [&] { return begin(KeyPurpose::SIGN, key, "sha256").error == E::OK; };
+    int count = 0;
+    while (begins()) ++count;
+    EXPECT_EQ(count, strongbox() ? 4 : 16);
+    km_ = create(strongbox());
+    bool room = false;
+    for (int i = 0; i < 500 && !room; ++i) {  // the daemon takes its time to notice
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        room = begins();
+    }
+    EXPECT_TRUE(room);
+    judge("kill $(cat pid)");
 }
 
 }  // namespace

@@ -135,6 +135,7 @@ class Stack : public testing::TestWithParam<Target> {
     // Runs a shell line in the folder of the test; its output must be as expected.
     void judge(const std::string& line, const std::string& output = "");
     std::string file(const std::string& name, const Bytes& content);
+    std::string path(const std::string& name) const { return files_.path(name); }
 
     static sp<IKeymasterDevice> create(bool strongbox);
 

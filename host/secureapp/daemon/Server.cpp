@@ -68,7 +68,7 @@ ReplyFrame toReply(Answer answer) {
     return {answer.error, std::move(answer.body), std::move(answer.state_failure)};
 }
 
-ReplyFrame carryOut(Device& device, const RequestFrame& request) {
+ReplyFrame carryOut(Device& device, const RequestFrame& request, uint64_t client) {
     SecureApp& app = device.app(static_cast<keymaster_security_level_t>(request.level));
     const Profile& profile = device.profile();
     switch (request.kind) {
@@ -78,9 +78,10 @@ ReplyFrame carryOut(Device& device, const RequestFrame& request) {
                                  profile.ta_minor_version, profile.hal_minor_version}),
                     ""};
         case FrameKind::kCbor:
-            return toReply(exchangeCbor(app, request.command, request.body));
+            return toReply(exchangeCbor(app, request.command, request.body, client));
         case FrameKind::kRecord:
-            return toReply(exchangeRecord(app, request.body, request.area, request.capacity));
+            return toReply(
+                exchangeRecord(app, request.body, request.area, request.capacity, client));
     }
     throw ChannelError("what came is no request");
 }
@@ -147,7 +148,7 @@ void Server::accept() {
     // Out of descriptors: the connection waits, and clients may end meanwhile.
     if (!socket) std::this_thread::sleep_for(kAcceptPause);
     if (!socket || clients_.size() >= kMostClients) return;
-    clients_.emplace_back(std::move(socket));
+    clients_.emplace_back(std::move(socket), ++last_client_);
     Client& client = clients_.back();
     if (!client.channel.peerIsSameUser()) {
         clients_.pop_back();
@@ -167,7 +168,8 @@ void Server::removeFinished() {
     });
 }
 
-// Whatever goes wrong with a client ends this client's connection and nothing else.
+// Whatever goes wrong with a client ends this client's connection, with the operations that it left
+// open, and nothing else.
 void Server::serve(Client& client) {
     Channel& channel = client.channel;
     try {
@@ -175,12 +177,13 @@ void Server::serve(Client& client) {
             channel.awaitInput();
             const RequestFrame request = readRequest(channel, after(kFramePatience));
             if (!isLevel(request.level)) break;
-            const ReplyFrame reply = carryOut(device_, request);
+            const ReplyFrame reply = carryOut(device_, request, client.number);
             writeReply(channel, reply, after(kFramePatience));
         }
     } catch (const std::exception&) {
         // Closed, too slow, garbage, or no memory for what it sent.
     }
+    device_.endClient(client.number);
     channel.shutdown();
 }
 

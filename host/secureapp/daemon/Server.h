@@ -32,9 +32,11 @@ class Server {
 
   private:
     struct Client {
-        explicit Client(FileHandle socket) : channel(std::move(socket)) {}
+        Client(FileHandle socket, uint64_t its_number)
+            : channel(std::move(socket)), number(its_number) {}
 
         Channel channel;
+        const uint64_t number;
         std::atomic<bool> done{false};
         std::thread thread;
     };
@@ -51,6 +53,7 @@ class Server {
     dev_t socket_device_ = 0;
     ino_t socket_inode_ = 0;
     std::list<Client> clients_;
+    uint64_t last_client_ = 0;
 };
 
 }  // namespace lumo::secureapp
