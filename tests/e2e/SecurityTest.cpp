@@ -66,6 +66,9 @@ TEST_P(Security, TokensWithinTheTimeoutAuthorizeBegin) {
     EXPECT_EQ(use(key), kRefused);
     EXPECT_EQ(use(aes("noauth")), E::OK);
     EXPECT_EQ(use(aes("")), E::OK);  // bound to nobody
+    // More ids than the blob's clear part has room for.
+    const Bytes many = aes("sid:1 sid:2 sid:3 sid:4 sid:6 sid:4369 authtype:1 timeout:600");
+    EXPECT_EQ(use(many, token(by(kUser, kPassword, now()))), E::OK);
     EXPECT_EQ(use(aes("sid:4369 timeout:9"), token(by(kUser, ~0U, now()))), kRefused);
 }
 

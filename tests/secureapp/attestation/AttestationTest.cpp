@@ -1,8 +1,6 @@
 // Attestations as a relying party sees them: judged by the openssl command and by a gem.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "../keys/Device.h"
 #include "Attestation.h"
 #include "AttestationKeys.h"
@@ -22,8 +20,6 @@ Bytes text(const std::string& characters) {
 const Param kChallenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, text("challenge"));
 const Param kAppId = bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, text("foo"));
 const ParamSet kAttest = {kChallenge, kAppId};
-const Param kBrand = bytesParam(KM_TAG_ATTESTATION_ID_BRAND, text("lumo"));
-const Param kImei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("123"));
 const ParamSet kDated = {intParam(KM_TAG_CREATION_DATETIME, 1600000000000),
                          boolParam(KM_TAG_NO_AUTH_REQUIRED)};
 
@@ -36,8 +32,6 @@ class Attestation : public ::testing::Test {
         world.test_attestation_keys = true;
         world.verified_boot_hash =
             fromHex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
-        world.device_ids = {
-            {kBrand.tag, kBrand.bytes}, {kImei.tag, kImei.bytes}, {KM_TAG_ATTESTATION_ID_MEID, {}}};
         device_.hal = with(without(device_.hal, KM_TAG_VENDOR_PATCHLEVEL),
                            {intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201205)});
         device_.boot();
@@ -63,19 +57,6 @@ struct ChainFiles {
 
     std::string leaf(const std::string& what) const {
         return run("openssl x509 -noout -in " + pem.front() + " " + what).output;
-    }
-
-    // The key description as asn1parse shows it, without offsets, lengths and line ends.
-    std::string description() const {
-        const std::string parse = "openssl asn1parse -in " + pem.front();
-        const std::string all = run(parse).output;
-        std::smatch found;
-        const std::regex place("1\\.3\\.6\\.1\\.4\\.1\\.11129\\.2\\.1\\.17\n *(\\d+):");
-        if (!std::regex_search(all, found, place)) return "no such extension in\n" + all;
-        const std::string record = run(parse + " -strparse " + found[1].str()).output;
-        return std::regex_replace(
-            std::regex_replace(record, std::regex("(\n|^) *\\d+:d=.*(prim|cons):"), " "),
-            std::regex("\\s+"), " ");
     }
 };
 
@@ -159,36 +140,6 @@ TEST_F(Attestation, TheRecordMatchesTheVector) {
     EXPECT_NE(toHex(attested(key)[0]).find("0201030a01010201040a01010409"), std::string::npos);
 }
 
-TEST_F(Attestation, TheRecordHoldsWorldIdsAndDatesInOrder) {
-    device_.world.verified_boot_key = Bytes(32, 7);
-    device_.world.device_locked = true;
-    device_.world.verified_boot_state = 1;
-    device_.world.verified_boot_hash = Bytes(32, 8);
-    device_.boot();
-    const ChainFiles files(
-        attested(with(with(ecKey(), kDated), {intParam(KM_TAG_ACTIVE_DATETIME, 1700000000000),
-                                              intParam(KM_TAG_USAGE_EXPIRE_DATETIME, UINT64_MAX)}),
-                 with(kAttest, {kImei, kBrand})));
-    EXPECT_EQ(files.leaf("-dates"),
-              "notBefore=Nov 14 22:13:20 2023 GMT\nnotAfter=Dec 31 23:59:59 9999 GMT\n");
-    EXPECT_EQ(
-        files.description(),
-        " SEQUENCE INTEGER :04 ENUMERATED :01 INTEGER :29 ENUMERATED :01 OCTET STRING :challenge"
-        " OCTET STRING SEQUENCE"
-        " cont [ 400 ] INTEGER :018BCFE56800 cont [ 402 ] INTEGER :FFFFFFFFFFFFFFFF cont [ 701 ] "
-        "INTEGER :0174876E8000"
-        " cont [ 709 ] OCTET STRING :foo"
-        " SEQUENCE cont [ 1 ] SET INTEGER :02 INTEGER :03 cont [ 2 ] INTEGER :03"
-        " cont [ 3 ] INTEGER :0100 cont [ 5 ] SET INTEGER :04 cont [ 10 ] INTEGER :01"
-        " cont [ 503 ] NULL cont [ 702 ] INTEGER :00 cont [ 704 ] SEQUENCE OCTET STRING"
-        " [HEX DUMP]:0707070707070707070707070707070707070707070707070707070707070707"
-        " BOOLEAN :255 ENUMERATED :01 OCTET STRING"
-        " [HEX DUMP]:0808080808080808080808080808080808080808080808080808080808080808"
-        " cont [ 705 ] INTEGER :01ADB0 cont [ 706 ] INTEGER :03151C"
-        " cont [ 710 ] OCTET STRING :lumo cont [ 714 ] OCTET STRING :123"
-        " cont [ 718 ] INTEGER :01343EF5 cont [ 719 ] INTEGER :01343EF5 ");
-}
-
 TEST_F(Attestation, KeyUsageFollowsThePurposes) {
     const auto shown = [&](const ParamSet& purposes) {
         const ParamSet key = with(without(ecKey(), KM_TAG_PURPOSE), purposes);
@@ -217,63 +168,6 @@ TEST(CertificateTime, ChangesItsFormIn2050AndEndsIn9999) {
         {UINT64_MAX, "180f39393939313233313233353935395a"},     // 99991231235959Z
     };
     for (const auto& c : cases) EXPECT_EQ(toHex(certificateTime(c.millis)), c.item);
-}
-
-TEST_F(Attestation, RefusesInThePublishedOrder) {
-    const Bytes ec = device_->generateKey(ecKey());
-    const Bytes aes = device_->generateKey(aesKey());
-    const Param binding = bytesParam(KM_TAG_APPLICATION_ID, text("app"));
-    const Bytes bound = device_->generateKey(with(ecKey(), {binding}));
-    const Param unique = boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION);
-    const Param long_challenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, Bytes(129, 'c'));
-    const auto app_id = [](size_t size) {
-        return bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, Bytes(size, 'x'));
-    };
-    const Param wrong_imei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("1234"));
-    const Param empty_meid = bytesParam(KM_TAG_ATTESTATION_ID_MEID, {});
-    const Param model = bytesParam(KM_TAG_ATTESTATION_ID_MODEL, text("m"));
-    const struct {
-        const Bytes& blob;
-        ParamSet params;
-        keymaster_error_t error;
-    } cases[] = {
-        {aes, {unique}, KM_ERROR_INCOMPATIBLE_ALGORITHM},
-        {bound, kAttest, KM_ERROR_INVALID_KEY_BLOB},
-        {bound, with(kAttest, {binding}), KM_ERROR_OK},
-        {ec, {unique}, KM_ERROR_UNIMPLEMENTED},
-        {ec, {}, KM_ERROR_ATTESTATION_CHALLENGE_MISSING},
-        {ec, {kChallenge}, KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING},
-        {ec, {long_challenge, kAppId}, KM_ERROR_INVALID_INPUT_LENGTH},
-        {ec, {kChallenge, app_id(1024)}, KM_ERROR_OK},
-        {ec, {kChallenge, app_id(1025)}, KM_ERROR_INVALID_INPUT_LENGTH},
-        {ec, with(kAttest, {wrong_imei}), KM_ERROR_CANNOT_ATTEST_IDS},
-        {ec, with(kAttest, {empty_meid}), KM_ERROR_CANNOT_ATTEST_IDS},
-        {ec, with(kAttest, {kImei, model}), KM_ERROR_CANNOT_ATTEST_IDS},
-    };
-    for (size_t i = 0; i < std::size(cases); ++i) {
-        EXPECT_EQ(errorOf([&] { device_->attestKey(cases[i].blob, cases[i].params); }),
-                  cases[i].error)
-            << i;
-    }
-    Device strongbox(kStrongBox);
-    const Bytes key = strongbox->generateKey(ecKey());
-    EXPECT_EQ(errorOf([&] { strongbox->attestKey(key, with(kAttest, {unique})); }),
-              KM_ERROR_CANNOT_ATTEST_IDS);
-}
-
-TEST_F(Attestation, DestroyedIdsStayDestroyedAndOldKeysAskForUpgrade) {
-    const Bytes blob = device_->generateKey(ecKey());
-    const auto attest = [&](const ParamSet& params) {
-        return errorOf([&] { device_->attestKey(blob, params); });
-    };
-    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_OK);
-    device_->destroyDeviceIds();
-    device_.boot();
-    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_CANNOT_ATTEST_IDS);
-    EXPECT_EQ(attest(kAttest), KM_ERROR_OK);
-    device_.hal = {intParam(KM_TAG_OS_VERSION, 110000), intParam(KM_TAG_OS_PATCHLEVEL, 202101)};
-    device_.boot();
-    EXPECT_EQ(attest(kAttest), KM_ERROR_KEY_REQUIRES_UPGRADE);
 }
 
 TEST_F(Attestation, UniqueIdsStayForThirtyDays) {

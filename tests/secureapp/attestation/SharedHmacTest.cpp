@@ -65,55 +65,5 @@ TEST(SharedHmac, ChangedAuthTokensAreNone) {
     EXPECT_FALSE(openAuthToken(future, key));
 }
 
-struct Instances {
-    MemoryState device, tee_state, strongbox_state;
-    CountingRandom random{7};
-    SharedHmac tee{tee_state, device, random, kTee};
-    SharedHmac strongbox{strongbox_state, device, random, kStrongBox};
-};
-
-TEST(SharedHmac, InstancesAgreeOnWhatIsSharedInTheOrderGiven) {
-    Instances both;
-    EXPECT_TRUE(both.tee.ownParameters().seed.empty());
-    EXPECT_EQ(both.strongbox.ownParameters().seed.size(), 32U);
-    EXPECT_NE(both.tee.ownParameters().nonce, both.strongbox.ownParameters().nonce);
-
-    std::vector<HmacSharingParameters> all = {both.strongbox.ownParameters(),
-                                              both.tee.ownParameters()};
-    const Bytes check = both.tee.agree(all);
-    EXPECT_EQ(both.strongbox.agree(all), check);
-    EXPECT_EQ(both.tee.agree(all), check);
-    EXPECT_EQ(both.tee.key(), both.strongbox.key());
-    std::swap(all[0], all[1]);
-    EXPECT_NE(both.tee.agree(all), check);
-    all[1].nonce[3] ^= 1;
-    EXPECT_NE(both.tee.agree(all), both.strongbox.agree({both.strongbox.ownParameters()}));
-
-    const SharedHmac later(both.strongbox_state, both.device, both.random, kStrongBox);
-    EXPECT_EQ(later.ownParameters().seed, both.strongbox.ownParameters().seed);
-    EXPECT_NE(later.ownParameters().nonce, both.strongbox.ownParameters().nonce);
-}
-
-TEST(SharedHmac, OwnParametersMustBeThereUnchanged) {
-    Instances both;
-    const HmacSharingParameters own = both.strongbox.ownParameters();
-    const HmacSharingParameters tee = both.tee.ownParameters();
-    HmacSharingParameters other_nonce = own;
-    other_nonce.nonce[31] ^= 1;
-    const std::vector<HmacSharingParameters> refused[] = {
-        {},
-        {tee},
-        {other_nonce},
-        {{{}, own.nonce}},
-        {own, {Bytes(33, 1), tee.nonce}},
-        {own, {{}, Bytes(31, 1)}},
-    };
-    const Bytes before = both.strongbox.key();
-    for (const auto& all : refused) {
-        EXPECT_EQ(errorOf([&] { both.strongbox.agree(all); }), KM_ERROR_INVALID_ARGUMENT);
-        EXPECT_EQ(both.strongbox.key(), before);
-    }
-}
-
 }  // namespace
 }  // namespace lumo::secureapp

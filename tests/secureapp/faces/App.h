@@ -2,8 +2,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
 
 #include <memory>
 #include <string>
@@ -83,20 +81,6 @@ struct App {
 
 inline int32_t statusOf(const Bytes& answer) {
     return static_cast<int32_t>(wordAt(answer, 0));
-}
-
-// What libcrypto says of a DER signature over `message`, SHA-256, by a SubjectPublicKeyInfo.
-inline bool verifies(const Bytes& public_key, const Bytes& message, const Bytes& signature) {
-    const uint8_t* cursor = public_key.data();
-    EVP_PKEY* key = d2i_PUBKEY(nullptr, &cursor, static_cast<long>(public_key.size()));
-    EVP_MD_CTX* context = EVP_MD_CTX_new();
-    const bool good = key != nullptr &&
-                      EVP_DigestVerifyInit(context, nullptr, EVP_sha256(), nullptr, key) == 1 &&
-                      EVP_DigestVerify(context, signature.data(), signature.size(), message.data(),
-                                       message.size()) == 1;
-    EVP_MD_CTX_free(context);
-    EVP_PKEY_free(key);
-    return good;
 }
 
 }  // namespace lumo::test

@@ -155,37 +155,6 @@ TEST(KeyBlob, RefusesEveryChangedByteAndLength) {
     EXPECT_EQ(use(longer), KM_ERROR_INVALID_KEY_BLOB);
 }
 
-TEST(KeyBlob, IsBoundToApplicationIdAndData) {
-    const auto binding = [](const std::string& id, const std::string& data) -> ParamSet {
-        return {bytesParam(KM_TAG_APPLICATION_ID, Bytes(id.begin(), id.end())),
-                bytesParam(KM_TAG_APPLICATION_DATA, Bytes(data.begin(), data.end()))};
-    };
-    struct Case {
-        ParamSet made_with;
-        ParamSet opened_with;
-        bool opens;
-    };
-    const Case cases[] = {
-        {binding("ab", "c"), binding("ab", "c"), true},
-        {binding("ab", "c"), {}, false},
-        {binding("ab", "c"), without(binding("ab", "c"), KM_TAG_APPLICATION_DATA), false},
-        {binding("ab", "c"), without(binding("ab", "c"), KM_TAG_APPLICATION_ID), false},
-        {binding("ab", "c"), binding("a", "bc"), false},
-        {{}, binding("", ""), true},  // empty is absent
-        {binding("", ""), {}, true},
-        {{}, binding("ab", ""), false},
-    };
-    Device device;
-    for (const Case& each : cases) {
-        SCOPED_TRACE(&each - cases);
-        const Bytes blob = device->generateKey(with(aesKey(), each.made_with));
-        EXPECT_EQ(errorOf([&] { device->characteristics(blob, each.opened_with); }),
-                  each.opens ? KM_ERROR_OK : KM_ERROR_INVALID_KEY_BLOB);
-        const ParamSet all = device->characteristics(blob, each.made_with).all();
-        EXPECT_FALSE(all.contains(KM_TAG_APPLICATION_ID) || all.contains(KM_TAG_APPLICATION_DATA));
-    }
-}
-
 TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
     struct Case {
         void (*change)(Device&);

@@ -10,65 +10,6 @@ ParamSet versions(uint64_t os, uint64_t patch, uint64_t vendor) {
             intParam(KM_TAG_VENDOR_PATCHLEVEL, vendor)};
 }
 
-TEST(Versions, DecideWhetherAKeyMayBeUsedAndUpgraded) {
-    enum Outcome { kCurrent, kUpgrades, kRefused };
-    struct Case {
-        uint64_t versions[3];  // OS, its patch level, the vendor's
-        uint32_t boot_patchlevel;
-        Outcome outcome;
-    };
-    const Case cases[] = {
-        {{110000, 202012, 20201105}, 20201205, kCurrent},
-        {{120000, 202012, 20201105}, 20201205, kUpgrades},
-        {{100000, 202012, 20201105}, 20201205, kRefused},
-        {{0, 202012, 20201105}, 20201205, kUpgrades},  // a system in development
-        {{0, 202011, 20201105}, 20201205, kRefused},
-        {{110000, 202101, 20201105}, 20201205, kUpgrades},
-        {{110000, 202011, 20201105}, 20201205, kRefused},
-        {{110000, 202012, 20201106}, 20201205, kUpgrades},
-        {{110000, 202012, 20201104}, 20201205, kRefused},
-        {{110000, 202012, 202011}, 20201205, kRefused},  // none
-        {{110000, 202012, 20201105}, 20210101, kUpgrades},
-        {{110000, 202012, 20201105}, 20201201, kRefused},
-    };
-    for (const uint64_t version : {kBlobVersion4_0, kBlobVersion4_1}) {
-        for (const Case& each : cases) {
-            SCOPED_TRACE(&each - cases);
-            Device device;
-            device.options.blob_version = version;
-            device.boot();
-            const ParamSet binding = {bytesParam(KM_TAG_APPLICATION_ID, Bytes{1})};
-            const Bytes blob = device->generateKey(with(ecKey(), binding));
-            const OpenedKey before = device->characteristics(blob, binding);
-            device.hal = versions(each.versions[0], each.versions[1], each.versions[2]);
-            device.world.boot_patchlevel = each.boot_patchlevel;
-            device.boot();
-
-            const auto sign = [&] {
-                device->begin(KM_PURPOSE_SIGN, blob, with(sha256Digest(), binding));
-            };
-            const auto use_error =
-                each.outcome == kCurrent ? KM_ERROR_OK : KM_ERROR_KEY_REQUIRES_UPGRADE;
-            EXPECT_EQ(errorOf(sign), use_error);
-            EXPECT_EQ(errorOf([&] { device->characteristics(blob, binding); }), use_error);
-            EXPECT_EQ(errorOf([&] { device->exportKey(KM_KEY_FORMAT_X509, blob, binding); }),
-                      use_error);
-            EXPECT_EQ(errorOf([&] { device->upgradeKey(blob, {}); }), KM_ERROR_INVALID_KEY_BLOB);
-            Bytes upgraded;
-            EXPECT_EQ(errorOf([&] { upgraded = device->upgradeKey(blob, binding); }),
-                      each.outcome == kRefused ? KM_ERROR_INVALID_ARGUMENT : KM_ERROR_OK);
-            EXPECT_EQ(!upgraded.empty(), each.outcome == kUpgrades);
-            if (each.outcome != kUpgrades) continue;
-            EXPECT_TRUE(device->upgradeKey(upgraded, binding).empty());
-            const OpenedKey after = device->characteristics(upgraded, binding);
-            EXPECT_EQ(after.id, before.id);
-            EXPECT_EQ(after.material, before.material);
-            EXPECT_EQ(after.all().size(), before.all().size());
-            EXPECT_EQ(after.hardware.integer(KM_TAG_OS_VERSION), each.versions[0]);
-        }
-    }
-}
-
 TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
     Device device;
     device.world.boot_patchlevel = 0;
@@ -107,63 +48,6 @@ TEST(Versions, UpgradesOldBlobs) {
     EXPECT_EQ(errorOf([&] { device->upgradeKey(old, {}); }), KM_ERROR_INVALID_KEY_BLOB);
 }
 
-TEST(Versions, EarlyBootKeysTakeTheVersionThatReportsThem) {
-    struct Case {
-        uint64_t version;
-        bool allowed;
-        uint64_t result;
-    };
-    const Case cases[] = {{kBlobVersion4_1, true, kBlobVersion4_4},
-                          {kBlobVersion4_1, false, kBlobVersion4_1},
-                          {kBlobVersion4_0, true, kBlobVersion4_0}};
-    for (const Case& each : cases) {
-        Device device;
-        device.options.blob_version = each.version;
-        device.options.early_boot_blobs = each.allowed;
-        device.boot();
-        const Bytes blob = device->generateKey(with(aesKey(), {boolParam(KM_TAG_EARLY_BOOT_ONLY)}));
-        device->earlyBootEnded();
-        // Looking at it stays possible.
-        const OpenedKey key = device->characteristics(blob, {});
-        EXPECT_EQ(key.version, each.result);
-        EXPECT_EQ(key.hardware.contains(KM_TAG_EARLY_BOOT_ONLY), key.version == kBlobVersion4_4);
-        EXPECT_EQ(errorOf([&] { device->begin(KM_PURPOSE_ENCRYPT, blob, ecb()); }),
-                  KM_ERROR_EARLY_BOOT_ENDED);
-    }
-}
-
-TEST(Deletion, IsForGoodWithRollbackResistance) {
-    Device device;
-    device.world.rollback_resistance = true;
-    device.boot();
-    const ParamSet bound = {bytesParam(KM_TAG_APPLICATION_ID, Bytes{1})};
-    const ParamSet resistant = with(aesKey(), {boolParam(KM_TAG_ROLLBACK_RESISTANCE)});
-    const auto open = [&](const Bytes& blob, const ParamSet& binding = {}) {
-        return errorOf([&] { device->characteristics(blob, binding); });
-    };
-    const Bytes plain = device->generateKey(aesKey());
-    const Bytes first = device->generateKey(resistant);
-    const Bytes second = device->generateKey(with(resistant, bound));
-    const Bytes third = device->generateKey(resistant);
-    EXPECT_TRUE(device->characteristics(first, {}).hardware.contains(KM_TAG_ROLLBACK_RESISTANCE));
-
-    for (const Bytes& blob : {Bytes(), Bytes{1, 2, 3}, plain, second, second}) {
-        EXPECT_EQ(errorOf([&] { device->deleteKey(blob); }), KM_ERROR_OK);
-    }
-    for (int boots = 0; boots < 2; ++boots) {
-        EXPECT_EQ(open(plain), KM_ERROR_OK);
-        EXPECT_EQ(open(first), KM_ERROR_OK);
-        EXPECT_EQ(open(second, bound), KM_ERROR_INVALID_KEY_BLOB);
-        device.boot();
-    }
-    device->deleteAllKeys();
-    device.boot();
-    EXPECT_EQ(open(first), KM_ERROR_INVALID_KEY_BLOB);
-    EXPECT_EQ(open(third), KM_ERROR_INVALID_KEY_BLOB);
-    EXPECT_EQ(open(plain), KM_ERROR_OK);
-    EXPECT_EQ(open(device->generateKey(resistant)), KM_ERROR_OK);
-}
-
 TEST(Configuration, ComesOnceAndFirst) {
     Device device;
     const Bytes blob = device->generateKey(aesKey());
@@ -191,6 +75,14 @@ TEST(Configuration, ComesOnceAndFirst) {
     EXPECT_EQ(configure(device.hal), KM_ERROR_OK);
     EXPECT_EQ(configure(versions(110000, 202012, 20201106)), KM_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_OK);
+}
+
+TEST(Configuration, LetsEntropyIn) {
+    Device device;
+    device->addEntropy(Bytes(2048, 1));
+    device->addEntropy({});
+    EXPECT_EQ(device.random.mixed, 2048U);
+    EXPECT_EQ(errorOf([&] { device->addEntropy(Bytes(2049, 1)); }), KM_ERROR_INVALID_INPUT_LENGTH);
 }
 
 TEST(Configuration, TakesOnlyDatesForPatchLevels) {
@@ -240,25 +132,6 @@ TEST(RootOfTrust, IsSetOnceBeforeAnyKeyIsUsed) {
     EXPECT_EQ(errorOf([&] { device->setBootState(true, 4, 0, 0); }), KM_ERROR_INVALID_ARGUMENT);
     device->setBootState(true, 3, 0, 0);
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_OK);
-}
-
-TEST(Services, EntropyTokensAndDeviceIds) {
-    Device tee(kTee);
-    Device strongbox(kStrongBox);
-    tee->addEntropy(Bytes(2048, 1));
-    tee->addEntropy({});
-    EXPECT_EQ(tee.random.mixed, 2048U);
-    EXPECT_EQ(errorOf([&] { tee->addEntropy(Bytes(2049, 1)); }), KM_ERROR_INVALID_INPUT_LENGTH);
-
-    const VerificationToken token = tee->verifyAuthorization(7);
-    EXPECT_EQ(token.challenge, 7U);
-    EXPECT_EQ(token.timestamp, tee.clock.boot);
-    EXPECT_EQ(token.security_level, 1U);
-    EXPECT_EQ(token.mac.size(), 32U);
-    EXPECT_EQ(errorOf([&] { strongbox->verifyAuthorization(7); }), KM_ERROR_UNIMPLEMENTED);
-
-    tee->destroyDeviceIds();
-    EXPECT_EQ(tee.state.records.count("ids-destroyed"), 1U);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// HMAC against RFC 4231, and signatures that need a confirmation token.
+// HMAC against RFC 4231.
 #include "OperationTest.h"
 
 namespace lumo::test {
@@ -35,45 +35,6 @@ TEST(Hmac, MatchesThePublishedCases) {
         EXPECT_EQ(toHex(run(kSign, key, params, c.data, {}, 3)), c.mac);
         EXPECT_EQ(runError(kVerify, key, {digest(c.digest)}, c.data, mac, 5), KM_ERROR_OK);
     }
-}
-
-TEST(Hmac, VerifiesAsMuchAsTheSignatureHolds) {
-    const OpenedKey key = hmacKey(Bytes(20, 0xaa), kSha256, 160);
-    const Bytes data(50, 0xdd);
-    const Bytes mac = fromHex("773ea91e36800e46854db8ebd09181a72959098b3ef8c122d9635514ced565fe");
-    const auto verify = [&](const Bytes& message, ByteView signature) {
-        return runError(kVerify, key, {digest(kSha256)}, message, signature);
-    };
-    EXPECT_EQ(verify(data, ByteView(mac).sub(0, 20)), KM_ERROR_OK);
-    EXPECT_EQ(verify(data, ByteView(mac).sub(0, 19)), KM_ERROR_INVALID_MAC_LENGTH);
-    EXPECT_EQ(verify(data, {}), KM_ERROR_INVALID_MAC_LENGTH);
-    EXPECT_EQ(verify(data, joined(mac, Bytes(1))), KM_ERROR_VERIFICATION_FAILED);
-    EXPECT_EQ(verify(data, flipped(mac, 31)), KM_ERROR_VERIFICATION_FAILED);
-    EXPECT_EQ(verify(flipped(data, 49), mac), KM_ERROR_VERIFICATION_FAILED);
-}
-
-// The token for "hello" under the test's shared key, computed with another library.
-TEST(Confirmation, SigningNeedsTheToken) {
-    const Bytes token = fromHex("80e1a9fe1042525b11cfd1e79a1dc9a61f29b14d24466cd28cb5064e25cfa55d");
-    OpenedKey key = hmacKey(Bytes(20, 0xaa), kSha256, 128);
-    key.software.add(boolParam(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED));
-    const ParamSet params = {digest(kSha256), macLength(256)};
-    const auto sign = [&](const char* data, const ParamSet& finish_params) {
-        const auto operation = begin(kSign, key, params);
-        operation->update({}, text("hel"));
-        return operation->finish(finish_params, text(data), {});
-    };
-    const auto with = [](const Bytes& value) {
-        return ParamSet{bytesParam(KM_TAG_CONFIRMATION_TOKEN, value)};
-    };
-    const Bytes mac = hmacSha256(Bytes(20, 0xaa), text("hello"));
-    EXPECT_EQ(sign("lo", with(token)), mac);
-    EXPECT_EQ(errorOf([&] { sign("l0", with(token)); }), KM_ERROR_NO_USER_CONFIRMATION);
-    for (const ParamSet& refused :
-         {ParamSet(), with({}), with(flipped(token, 0)), with(joined(token, Bytes(1)))}) {
-        EXPECT_EQ(errorOf([&] { sign("lo", refused); }), KM_ERROR_NO_USER_CONFIRMATION);
-    }
-    EXPECT_EQ(runError(kVerify, key, params, text("hello"), mac), KM_ERROR_OK);
 }
 
 }  // namespace

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Hex.h"
 #include "../support/TestServices.h"
 #include "Crypto.h"
+#include "Hex.h"
 #include "Keymaster.h"
 #include "Operation.h"
 

@@ -1,5 +1,4 @@
-// RSA. Whatever the engine makes is judged by libcrypto's one-call functions, told every setting,
-// or compared with a block written out by hand; and the other way round.
+// RSA: data that does not fit, and encryption blocks written out by hand.
 #include <openssl/bn.h>
 #include <openssl/rsa.h>
 
@@ -34,101 +33,14 @@ const OpenedKey& rsaKey() {
     return key;
 }
 
-// One call of EVP_PKEY_encrypt or _decrypt. With a digest: OAEP.
-using Crypt = int (*)(EVP_PKEY_CTX*, uint8_t*, size_t*, const uint8_t*, size_t);
-Bytes judge(Crypt crypt, int rsa_padding, ByteView in, const EVP_MD* md = nullptr,
-            const EVP_MD* mgf1 = EVP_sha1()) {
+Bytes rawPublic(ByteView block) {
     const CryptoPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(pair(), nullptr));
-    EVP_PKEY_CTX* c = context.get();
-    EXPECT_EQ(crypt == EVP_PKEY_encrypt ? EVP_PKEY_encrypt_init(c) : EVP_PKEY_decrypt_init(c), 1);
-    EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(c, rsa_padding), 1);
-    if (md != nullptr) {
-        EXPECT_EQ(EVP_PKEY_CTX_set_rsa_oaep_md(c, md), 1);
-        EXPECT_EQ(EVP_PKEY_CTX_set_rsa_mgf1_md(c, mgf1), 1);
-    }
+    EXPECT_EQ(EVP_PKEY_encrypt_init(context.get()), 1);
+    EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING), 1);
     Bytes out(k);
     size_t length = out.size();
-    EXPECT_EQ(crypt(c, out.data(), &length, in.data(), in.size()), 1);
-    out.resize(length);
+    EXPECT_EQ(EVP_PKEY_encrypt(context.get(), out.data(), &length, block.data(), block.size()), 1);
     return out;
-}
-
-Bytes rawPublic(ByteView block) {
-    return judge(EVP_PKEY_encrypt, RSA_NO_PADDING, block);
-}
-
-void setUpSignature(EVP_PKEY_CTX* context, const EVP_MD* md, bool pss, size_t salt) {
-    const int rsa_padding = pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING;
-    ASSERT_EQ(EVP_PKEY_CTX_set_rsa_padding(context, rsa_padding), 1);
-    if (!pss) return;
-    ASSERT_EQ(EVP_PKEY_CTX_set_rsa_pss_saltlen(context, static_cast<int>(salt)), 1);
-    ASSERT_EQ(EVP_PKEY_CTX_set_rsa_mgf1_md(context, md), 1);
-}
-
-bool judgeVerify(const EVP_MD* md, bool pss, size_t salt, ByteView data, ByteView signature) {
-    const CryptoPtr<EVP_MD_CTX> context(EVP_MD_CTX_new());
-    EVP_PKEY_CTX* settings = nullptr;
-    EXPECT_EQ(EVP_DigestVerifyInit(context.get(), &settings, md, nullptr, pair()), 1);
-    setUpSignature(settings, md, pss, salt);
-    return EVP_DigestVerify(context.get(), signature.data(), signature.size(), data.data(),
-                            data.size()) == 1;
-}
-
-Bytes judgeSign(const EVP_MD* md, bool pss, size_t salt, ByteView data) {
-    const CryptoPtr<EVP_MD_CTX> context(EVP_MD_CTX_new());
-    EVP_PKEY_CTX* settings = nullptr;
-    EXPECT_EQ(EVP_DigestSignInit(context.get(), &settings, md, nullptr, pair()), 1);
-    setUpSignature(settings, md, pss, salt);
-    Bytes signature(k);
-    size_t length = k;
-    EXPECT_EQ(EVP_DigestSign(context.get(), signature.data(), &length, data.data(), data.size()),
-              1);
-    return signature;
-}
-
-TEST(Rsa, SignsAndVerifiesWithEveryDigest) {
-    const Bytes message = pattern(1024);
-    for (uint32_t i = 0; i < 11; ++i) {  // PSS with SHA-512 is too big for the key
-        const bool pss = i >= 6;
-        const uint32_t value = KM_DIGEST_MD5 + i % 6;
-        SCOPED_TRACE(testing::Message() << "PSS " << pss << " digest " << value);
-        const ParamSet params = {padding(pss ? kPss : kPkcs1Sign), digest(value)};
-        const EVP_MD* md = evpDigest(value);
-        const size_t salt = digestBits(value) / 8;
-        const Bytes ours = run(kSign, rsaKey(), params, message, {}, 100);
-        EXPECT_TRUE(judgeVerify(md, pss, salt, message, ours));
-
-        const auto verify = [&](const Bytes& data, const Bytes& signature) {
-            return runError(kVerify, rsaKey(), params, data, signature, 300);
-        };
-        const Bytes theirs = judgeSign(md, pss, salt, message);
-        EXPECT_EQ(verify(message, theirs), KM_ERROR_OK);
-        EXPECT_EQ(verify(flipped(message, 1023), theirs), kFailed);
-        for (const Bytes& bad : {flipped(theirs, 64), Bytes(), Bytes(k, 0xFF),
-                                 joined(Bytes(1), theirs), ByteView(theirs).sub(1).copy()}) {
-            EXPECT_EQ(verify(message, bad), kFailed) << toHex(bad);
-        }
-        EXPECT_EQ(verify(message, judgeSign(md, pss, 8, message)), pss ? kFailed : KM_ERROR_OK);
-    }
-}
-
-TEST(Rsa, SignsUndigestedDataInThePublishedBlocks) {
-    for (const size_t size : {0U, 1U, 53U, 117U, 127U}) {
-        const Bytes message = pattern(size);
-        const Bytes zeros(k - size);
-        const Bytes type1 = joined(fromHex("0001"), Bytes(k - 3 - std::min(size, k - 11), 0xFF));
-        for (const uint64_t pad : {kBare, kPkcs1Sign}) {
-            SCOPED_TRACE(testing::Message() << "padding " << pad << " bytes " << size);
-            if (pad == kPkcs1Sign && size > k - 11) continue;
-            const ParamSet params = {padding(pad), digest(KM_DIGEST_NONE)};
-            const Bytes block = joined(pad == kBare ? zeros : joined(type1, Bytes(1)), message);
-            const Bytes ours = run(kSign, rsaKey(), params, message, {}, 7);
-            EXPECT_EQ(toHex(rawPublic(ours)), toHex(block));
-            EXPECT_EQ(runError(kVerify, rsaKey(), params, message, ours), KM_ERROR_OK);
-            EXPECT_EQ(runError(kVerify, rsaKey(), params, joined(message, Bytes(1, 9)), ours),
-                      kFailed);
-        }
-    }
 }
 
 TEST(Rsa, RefusesDataThatDoesNotFit) {
@@ -169,38 +81,6 @@ TEST(Rsa, RefusesDataThatDoesNotFit) {
                 << c.name << " in steps of " << step;
         }
     }
-}
-
-TEST(Rsa, EncryptsForTheJudgeAndDecryptsWhatItMade) {
-    const Bytes one = joined(Bytes(k - 1), Bytes(1, 1));
-    EXPECT_EQ(run(kEncrypt, rsaKey(), {padding(kBare)}, Bytes(1, 1)), one);
-    const Bytes leading_zeros = joined(Bytes(20), pattern(k - 20));
-    EXPECT_EQ(run(kDecrypt, rsaKey(), {padding(kBare)}, rawPublic(leading_zeros)), leading_zeros);
-
-    // 0 stands for PKCS#1, others for OAEP with that digest.
-    for (uint32_t value = 0; value <= KM_DIGEST_SHA_2_384; ++value) {
-        SCOPED_TRACE(value);
-        const bool oaep = value != 0;
-        const ParamSet params = {padding(oaep ? kOaep : kPkcs1Encrypt), digest(value)};
-        const int rsa_padding = oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING;
-        const EVP_MD* md = evpDigest(value);
-        for (const size_t size : {size_t{0}, k - (oaep ? digestBits(value) / 4 + 2 : 11)}) {
-            const Bytes message = pattern(size);
-            const Bytes ours = run(kEncrypt, rsaKey(), params, message, {}, 9);
-            EXPECT_EQ(judge(EVP_PKEY_decrypt, rsa_padding, ours, md), message);
-            EXPECT_NE(run(kEncrypt, rsaKey(), params, message), ours);
-            const Bytes theirs = judge(EVP_PKEY_encrypt, rsa_padding, message, md);
-            EXPECT_EQ(run(kDecrypt, rsaKey(), params, theirs, {}, 50), message);
-            if (!oaep) continue;  // where an altered block may still be a good one, if rarely
-            EXPECT_EQ(runError(kDecrypt, rsaKey(), params, flipped(theirs, 60)), kUnknown);
-        }
-    }
-    const auto decrypt = [](uint64_t value, const EVP_MD* md, const EVP_MD* mgf1) {
-        const Bytes theirs = judge(EVP_PKEY_encrypt, RSA_PKCS1_OAEP_PADDING, pattern(10), md, mgf1);
-        return runError(kDecrypt, rsaKey(), {padding(kOaep), digest(value)}, theirs);
-    };
-    EXPECT_EQ(decrypt(KM_DIGEST_SHA_2_256, EVP_sha256(), EVP_sha256()), kUnknown);
-    EXPECT_EQ(decrypt(KM_DIGEST_SHA_2_256, EVP_sha1(), EVP_sha1()), kUnknown);
 }
 
 TEST(Rsa, OpensOnlyWellFormedEncryptionBlocks) {
