@@ -304,15 +304,14 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
         for (const size_t size : {size_t{0}, each.unit, 8 * each.unit, size_t{240}}) {
             const Bytes data = pattern(size);
             file("data", data);
-            for (const size_t step : {1U, 7U, 16U, 4096U}) {
-                const Output made = run(kEncrypt, key, how + nonce, data, {}, step);
-                EXPECT_EQ(made.error, E::OK);
-                EXPECT_EQ(run(kDecrypt, key, how + nonce, made.data, {}, step).data, data);
-                file("made" + std::to_string(step), made.data);
-            }
+            const Output whole = run(kEncrypt, key, how + nonce, data);
             judge("openssl enc -e -" + each.command + " -K " + toHex(secret) +
-                  (iv.empty() ? "" : " -iv " + iv) +
-                  " -in data -out enc && for s in 1 7 16 4096; do cmp enc made$s; done");
+                      (iv.empty() ? "" : " -iv " + iv) + " -in data",
+                  std::string(whole.data.begin(), whole.data.end()));
+            for (const size_t step : {1U, 7U, 16U}) {
+                EXPECT_EQ(run(kEncrypt, key, how + nonce, data, {}, step).data, whole.data);
+                EXPECT_EQ(run(kDecrypt, key, how + nonce, whole.data, {}, step).data, data);
+            }
         }
         // A nonce of its own, another every time; none where there is none.
         const Output first = run(kEncrypt, key, how, pattern(64));

@@ -2,10 +2,10 @@
 
 #include <hardware/keymaster_defs.h>
 
-#include <cstring>
+#include <map>
 #include <set>
 #include <sstream>
-#include <stdexcept>
+#include <vector>
 
 #include "Hex.h"
 
@@ -14,96 +14,76 @@ namespace {
 
 using ::android::hardware::keymaster::V4_0::Tag;
 
-struct Word {
-    const char* word;
+struct Enumeration {
     keymaster_tag_t tag;
-    uint32_t value;
+    std::map<std::string, uint32_t> values;
 };
 
-constexpr Word kValues[] = {
-    {"encrypt", KM_TAG_PURPOSE, KM_PURPOSE_ENCRYPT},
-    {"decrypt", KM_TAG_PURPOSE, KM_PURPOSE_DECRYPT},
-    {"sign", KM_TAG_PURPOSE, KM_PURPOSE_SIGN},
-    {"verify", KM_TAG_PURPOSE, KM_PURPOSE_VERIFY},
-    {"wrap", KM_TAG_PURPOSE, KM_PURPOSE_WRAP},
-    {"rsa", KM_TAG_ALGORITHM, KM_ALGORITHM_RSA},
-    {"ec", KM_TAG_ALGORITHM, KM_ALGORITHM_EC},
-    {"aes", KM_TAG_ALGORITHM, KM_ALGORITHM_AES},
-    {"3des", KM_TAG_ALGORITHM, KM_ALGORITHM_TRIPLE_DES},
-    {"hmac", KM_TAG_ALGORITHM, KM_ALGORITHM_HMAC},
-    {"ecb", KM_TAG_BLOCK_MODE, KM_MODE_ECB},
-    {"cbc", KM_TAG_BLOCK_MODE, KM_MODE_CBC},
-    {"ctr", KM_TAG_BLOCK_MODE, KM_MODE_CTR},
-    {"gcm", KM_TAG_BLOCK_MODE, KM_MODE_GCM},
-    {"nodigest", KM_TAG_DIGEST, KM_DIGEST_NONE},
-    {"md5", KM_TAG_DIGEST, KM_DIGEST_MD5},
-    {"sha1", KM_TAG_DIGEST, KM_DIGEST_SHA1},
-    {"sha224", KM_TAG_DIGEST, KM_DIGEST_SHA_2_224},
-    {"sha256", KM_TAG_DIGEST, KM_DIGEST_SHA_2_256},
-    {"sha384", KM_TAG_DIGEST, KM_DIGEST_SHA_2_384},
-    {"sha512", KM_TAG_DIGEST, KM_DIGEST_SHA_2_512},
-    {"nopad", KM_TAG_PADDING, KM_PAD_NONE},
-    {"oaep", KM_TAG_PADDING, KM_PAD_RSA_OAEP},
-    {"pss", KM_TAG_PADDING, KM_PAD_RSA_PSS},
-    {"pkcs1crypt", KM_TAG_PADDING, KM_PAD_RSA_PKCS1_1_5_ENCRYPT},
-    {"pkcs1sign", KM_TAG_PADDING, KM_PAD_RSA_PKCS1_1_5_SIGN},
-    {"pkcs7", KM_TAG_PADDING, KM_PAD_PKCS7},
-    {"p224", KM_TAG_EC_CURVE, KM_EC_CURVE_P_224},
-    {"p256", KM_TAG_EC_CURVE, KM_EC_CURVE_P_256},
-    {"p384", KM_TAG_EC_CURVE, KM_EC_CURVE_P_384},
-    {"p521", KM_TAG_EC_CURVE, KM_EC_CURVE_P_521},
-    {"standalone", KM_TAG_BLOB_USAGE_REQUIREMENTS, KM_BLOB_STANDALONE},
-    {"generated", KM_TAG_ORIGIN, KM_ORIGIN_GENERATED},
-    {"imported", KM_TAG_ORIGIN, KM_ORIGIN_IMPORTED},
-    {"unwrapped", KM_TAG_ORIGIN, KM_ORIGIN_SECURELY_IMPORTED},
-    {"callernonce", KM_TAG_CALLER_NONCE, 1},
-    {"noauth", KM_TAG_NO_AUTH_REQUIRED, 1},
-    {"onbody", KM_TAG_ALLOW_WHILE_ON_BODY, 1},
-    {"uniqueid", KM_TAG_INCLUDE_UNIQUE_ID, 1},
-    {"bootloader", KM_TAG_BOOTLOADER_ONLY, 1},
-    {"rollback", KM_TAG_ROLLBACK_RESISTANCE, 1},
-    {"oldrollback", KM_TAG_ROLLBACK_RESISTANT, 1},
-    {"earlyboot", KM_TAG_EARLY_BOOT_ONLY, 1},
-    {"presence", KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, 1},
-    {"confirmed", KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, 1},
-    {"unlocked", KM_TAG_UNLOCKED_DEVICE_REQUIRED, 1},
-    {"storage", KM_TAG_STORAGE_KEY, 1},
-    {"credential", KM_TAG_IDENTITY_CREDENTIAL_KEY, 1},
-    {"unique", KM_TAG_DEVICE_UNIQUE_ATTESTATION, 1},
+const std::vector<Enumeration> kEnumerations = {
+    {KM_TAG_PURPOSE, {{"encrypt", 0}, {"decrypt", 1}, {"sign", 2}, {"verify", 3}, {"wrap", 5}}},
+    {KM_TAG_ALGORITHM, {{"rsa", 1}, {"ec", 3}, {"aes", 32}, {"3des", 33}, {"hmac", 128}}},
+    {KM_TAG_BLOCK_MODE, {{"ecb", 1}, {"cbc", 2}, {"ctr", 3}, {"gcm", 32}}},
+    {KM_TAG_DIGEST,
+     {{"nodigest", 0},
+      {"md5", 1},
+      {"sha1", 2},
+      {"sha224", 3},
+      {"sha256", 4},
+      {"sha384", 5},
+      {"sha512", 6}}},
+    {KM_TAG_PADDING,
+     {{"nopad", 1}, {"oaep", 2}, {"pss", 3}, {"pkcs1crypt", 4}, {"pkcs1sign", 5}, {"pkcs7", 64}}},
+    {KM_TAG_EC_CURVE, {{"p224", 0}, {"p256", 1}, {"p384", 2}, {"p521", 3}}},
+    {KM_TAG_BLOB_USAGE_REQUIREMENTS, {{"standalone", 0}}},
+    {KM_TAG_ORIGIN, {{"generated", 0}, {"imported", 2}, {"unwrapped", 4}}},
 };
 
-constexpr Word kNames[] = {
-    {"size", KM_TAG_KEY_SIZE, 0},
-    {"e", KM_TAG_RSA_PUBLIC_EXPONENT, 0},
-    {"minmac", KM_TAG_MIN_MAC_LENGTH, 0},
-    {"mac", KM_TAG_MAC_LENGTH, 0},
-    {"nonce", KM_TAG_NONCE, 0},
-    {"aad", KM_TAG_ASSOCIATED_DATA, 0},
-    {"confirm", KM_TAG_CONFIRMATION_TOKEN, 0},
-    {"appid", KM_TAG_APPLICATION_ID, 0},
-    {"appdata", KM_TAG_APPLICATION_DATA, 0},
-    {"challenge", KM_TAG_ATTESTATION_CHALLENGE, 0},
-    {"attestid", KM_TAG_ATTESTATION_APPLICATION_ID, 0},
-    {"brand", KM_TAG_ATTESTATION_ID_BRAND, 0},
-    {"imei", KM_TAG_ATTESTATION_ID_IMEI, 0},
-    {"seconds", KM_TAG_MIN_SECONDS_BETWEEN_OPS, 0},
-    {"uses", KM_TAG_MAX_USES_PER_BOOT, 0},
-    {"user", KM_TAG_USER_ID, 0},
-    {"sid", KM_TAG_USER_SECURE_ID, 0},
-    {"authtype", KM_TAG_USER_AUTH_TYPE, 0},
-    {"timeout", KM_TAG_AUTH_TIMEOUT, 0},
-    {"active", KM_TAG_ACTIVE_DATETIME, 0},
-    {"created", KM_TAG_CREATION_DATETIME, 0},
-    {"expires", KM_TAG_USAGE_EXPIRE_DATETIME, 0},
-    {"os", KM_TAG_OS_VERSION, 0},
-    {"patch", KM_TAG_OS_PATCHLEVEL, 0},
-    {"vendorpatch", KM_TAG_VENDOR_PATCHLEVEL, 0},
-    {"bootpatch", KM_TAG_BOOT_PATCHLEVEL, 0},
-    {"hardware", KM_TAG_HARDWARE_TYPE, 0},
-    {"from", KM_TAG_ORIGIN, 0},
-    {"curve", KM_TAG_EC_CURVE, 0},
-    {"digest", KM_TAG_DIGEST, 0},
-    {"mode", KM_TAG_BLOCK_MODE, 0},
+// Booleans stand for themselves, others in front of their value.
+const std::map<std::string, keymaster_tag_t> kNames = {
+    {"aad", KM_TAG_ASSOCIATED_DATA},
+    {"active", KM_TAG_ACTIVE_DATETIME},
+    {"appdata", KM_TAG_APPLICATION_DATA},
+    {"appid", KM_TAG_APPLICATION_ID},
+    {"attestid", KM_TAG_ATTESTATION_APPLICATION_ID},
+    {"authtype", KM_TAG_USER_AUTH_TYPE},
+    {"bootloader", KM_TAG_BOOTLOADER_ONLY},
+    {"bootpatch", KM_TAG_BOOT_PATCHLEVEL},
+    {"brand", KM_TAG_ATTESTATION_ID_BRAND},
+    {"callernonce", KM_TAG_CALLER_NONCE},
+    {"challenge", KM_TAG_ATTESTATION_CHALLENGE},
+    {"confirm", KM_TAG_CONFIRMATION_TOKEN},
+    {"confirmed", KM_TAG_TRUSTED_CONFIRMATION_REQUIRED},
+    {"created", KM_TAG_CREATION_DATETIME},
+    {"credential", KM_TAG_IDENTITY_CREDENTIAL_KEY},
+    {"curve", KM_TAG_EC_CURVE},
+    {"digest", KM_TAG_DIGEST},
+    {"e", KM_TAG_RSA_PUBLIC_EXPONENT},
+    {"earlyboot", KM_TAG_EARLY_BOOT_ONLY},
+    {"from", KM_TAG_ORIGIN},
+    {"hardware", KM_TAG_HARDWARE_TYPE},
+    {"imei", KM_TAG_ATTESTATION_ID_IMEI},
+    {"mac", KM_TAG_MAC_LENGTH},
+    {"minmac", KM_TAG_MIN_MAC_LENGTH},
+    {"mode", KM_TAG_BLOCK_MODE},
+    {"noauth", KM_TAG_NO_AUTH_REQUIRED},
+    {"nonce", KM_TAG_NONCE},
+    {"oldrollback", KM_TAG_ROLLBACK_RESISTANT},
+    {"onbody", KM_TAG_ALLOW_WHILE_ON_BODY},
+    {"os", KM_TAG_OS_VERSION},
+    {"patch", KM_TAG_OS_PATCHLEVEL},
+    {"presence", KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED},
+    {"rollback", KM_TAG_ROLLBACK_RESISTANCE},
+    {"seconds", KM_TAG_MIN_SECONDS_BETWEEN_OPS},
+    {"sid", KM_TAG_USER_SECURE_ID},
+    {"size", KM_TAG_KEY_SIZE},
+    {"storage", KM_TAG_STORAGE_KEY},
+    {"timeout", KM_TAG_AUTH_TIMEOUT},
+    {"unique", KM_TAG_DEVICE_UNIQUE_ATTESTATION},
+    {"uniqueid", KM_TAG_INCLUDE_UNIQUE_ID},
+    {"unlocked", KM_TAG_UNLOCKED_DEVICE_REQUIRED},
+    {"user", KM_TAG_USER_ID},
+    {"uses", KM_TAG_MAX_USES_PER_BOOT},
+    {"vendorpatch", KM_TAG_VENDOR_PATCHLEVEL},
 };
 
 bool isWide(keymaster_tag_t tag) {
@@ -123,43 +103,41 @@ KeyParameter numberParam(keymaster_tag_t tag, uint64_t value) {
 }
 
 KeyParameter paramOf(const std::string& word) {
-    for (const Word& each : kValues) {
-        if (word == each.word) return numberParam(each.tag, each.value);
+    for (const Enumeration& each : kEnumerations) {
+        const auto value = each.values.find(word);
+        if (value != each.values.end()) return numberParam(each.tag, value->second);
     }
     const size_t colon = word.find(':');
-    const std::string value = colon == std::string::npos ? "" : word.substr(colon + 1);
-    for (const Word& each : kNames) {
-        if (word.substr(0, colon) != each.word) continue;
-        if (keymaster_tag_get_type(each.tag) != KM_BYTES) {
-            return numberParam(each.tag, std::stoull(value));
-        }
-        KeyParameter param{};
-        param.tag = static_cast<Tag>(each.tag);
-        const bool hex = value.rfind("0x", 0) == 0;
-        param.blob =
-            hex ? fromHex(value.substr(2)) : std::vector<uint8_t>(value.begin(), value.end());
-        return param;
+    const std::string value = colon == std::string::npos ? "1" : word.substr(colon + 1);
+    const keymaster_tag_t tag = kNames.at(word.substr(0, colon));
+    if (keymaster_tag_get_type(tag) != KM_BYTES) return numberParam(tag, std::stoull(value));
+    KeyParameter param{};
+    param.tag = static_cast<Tag>(tag);
+    const bool hex = value.rfind("0x", 0) == 0;
+    param.blob = hex ? fromHex(value.substr(2)) : std::vector<uint8_t>(value.begin(), value.end());
+    return param;
+}
+
+std::string valueOf(const KeyParameter& param, keymaster_tag_t tag) {
+    const keymaster_tag_type_t type = keymaster_tag_get_type(tag);
+    if (type == KM_BOOL) return "";
+    if (type == KM_BYTES) {
+        return ":0x" + toHex(secureapp::ByteView(param.blob.data(), param.blob.size()));
     }
-    throw std::invalid_argument("no such word: " + word);
+    return ":" + std::to_string(isWide(tag) ? param.f.longInteger : param.f.integer);
 }
 
 std::string wordOf(const KeyParameter& param) {
     const auto tag = static_cast<keymaster_tag_t>(param.tag);
-    const uint64_t number = isWide(tag) ? param.f.longInteger : param.f.integer;
-    for (const Word& each : kValues) {
-        if (each.tag == tag && each.value == number) return each.word;
+    for (const Enumeration& each : kEnumerations) {
+        for (const auto& [word, value] : each.values) {
+            if (each.tag == tag && value == param.f.integer) return word;
+        }
     }
-    for (const Word& each : kNames) {
-        if (each.tag != tag) continue;
-        const bool bytes = keymaster_tag_get_type(tag) == KM_BYTES;
-        const std::string value =
-            bytes ? "0x" + toHex(secureapp::ByteView(param.blob.data(), param.blob.size()))
-                  : std::to_string(number);
-        return std::string(each.word) + ":" + value;
+    for (const auto& [name, named] : kNames) {
+        if (named == tag) return name + valueOf(param, tag);
     }
-    std::ostringstream unnamed;
-    unnamed << "tag-" << std::hex << static_cast<uint32_t>(param.tag);
-    return unnamed.str();
+    return "tag-" + std::to_string(static_cast<uint32_t>(param.tag));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Keymaster parameters as words: "aes size:128 encrypt cbc pkcs7 nonce:0x00112233". A value that
 // belongs to an enumeration stands for itself; others follow the name of their tag, bytes as text
-// or, behind 0x, as hexadecimal digits. A tag without a name is "tag-NUMBER", hexadecimal.
+// or, behind 0x, as hexadecimal digits. A tag without a name is "tag-NUMBER".
 #pragma once
 
 #include <android/hardware/keymaster/4.1/types.h>
