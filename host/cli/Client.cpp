@@ -7,6 +7,8 @@
 #include <hardware/hw_auth_token.h>
 #include <lumo/Properties.h>
 #include <lumo/Transport.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -66,12 +68,15 @@ void logToStderr(const __android_logger_data* data, const char* message) {
 
 void logNowhere(const __android_logger_data* /*data*/, const char* /*message*/) {}
 
-// The service cannot go on, and must not leave through abort().
-void endAfterFatalLog(const char* message) {
+// Ends the process as a Failure would.
+[[noreturn]] void endAfterFatalLog(const std::string& message) {
     const TransportStatus status = lastTransportFailure();
     const bool known = status.kind != TransportStatus::ok;
-    std::cerr << "lumokm: the keymaster service did not start: "
-              << (known ? status.message : std::string(message) + "; -v shows the library's log")
+    std::cerr << "lumokm: the keymaster service cannot go on: "
+              << (known ? status.message
+                        : message +
+                              "; restart the secure application if it was told other "
+                              "versions before, see LUMO_PROPERTIES")
               << std::endl;
     _exit(static_cast<int>(known ? statusOf(status.kind) : Exit::transport));
 }
@@ -92,7 +97,6 @@ sp<Device41> connect41(SecurityLevel level) {
 
 void routeLog(bool verbose) {
     __android_log_set_logger(verbose ? logToStderr : logNowhere);
-    __android_log_set_aborter(endAfterFatalLog);
 }
 
 // Where the transport knows why, that says more than the error that became of it.
@@ -148,3 +152,13 @@ km::V4_0::KeyCharacteristics characteristicsOf(const sp<Device>& device, const B
 }
 
 }  // namespace lumo::cli
+
+// In place of liblog's, which would write lines of its own and abort.
+void __android_log_assert(const char* /*condition*/, const char* /*tag*/, const char* format, ...) {
+    char message[1024] = "";
+    va_list arguments;
+    va_start(arguments, format);
+    if (format != nullptr) vsnprintf(message, sizeof(message), format, arguments);
+    va_end(arguments);
+    lumo::cli::endAfterFatalLog(message);
+}

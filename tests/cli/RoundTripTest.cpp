@@ -191,6 +191,43 @@ TEST_P(RoundTrip, SmallCallsAreAnswered) {
     EXPECT_EQ(token.at("securityLevel"), "TRUSTED_ENVIRONMENT");
 }
 
+// What outlives one run of the client needs a secure application that does.
+TEST(Daemon, RemembersNotificationsAndVersionsBetweenRuns) {
+    const Shell shell("unix:socket");
+    shell.expectOk(
+        "lumo-secureapp --listen unix:socket --state daemon-state >log 2>&1 &\n"
+        "echo $! >pid; for try in 1 2 3 4 5 6 7 8 9; do\n"
+        "test -S socket && exit; sleep 0.2; done; cat log >&2; exit 1");
+    const struct {
+        const char* command;
+        int status;
+        const char* message;
+    } steps[] = {
+        {"lumokm generate --algorithm ec --curve p256 --purpose sign --digest sha256 "
+         "--early-boot-only -o early",
+         0, ""},
+        {"lumokm generate --algorithm ec --curve p256 --purpose sign --digest sha256 "
+         "--unlocked-device -o unlocked",
+         0, ""},
+        {"lumokm sign -k unlocked --digest sha256 -i pid -o sig", 0, ""},
+        {"lumokm early-boot-ended", 0, "early boot has ended\n"},
+        {"lumokm sign -k early --digest sha256 -i pid -o sig", 3, "EARLY_BOOT_ENDED (-73)"},
+        {"lumokm device-locked", 0, "the device is locked\n"},
+        {"lumokm sign -k unlocked --digest sha256 -i pid -o sig", 3, "DEVICE_LOCKED (-72)"},
+        {"sed 's/=2020-12-05/=2021-01-05/' $(lumokm info | sed -n 's/^properties: //p') >props\n"
+         "LUMO_PROPERTIES=props lumokm info",
+         4, "cannot go on: Configure failed; restart"},
+        {"kill $(cat pid); while test -S socket; do sleep 0.1; done; lumokm info", 4,
+         "cannot reach"},
+    };
+    for (const auto& step : steps) {
+        const Outcome outcome = shell.run(step.command);
+        EXPECT_EQ(outcome.status, step.status) << step.command << "\n" << outcome.err;
+        EXPECT_NE(outcome.err.find(step.message), std::string::npos) << outcome.err;
+        EXPECT_LE(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    }
+}
+
 constexpr Target kTargets[] = {
     {"cbor", false},
     {"cbor", true},

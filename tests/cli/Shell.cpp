@@ -41,8 +41,8 @@ Shell::~Shell() {
 
 Outcome Shell::run(const std::string& command) const {
     const std::string script = "cd " + directory_ + "; export LUMO_TRANSPORT='" + transport_ +
-                               "' LUMO_STATE_DIR=" + root_ +
-                               "/state PATH=" LUMOKM_DIRECTORY ":$PATH\n" + command + "\n";
+                               "' LUMO_STATE_DIR=" + root_ + "/state PATH=" TOOLS_PATH ":$PATH\n" +
+                               command + "\n";
     std::ofstream(root_ + "/script") << script;
     const std::string call =
         "sh " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null";

@@ -19,7 +19,7 @@ class Shell {
     Shell(const Shell&) = delete;
     Shell& operator=(const Shell&) = delete;
 
-    // The command line runs in the directory, with lumokm in its PATH and nothing on standard
+    // The command line runs in the directory, with our tools in its PATH and nothing on standard
     // input.
     Outcome run(const std::string& command) const;
 

@@ -78,7 +78,7 @@ struct EcKey {
     EcKey() {
         EC_KEY* key = EC_KEY_new_by_curve_name(NID_X9_62_prime256v1);
         const EC_GROUP* group = EC_KEY_get0_group(key);
-        BIGNUM* d = BN_bin2bn(scalar.data(), scalar.size(), nullptr);
+        BIGNUM* d = BN_bin2bn(scalar.data(), 32, nullptr);
         EC_POINT* point = EC_POINT_new(group);
         EC_POINT_mul(group, point, d, nullptr, nullptr, nullptr);
         EC_KEY_set_public_key(key, point);
@@ -117,7 +117,8 @@ TEST(RecordFace, EcSignaturesTravelAsNumbersOnEveryLegacyProfile) {
         const Bytes blob = itemOf(generated, 2);
 
         const Bytes digest = param(0x20000005, 4);
-        const Bytes begun = phone.sendRecord(beginRequest(2, blob, {digest}));
+        // The copy stands for a parameter of a type that the client does not know.
+        const Bytes begun = phone.sendRecord(beginRequest(2, blob, {digest, digest}));
         EXPECT_EQ(wordAt(begun, 4), 3U);
         EXPECT_EQ(wordAt(begun, 9), 0U);
         const Bytes finished = phone.sendRecord(finishRequest(begun, hex("616263")), labels(16));
@@ -201,10 +202,10 @@ TEST(RecordFace, WordsLeftOverDoNotConfuse) {
     // A parameter of unknown type first (nothing was written) and in the middle (the one before
     // once more), a false boolean, and client id and data among the others.
     const uint32_t tail = 12 + 9 * 12;
-    const Bytes copied = param(0x30000003, 128);
+    const Bytes copied = param(0x20000001, 0);
     const Bytes blob =
         itemOf(phone.sendRecord(words({0x108, 12, 9}) + words({kStale, kStale, kStale}) +
-                                param(0x10000002, 32) + copied + copied + param(0x20000001, 0) +
+                                param(0x10000002, 32) + param(0x30000003, 128) + copied + copied +
                                 param(0x700001F7, 0x01, 0) + param(0x7000025A, 0xFFFFFF00) +
                                 param(0x90000259, tail, 2) + param(0x900002BC, tail + 2, 3) +
                                 hex("6964646174")),
