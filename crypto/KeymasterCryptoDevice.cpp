@@ -91,6 +91,12 @@ CryptoPtr<EVP_PKEY> parsePkcs8(keymaster_algorithm_t algorithm, const keymaster_
     return key;
 }
 
+// Kept: the line speaks of the public key whatever the memory was for.
+keymaster_error_t noMemoryForKey() {
+    return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
+                     "Could not allocate memory for public key data");
+}
+
 // The DER SubjectPublicKeyInfo of `key`, into the caller's blob on success only.
 keymaster_error_t encodePublicKey(EVP_PKEY* key, keymaster_blob_t* out) {
     const int length = i2d_PUBKEY(key, nullptr);
@@ -99,10 +105,7 @@ keymaster_error_t encodePublicKey(EVP_PKEY* key, keymaster_blob_t* out) {
                          length);
     }
     MallocPtr block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(length))));
-    if (!block) {
-        return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
-                         "Could not allocate memory for public key data");
-    }
+    if (!block) return noMemoryForKey();
     uint8_t* cursor = block.get();
     if (i2d_PUBKEY(key, &cursor) != length) {
         return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID, "Len 2 returned is < 0 len = %d",
@@ -223,11 +226,8 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
 
     const BIGNUM* scalar = EC_KEY_get0_private_key(ec_key.get());
     if (scalar == nullptr) return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "pEcPrivKey get failed");
-    // Kept: the message speaks of the public key for all three buffers.
     MallocPtr priv_key = toBytes(scalar);
-    if (!priv_key)
-        return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
-                         "Could not allocate memory for public key data");
+    if (!priv_key) return noMemoryForKey();
 
     const EC_POINT* point = EC_KEY_get0_public_key(ec_key.get());
     if (point == nullptr) return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "pEcPubKey get failed");
@@ -238,13 +238,9 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
         return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "EC_POINT_get_affine_coordinates_GFp failed");
     }
     MallocPtr pubkey_x = toBytes(x.get());
-    if (!pubkey_x)
-        return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
-                         "Could not allocate memory for public key data");
+    if (!pubkey_x) return noMemoryForKey();
     MallocPtr pubkey_y = toBytes(y.get());
-    if (!pubkey_y)
-        return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
-                         "Could not allocate memory for public key data");
+    if (!pubkey_y) return noMemoryForKey();
 
     out->priv_key = priv_key.release();
     out->priv_key_len = byteCount(scalar);
@@ -308,8 +304,8 @@ keymaster_error_t KeymasterCryptoDevice::internal_to_ecsig(_keymaster_ec_sig_int
     if (ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1) {
         return FAIL_WITH(KM_ERROR_MEMORY_ALLOCATION_FAILED, "i2d_ECDSA_SIG failed");
     }
-    static_cast<void>(
-        r.release());  // NOLINT(bugprone-unused-return-value): the signature owns both
+    // The signature owns both numbers now.
+    static_cast<void>(r.release());  // NOLINT(bugprone-unused-return-value)
     static_cast<void>(s.release());  // NOLINT(bugprone-unused-return-value)
 
     const int size = i2d_ECDSA_SIG(signature.get(), nullptr);

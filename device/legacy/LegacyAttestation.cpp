@@ -94,10 +94,10 @@ keymaster_error_t takeCertificates(keymasterutils::KeymasterUtils& transport, Le
 keymaster_error_t takeChain(keymasterutils::KeymasterUtils& transport, LegacyResponse& response,
                             keymaster_cert_chain_t* cert_chain) {
     const uint32_t count = response.word(attest_response::kNumCertificates);
+    if (count > kMostCertificates) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     LegacyResponse table;
     if (count != 0) table = response.record(response.word(attest_response::kTableOffset));
     if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;
-    if (count > kMostCertificates) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     // Asked before there is an array, so that its size cannot exceed the shared buffer's order.
     table.bytes(0, count * certificate_entry::kWords * kWordBytes);
     if (!table.ok()) return KM_ERROR_UNKNOWN_ERROR;
@@ -126,7 +126,6 @@ keymaster_error_t KeymasterHalDevice::legacy_attest_key(const keymaster_key_blob
     LegacyExchange exchange(*transport_, kAttestKey, isStrongBox(), attest_request::kWords);
     exchange.addItem(attest_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
-    if (exchange.error() != KM_ERROR_OK) return exchange.error();
     const AttestationDates dates = readAttestationDates(*key_blob);
     setDate(exchange, attest_request::kActiveDate, dates.active);
     setDate(exchange, attest_request::kExpireDate, dates.expire);

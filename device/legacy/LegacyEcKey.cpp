@@ -17,36 +17,12 @@ enum Word : uint32_t {
 };
 static_assert(kWords * kWordBytes == 28, "fixed by the protocol");
 
-constexpr uint32_t kMostKeyBits = 521;
-constexpr uint32_t kMostComponentBytes = (kMostKeyBits + 7) / 8;
+constexpr uint32_t kMostComponentBytes = (521 + 7) / 8;  // of the widest curve
 
-struct EcKey {
-    uint32_t bits = 0;
-    uint32_t component_bytes = 0;
-    MallocedBytes private_key;
-    MallocedBytes x;
-    MallocedBytes y;
-    uint32_t private_key_length = 0;
-    uint32_t x_length = 0;
-    uint32_t y_length = 0;
-
-    bool fits() const {
-        return bits != 0 && bits <= kMostKeyBits && private_key_length <= component_bytes &&
-               x_length <= component_bytes && y_length <= component_bytes;
-    }
-};
-
-EcKey owned(const _keymaster_ec_import_internal_t& parts) {
-    EcKey key;
-    key.bits = parts.key_size;
-    key.component_bytes = (parts.key_size + 7) / 8;
-    key.private_key.reset(parts.priv_key);
-    key.x.reset(parts.pubkey_x);
-    key.y.reset(parts.pubkey_y);
-    key.private_key_length = parts.priv_key_len;
-    key.x_length = parts.pubkey_x_len;
-    key.y_length = parts.pubkey_y_len;
-    return key;
+// Not on a curve without a size, nor with a component wider than its curve.
+bool fits(const _keymaster_ec_import_internal_t& key, uint32_t width) {
+    return key.key_size != 0 && key.priv_key_len <= width && key.pubkey_x_len <= width &&
+           key.pubkey_y_len <= width;
 }
 
 // Appends `bytes` with leading zeros to `width`, and writes the pair of record words at `index`.
@@ -63,23 +39,25 @@ void addComponent(LegacyExchange& exchange, LegacyRecord& record, uint32_t index
 
 keymaster_error_t addEcKey(LegacyExchange& exchange, uint32_t index, KeymasterCryptoDevice& crypto,
                            const keymaster_blob_t& pkcs8) {
-    _keymaster_ec_import_internal_t parts = {};
-    const keymaster_error_t error = crypto.pkcs8_to_internal(KM_ALGORITHM_EC, &pkcs8, &parts);
-    const EcKey key = owned(parts);
-    if (error != KM_ERROR_OK || !key.private_key || !key.x || !key.y) {
+    _keymaster_ec_import_internal_t key = {};
+    const keymaster_error_t error = crypto.pkcs8_to_internal(KM_ALGORITHM_EC, &pkcs8, &key);
+    const MallocedBytes private_key(key.priv_key);
+    const MallocedBytes x(key.pubkey_x);
+    const MallocedBytes y(key.pubkey_y);
+    if (error != KM_ERROR_OK) {
         logLegacyError("(keymaster_error_t)pkcs8_to_internal failed");
         logLegacyError("ret: %d", error);
         return error;
     }
-    if (!key.fits()) return KM_ERROR_UNSUPPORTED_EC_CURVE;
+    const uint32_t width = (key.key_size + 7) / 8;
+    if (!fits(key, width)) return KM_ERROR_UNSUPPORTED_EC_CURVE;
 
     exchange.setWord(index, exchange.offset());
     LegacyRecord record = exchange.openRecord(kWords);
-    const uint32_t width = key.component_bytes;
-    record.setWord(kKeyBits, key.bits);
-    addComponent(exchange, record, kPrivateOffset, width, key.private_key, key.private_key_length);
-    addComponent(exchange, record, kXOffset, width, key.x, key.x_length);
-    addComponent(exchange, record, kYOffset, width, key.y, key.y_length);
+    record.setWord(kKeyBits, key.key_size);
+    addComponent(exchange, record, kPrivateOffset, width, private_key, key.priv_key_len);
+    addComponent(exchange, record, kXOffset, width, x, key.pubkey_x_len);
+    addComponent(exchange, record, kYOffset, width, y, key.pubkey_y_len);
     // Kept: the second word is where the components end, not how long the record is.
     exchange.setWord(index + 1, exchange.indirectOffset());
     exchange.closeIndirect();

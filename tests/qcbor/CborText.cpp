@@ -15,72 +15,49 @@ std::string bytes(UsefulBufC string) {
     return "h'" + toHex(string.ptr, string.len) + '\'';
 }
 
-void writeValue(std::ostream& out, const QCBORItem& item) {
-    switch (item.uDataType) {
-        case QCBOR_TYPE_INT64:
-            out << item.val.int64;
-            return;
-        case QCBOR_TYPE_UINT64:
-            out << item.val.uint64 << 'u';
-            return;
-        case QCBOR_TYPE_ARRAY:
-        case QCBOR_TYPE_MAP:
-            out << (item.uDataType == QCBOR_TYPE_MAP ? '{' : '[') << item.val.uCount;
-            return;
-        case QCBOR_TYPE_BYTE_STRING:
-            out << bytes(item.val.string);
-            return;
-        case QCBOR_TYPE_TEXT_STRING:
-            out << text(item.val.string);
-            return;
-        case QCBOR_TYPE_POSBIGNUM:
-        case QCBOR_TYPE_NEGBIGNUM:
-            out << (item.uDataType == QCBOR_TYPE_NEGBIGNUM ? "-big" : "big")
-                << bytes(item.val.bigNum);
-            return;
-        case QCBOR_TYPE_DATE_STRING:
-            out << "date" << text(item.val.dateString);
-            return;
-        case QCBOR_TYPE_DATE_EPOCH:
-            out << "epoch" << item.val.epochDate.nSeconds << '+'
-                << item.val.epochDate.fSecondsFraction;
-            return;
-        case QCBOR_TYPE_UKNOWN_SIMPLE:
-            out << "simple" << unsigned{item.val.uSimple};
-            return;
-        case QCBOR_TYPE_DOUBLE:
-            out << item.val.dfnum << 'f';
-            return;
-        default:
-            out << "type" << unsigned{item.uDataType};
-    }
+std::string number(double value) {
+    std::ostringstream out;
+    out.precision(17);
+    out << value;
+    return out.str();
+}
+
+std::string value(const QCBORItem& item) {
+    const uint8_t type = item.uDataType;
+    if (type == QCBOR_TYPE_INT64) return std::to_string(item.val.int64);
+    if (type == QCBOR_TYPE_UINT64) return std::to_string(item.val.uint64) + 'u';
+    if (type == QCBOR_TYPE_ARRAY) return '[' + std::to_string(item.val.uCount);
+    if (type == QCBOR_TYPE_MAP) return '{' + std::to_string(item.val.uCount);
+    if (type == QCBOR_TYPE_BYTE_STRING) return bytes(item.val.string);
+    if (type == QCBOR_TYPE_TEXT_STRING) return text(item.val.string);
+    if (type == QCBOR_TYPE_POSBIGNUM) return "big" + bytes(item.val.bigNum);
+    if (type == QCBOR_TYPE_NEGBIGNUM) return "-big" + bytes(item.val.bigNum);
+    if (type == QCBOR_TYPE_DATE_STRING) return "date" + text(item.val.dateString);
+    if (type == QCBOR_TYPE_UKNOWN_SIMPLE) return "simple" + std::to_string(item.val.uSimple);
+    if (type == QCBOR_TYPE_DOUBLE) return number(item.val.dfnum) + 'f';
+    if (type != QCBOR_TYPE_DATE_EPOCH) return "type" + std::to_string(type);
+    const auto& date = item.val.epochDate;
+    return "epoch" + std::to_string(date.nSeconds) + '+' + number(date.fSecondsFraction);
 }
 
 // 0xff is what the item is filled with beforehand: the decoder wrote no label.
-std::string describeLabel(const QCBORItem& item) {
-    switch (item.uLabelType) {
-        case 0xff:
-            return "";
-        case QCBOR_TYPE_INT64:
-            return std::to_string(item.label.int64) + '=';
-        case QCBOR_TYPE_UINT64:
-            return std::to_string(item.label.uint64) + "u=";
-        case QCBOR_TYPE_TEXT_STRING:
-            return text(item.label.string) + '=';
-        default:
-            return bytes(item.label.string) + '=';
-    }
+std::string label(const QCBORItem& item) {
+    if (item.uLabelType == 0xff) return "";
+    if (item.uLabelType == QCBOR_TYPE_INT64) return std::to_string(item.label.int64) + '=';
+    if (item.uLabelType == QCBOR_TYPE_UINT64) return std::to_string(item.label.uint64) + "u=";
+    if (item.uLabelType == QCBOR_TYPE_TEXT_STRING) return text(item.label.string) + '=';
+    return bytes(item.label.string) + '=';
+}
+
+std::string tags(const QCBORItem& item) {
+    if (item.uTag == 0 && item.uTagBits == 0) return "";
+    std::ostringstream out;
+    out << '#' << item.uTag << '/' << std::hex << item.uTagBits << ' ';
+    return out.str();
 }
 
 std::string describe(const QCBORItem& item) {
-    std::ostringstream out;
-    out.precision(17);
-    out << unsigned{item.uNestingLevel} << ':' << describeLabel(item);
-    if (item.uTag != 0 || item.uTagBits != 0) {
-        out << '#' << item.uTag << '/' << std::hex << item.uTagBits << std::dec << ' ';
-    }
-    writeValue(out, item);
-    return out.str();
+    return std::to_string(item.uNestingLevel) + ':' + label(item) + tags(item) + value(item);
 }
 
 }  // namespace

@@ -86,12 +86,4 @@ TEST_F(Keymaster41DeviceTest, BothBasesShareOneReferenceCount) {
     EXPECT_EQ(watch.promote(), nullptr);
 }
 
-TEST_F(Keymaster41DeviceTest, ErrorsKeepTheirNumbers) {
-    using ::keymaster::V4_1::convert;
-    for (const int number : {0, -72, -1000, 5}) {
-        EXPECT_EQ(static_cast<int>(convert(static_cast<ErrorCode>(number))), number);
-        EXPECT_EQ(static_cast<int>(convert(static_cast<ErrorCode41>(number))), number);
-    }
-}
-
 }  // namespace

@@ -8,8 +8,6 @@ using namespace ::lumo::test;
 using ::keymaster::V4_0::KmParamSet;
 using ::keymaster::V4_0::kmParamSet2Hidl;
 
-constexpr Tag kUnassigned = static_cast<Tag>(0xB0000005);
-
 KeyParameter filled(Tag tag) {
     KeyParameter param = longParam(tag, 0x1122334455667788);
     param.blob = hidl_vec<uint8_t>{1, 2, 3};
@@ -17,7 +15,6 @@ KeyParameter filled(Tag tag) {
 }
 
 TEST(KmParamSet, CarriesEveryType) {
-    KeyParameter true_by_any_bit = longParam(Tag::CALLER_NONCE, 0x1122334455667702);
     const hidl_vec<KeyParameter> from = {
         filled(Tag::ALGORITHM),      filled(Tag::PURPOSE),
         filled(Tag::KEY_SIZE),       filled(static_cast<Tag>(0x40000009)),
@@ -30,18 +27,14 @@ TEST(KmParamSet, CarriesEveryType) {
         EXPECT_EQ(set.params[i].long_integer, i < 4 ? 0x55667788 : 0x1122334455667788) << i;
     }
 
-    const KmParamSet booleans({true_by_any_bit, booleanParam(Tag::NO_AUTH_REQUIRED, false)});
-    ASSERT_EQ(booleans.length, 2U);
-    EXPECT_EQ(booleans.params[0].tag, KM_TAG_CALLER_NONCE);
-    EXPECT_EQ(booleans.params[0].long_integer, 1U);
-    EXPECT_EQ(booleans.params[1].tag, KM_TAG_INVALID);
-
-    const KmParamSet unknown({filled(Tag::INVALID), filled(kUnassigned)});
-    ASSERT_EQ(unknown.length, 2U);
-    EXPECT_EQ(unknown.params[0].tag, KM_TAG_INVALID);
-    EXPECT_EQ(unknown.params[1].tag, KM_TAG_INVALID);
-
-    EXPECT_EQ(KmParamSet({}).length, 0U);
+    // Any bit makes a boolean true; a false one, and a tag of no known type, is not carried.
+    const KmParamSet others({longParam(Tag::CALLER_NONCE, 0x1122334455667702),
+                             booleanParam(Tag::NO_AUTH_REQUIRED, false), filled(Tag::INVALID),
+                             filled(static_cast<Tag>(0xB0000005))});
+    ASSERT_EQ(others.length, 4U);
+    EXPECT_EQ(others.params[0].tag, KM_TAG_CALLER_NONCE);
+    EXPECT_EQ(others.params[0].long_integer, 1U);
+    for (size_t i = 1; i < 4; ++i) EXPECT_EQ(others.params[i].tag, KM_TAG_INVALID) << i;
 }
 
 TEST(KmParamSet, SharesBytesInBothDirections) {

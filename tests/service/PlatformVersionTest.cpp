@@ -67,23 +67,18 @@ TEST_F(PlatformVersion, PatchLevels) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.date);
-        setProperty("ro.build.version.security_patch", c.date);
-        setProperty("ro.vendor.build.security_patch", "");
-        {
+        const auto expect = [&](auto get, const char* property, uint32_t level, const char* line) {
+            setProperty("ro.build.version.security_patch", "");
+            setProperty("ro.vendor.build.security_patch", "");
+            setProperty(property, c.date);
             LogCapture log;
-            EXPECT_EQ(GetOsPatchlevel(), c.month);
-            expectLine(log, c.month_line);
-        }
-        setProperty("ro.build.version.security_patch", "");
-        setProperty("ro.vendor.build.security_patch", c.date);
-        {
-            LogCapture log;
-            EXPECT_EQ(GetVendorPatchlevel(false), c.month);
-            expectLine(log, c.month_line);
-        }
-        LogCapture log;
-        EXPECT_EQ(GetVendorPatchlevel(true), c.day);
-        expectLine(log, c.day_line);
+            EXPECT_EQ(get(), level);
+            expectLine(log, line);
+        };
+        const auto vendor = [](bool dates) { return [=] { return GetVendorPatchlevel(dates); }; };
+        expect(GetOsPatchlevel, "ro.build.version.security_patch", c.month, c.month_line);
+        expect(vendor(false), "ro.vendor.build.security_patch", c.month, c.month_line);
+        expect(vendor(true), "ro.vendor.build.security_patch", c.day, c.day_line);
     }
 }
 
