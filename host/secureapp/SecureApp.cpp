@@ -90,13 +90,6 @@ Bytes SecureApp::answerRecord(ByteView request, ByteView area, size_t capacity, 
     return answer;
 }
 
-keymaster_error_t SecureApp::handleRecord(ByteView request, uint8_t* response, size_t capacity) {
-    const Bytes answer = answerRecord(request, ByteView(response, capacity), capacity);
-    if (answer.empty()) return KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
-    std::copy(answer.begin(), answer.end(), response);
-    return KM_ERROR_OK;
-}
-
 void SecureApp::endClient(uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->keymaster.abortAllOf(client);

@@ -47,13 +47,9 @@ class SecureApp {
     // `client` of this and the following calls tells apart who shares the application.
     CborReply handleCbor(uint32_t command, ByteView request, uint64_t client = 0);
 
-    // A fixed-layout request. `response` is the area behind it, `capacity` bytes that the client
-    // may have labelled beforehand; the answer is written there. Returns the transport's result: 0,
-    // or KM_ERROR_INSUFFICIENT_BUFFER_SPACE when not even a status fits.
-    keymaster_error_t handleRecord(ByteView request, uint8_t* response, size_t capacity);
-
-    // The same for a carrier without shared memory: `area` is the labelled start of an area of
-    // `capacity` bytes. Returns the bytes to put there; none when not even a status fits.
+    // A fixed-layout request. The answer goes into an area of `capacity` bytes, which the client
+    // may have labelled beforehand: `area` is its start. Returns the bytes to put there; none when
+    // not even a status fits.
     Bytes answerRecord(ByteView request, ByteView area, size_t capacity, uint64_t client = 0);
 
     // The client will not come again: aborts the operations that it left open.

@@ -15,15 +15,8 @@ uint32_t size32(const Bytes& bytes) {
     return static_cast<uint32_t>(bytes.size());
 }
 
-// P-256, sign and verify, SHA-256, no authentication. Second words are left over from parameters
-// before, the upper bytes of a boolean too.
-Bytes ecParams() {
-    return param(0x10000002, 3) + param(0x30000003, 256) + param(0x20000001, 2) +
-           param(0x20000001, 3) + param(0x20000005, 4) + param(0x700001F7, 0xFFFFFF01);
-}
-
 Bytes generateEc() {
-    return words({0x108, 12, 6}) + ecParams();
+    return words({0x108, 12, 2}) + param(0x10000002, 3) + param(0x30000003, 256);
 }
 
 Bytes beginRequest(uint32_t purpose, const Bytes& blob, const std::vector<Bytes>& params) {
@@ -172,10 +165,9 @@ TEST(RecordFace, RefusesWhatLiesOutside) {
                     status == KM_ERROR_INVALID_OPERATION_HANDLE)
             << test.what << ": " << status;
     }
-    uint8_t area[3];
+    const Bytes area(3);
     const Bytes probe = words({0x215, 0, 0});
-    EXPECT_EQ(phone.app.handleRecord(probe, area, sizeof(area)),
-              KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+    EXPECT_TRUE(phone.app.answerRecord(probe, area, area.size()).empty());
     EXPECT_EQ(statusOf(phone.record(generateEc(), {}, 100)), KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     EXPECT_EQ(statusOf(phone.record(probe, {}, 4)), 0);
 }

@@ -79,11 +79,6 @@ inline ParamSet aesKey() {
         intParam(KM_TAG_PURPOSE, KM_PURPOSE_ENCRYPT), intParam(KM_TAG_PURPOSE, KM_PURPOSE_DECRYPT),
         intParam(KM_TAG_BLOCK_MODE, KM_MODE_ECB),     intParam(KM_TAG_PADDING, KM_PAD_NONE)};
 }
-inline ParamSet hmacKey() {
-    return {intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_HMAC), intParam(KM_TAG_KEY_SIZE, 128),
-            intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN), intParam(KM_TAG_DIGEST, KM_DIGEST_SHA_2_256),
-            intParam(KM_TAG_MIN_MAC_LENGTH, 128)};
-}
 inline ParamSet ecKey() {
     return {intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_EC), intParam(KM_TAG_KEY_SIZE, 256),
             intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN), intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY),
@@ -94,12 +89,9 @@ inline ParamSet rsaKey(uint64_t bits = 2048) {
             intParam(KM_TAG_RSA_PUBLIC_EXPONENT, 65537)};
 }
 
-// Begin's parameters for aesKey() and ecKey().
+// Begin's parameters for aesKey().
 inline ParamSet ecb() {
     return {intParam(KM_TAG_BLOCK_MODE, KM_MODE_ECB), intParam(KM_TAG_PADDING, KM_PAD_NONE)};
-}
-inline ParamSet sha256Digest() {
-    return {intParam(KM_TAG_DIGEST, KM_DIGEST_SHA_2_256)};
 }
 
 }  // namespace lumo::test

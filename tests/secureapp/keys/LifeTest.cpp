@@ -1,5 +1,4 @@
-// What happens to keys from boot to boot: versions, upgrades, deletion, and the calls that set the
-// boot's terms.
+// What happens to keys from boot to boot, and the calls that set the boot's terms.
 #include "Device.h"
 
 namespace lumo::test {

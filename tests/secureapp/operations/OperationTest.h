@@ -14,7 +14,6 @@ namespace lumo::test {
 using namespace secureapp;  // NOLINT: these helpers belong to its tests
 
 constexpr auto kTee = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
-constexpr auto kStrongBox = KM_SECURITY_LEVEL_STRONGBOX;
 constexpr uint32_t kEncrypt = KM_PURPOSE_ENCRYPT;
 constexpr uint32_t kDecrypt = KM_PURPOSE_DECRYPT;
 constexpr uint32_t kSign = KM_PURPOSE_SIGN;

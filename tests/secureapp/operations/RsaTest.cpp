@@ -9,7 +9,6 @@ namespace {
 
 constexpr size_t k = 128;  // bytes of the modulus
 constexpr uint64_t kBare = KM_PAD_NONE;
-constexpr uint64_t kPss = KM_PAD_RSA_PSS;
 constexpr uint64_t kOaep = KM_PAD_RSA_OAEP;
 constexpr uint64_t kPkcs1Sign = KM_PAD_RSA_PKCS1_1_5_SIGN;
 constexpr uint64_t kPkcs1Encrypt = KM_PAD_RSA_PKCS1_1_5_ENCRYPT;
