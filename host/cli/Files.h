@@ -1,6 +1,8 @@
 // Input and output files. The path "-" is standard input or output.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
