@@ -47,6 +47,8 @@ class KeymasterCryptoDevice {
   public:
     KeymasterCryptoDevice();
     virtual ~KeymasterCryptoDevice();
+    KeymasterCryptoDevice(const KeymasterCryptoDevice&) = delete;
+    KeymasterCryptoDevice& operator=(const KeymasterCryptoDevice&) = delete;
 
     // PKCS#8 (RFC 5208) EC private key to its parts.
     // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_INVALID_KEY_BLOB (does not parse, is not an EC key

@@ -45,7 +45,7 @@ inline void releaseContents(keymaster_key_characteristics_t* sets) {
 // A record that starts empty and releases its contents at the end of its life.
 template <typename Record>
 struct Output : Record {
-    Output() : Record{} {}
+    Output() { static_cast<Record&>(*this) = {}; }
     ~Output() { releaseContents(this); }
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
@@ -54,7 +54,10 @@ struct Output : Record {
 // The device core wants an entry array from its caller and replaces it by the new chain's: the
 // placeholder is there for that and is never freed.
 struct OutputChain : keymaster_cert_chain_t {
-    OutputChain() : keymaster_cert_chain_t{&placeholder, 1} {}
+    OutputChain() {
+        entries = &placeholder;
+        entry_count = 1;
+    }
     ~OutputChain() {
         if (entries == &placeholder) return;
         for (size_t i = 0; entries != nullptr && i < entry_count; ++i) release(entries[i].data);

@@ -32,20 +32,20 @@ V4_0_ErrorCode convert(V4_1_ErrorCode error);
 class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device {
   public:
     // Both bases may declare the callback types; they are the same.
+    using Interface41::attestKey_cb;
+    using Interface41::begin_cb;
+    using Interface41::computeSharedHmac_cb;
+    using Interface41::exportKey_cb;
+    using Interface41::finish_cb;
+    using Interface41::generateKey_cb;
     using Interface41::getHardwareInfo_cb;
     using Interface41::getHmacSharingParameters_cb;
-    using Interface41::computeSharedHmac_cb;
-    using Interface41::verifyAuthorization_cb;
-    using Interface41::generateKey_cb;
+    using Interface41::getKeyCharacteristics_cb;
     using Interface41::importKey_cb;
     using Interface41::importWrappedKey_cb;
-    using Interface41::getKeyCharacteristics_cb;
-    using Interface41::exportKey_cb;
-    using Interface41::attestKey_cb;
-    using Interface41::upgradeKey_cb;
-    using Interface41::begin_cb;
     using Interface41::update_cb;
-    using Interface41::finish_cb;
+    using Interface41::upgradeKey_cb;
+    using Interface41::verifyAuthorization_cb;
 
     // Runs the whole start-up of the 4.0 object. Without a device core of its own the notifications
     // are refused with UNIMPLEMENTED.
@@ -54,6 +54,8 @@ class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device
     Keymaster41Device(keymaster_security_level_t security_level,
                       std::unique_ptr<::keymasterdevice::KeymasterHalDevice> device);
     ~Keymaster41Device() override;
+    Keymaster41Device(const Keymaster41Device&) = delete;
+    Keymaster41Device& operator=(const Keymaster41Device&) = delete;
 
     Return<void> getHardwareInfo(getHardwareInfo_cb _hidl_cb) override;
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb _hidl_cb) override;

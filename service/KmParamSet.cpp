@@ -90,8 +90,9 @@ void toHidl(keymaster_key_param_t* from, KeyParameter* to) {
 
 }  // namespace
 
-KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from)
-    : keymaster_key_param_set_t{allocateParams(from.size()), from.size()} {
+KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from) : keymaster_key_param_set_t{} {
+    params = allocateParams(from.size());
+    length = from.size();
     for (size_t i = 0; i < length; ++i) toKeymaster(from[i], &params[i]);
 }
 

@@ -55,9 +55,12 @@ keymaster_error_t handOutEncoded(keymasterutils::KeymasterUtils& transport, cons
     return KM_ERROR_OK;
 }
 
-// Points `key` at the parts of the public key in `record`.
-keymaster_error_t takeApart(LegacyResponse& record, uint32_t algorithm,
-                            _keymaster_export_internal_t* key) {
+// Points `key` at the parts of the public key in the response.
+keymaster_error_t takeApart(LegacyResponse& response, _keymaster_export_internal_t* key) {
+    const uint32_t algorithm = response.word(export_response::kAlgorithm);
+    const uint32_t offset = response.word(export_response::kKeyOffset);
+    if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;
+    LegacyResponse record = response.record(offset);
     key->algorithm = algorithm;
     if (algorithm == KM_ALGORITHM_EC) {
         const ByteSpan x = record.item(ec_key::kXOffset);
@@ -111,12 +114,9 @@ keymaster_error_t KeymasterHalDevice::legacy_export_key(keymaster_key_format_t f
         if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;
         return handOutEncoded(*transport_, encoded, export_data);
     }
-    const uint32_t algorithm = response.word(export_response::kAlgorithm);
-    LegacyResponse record = response.record(response.word(export_response::kKeyOffset));
-    if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;
     _keymaster_export_internal_t key;
     std::memset(&key, 0xFF, sizeof(key));
-    error = takeApart(record, algorithm, &key);
+    error = takeApart(response, &key);
     return error != KM_ERROR_OK ? error : crypto_device_->internal_to_x509(&key, export_data);
 }
 

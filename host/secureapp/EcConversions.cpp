@@ -38,7 +38,10 @@ T* require(T* object) {
 }
 
 EcPtr<BIGNUM> number(ByteView bytes) {
-    return EcPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), bytes.size(), nullptr)));
+    if (bytes.size() > UINT16_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+    // The two libcryptos differ in the type of a length; this one fits both.
+    const uint16_t length = static_cast<uint16_t>(bytes.size());
+    return EcPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
 }
 
 // A null place asks for the size only.

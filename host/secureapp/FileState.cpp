@@ -106,7 +106,7 @@ void requireName(const std::string& name) {
 }  // namespace
 
 std::string defaultStateDirectory() {
-    const std::string chosen = environment("LUMO_STATE_DIR");
+    std::string chosen = environment("LUMO_STATE_DIR");
     if (!chosen.empty()) return chosen;
     const std::string state_home = environment("XDG_STATE_HOME");
     if (!state_home.empty()) return state_home + "/lumokeymaster4";

@@ -34,9 +34,9 @@ enum class List { kHardware, kSoftware };
 // A repeatable tag: `capacity` elements of `width` bytes at `values`, the number in use at `count`.
 struct ArrayField {
     keymaster_tag_t tag;
+    uint32_t capacity;
     size_t values;
     size_t count;
-    uint32_t capacity;
     size_t width;
 };
 
@@ -53,11 +53,9 @@ struct Field {
 constexpr size_t kNoFlag = 0;
 
 constexpr ArrayField kArrays[] = {
-    {KM_TAG_PURPOSE, 28, 48, 5, 4},     //
-    {KM_TAG_BLOCK_MODE, 62, 82, 5, 4},  //
-    {KM_TAG_DIGEST, 86, 118, 8, 4},     //
-    {KM_TAG_PADDING, 122, 154, 8, 4},   //
-    {KM_TAG_USER_SECURE_ID, 195, 235, 5, 8},
+    {KM_TAG_PURPOSE, 5, 28, 48, 4},          {KM_TAG_BLOCK_MODE, 5, 62, 82, 4},
+    {KM_TAG_DIGEST, 8, 86, 118, 4},          {KM_TAG_PADDING, 8, 122, 154, 4},
+    {KM_TAG_USER_SECURE_ID, 5, 195, 235, 8},  // 64-bit
 };
 
 constexpr Field flagged(keymaster_tag_t tag, size_t flag, size_t width,

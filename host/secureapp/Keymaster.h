@@ -84,6 +84,8 @@ class Keymaster {
     // `shared_state` holds what all instances of one device share; see SharedHmac.
     Keymaster(const KeymasterOptions& options, World world, State& state, State& shared_state,
               Clock& clock, RandomSource& random);
+    Keymaster(const Keymaster&) = delete;
+    Keymaster& operator=(const Keymaster&) = delete;
     ~Keymaster();
 
     const KeymasterOptions& options() const { return options_; }

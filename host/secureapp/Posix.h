@@ -11,6 +11,8 @@ class FileHandle {
     FileHandle() = default;
     explicit FileHandle(int fd) : fd_(fd) {}
     ~FileHandle() { reset(); }
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
     FileHandle(FileHandle&& other) noexcept : fd_(other.release()) {}
     FileHandle& operator=(FileHandle&& other) noexcept {
         reset(other.release());

@@ -18,6 +18,8 @@ class Secret {
   public:
     Secret() = default;
     explicit Secret(Bytes bytes) : bytes_(std::move(bytes)) {}
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
     Secret(Secret&&) = default;
     Secret& operator=(Secret&& other) noexcept {
         bytes_.swap(other.bytes_);

@@ -10,23 +10,24 @@
 namespace lumo::secureapp {
 namespace {
 
-KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t level) {
+KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t level,
+                            const World& world) {
     KeymasterOptions options;
     options.level = level;
     options.blob_version = profile.blob_version;
     // The fixed-layout clients do not know the field that these blobs have more.
     options.early_boot_blobs = !profile.legacy;
+    options.trusted_clock = world.trusted_clock;
     return options;
 }
 
 }  // namespace
 
 struct SecureApp::Impl {
-    Impl(const Profile& played, keymaster_security_level_t level, World world, State& state,
+    Impl(const Profile& played, keymaster_security_level_t level, const World& world, State& state,
          State& shared_state, Clock& clock, RandomSource& random)
         : profile(played),
-          keymaster(optionsFor(played, level), std::move(world), state, shared_state, clock,
-                    random),
+          keymaster(optionsFor(played, level, world), world, state, shared_state, clock, random),
           cbor(keymaster, profile),
           records(keymaster, profile) {}
 
@@ -58,8 +59,7 @@ struct SecureApp::Impl {
 
 SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level, World world,
                      State& state, State& shared_state, Clock& clock, RandomSource& random)
-    : impl_(std::make_unique<Impl>(profile, level, std::move(world), state, shared_state, clock,
-                                   random)) {}
+    : impl_(std::make_unique<Impl>(profile, level, world, state, shared_state, clock, random)) {}
 
 SecureApp::~SecureApp() = default;
 
@@ -93,6 +93,11 @@ keymaster_error_t SecureApp::handleRecord(ByteView request, uint8_t* response, s
     if (answer.empty()) return KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
     std::copy(answer.begin(), answer.end(), response);
     return KM_ERROR_OK;
+}
+
+void SecureApp::pressButton() {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->keymaster.pressButton();
 }
 
 Keymaster& SecureApp::keymaster() {

@@ -38,6 +38,8 @@ class SecureApp {
     SecureApp(const Profile& profile, keymaster_security_level_t level, World world, State& state,
               State& shared_state, Clock& clock, RandomSource& random);
     ~SecureApp();
+    SecureApp(const SecureApp&) = delete;
+    SecureApp& operator=(const SecureApp&) = delete;
 
     const Profile& profile() const;
 
@@ -54,6 +56,9 @@ class SecureApp {
     Bytes answerRecord(ByteView request, ByteView area, size_t capacity);
 
     Keymaster& keymaster();
+
+    // The user proves presence, as with a button of the device.
+    void pressButton();
 
     // What failed last in the storage, in words; empty when nothing did.
     std::string lastStateFailure() const;

@@ -60,6 +60,7 @@ struct World {
         device_ids;  // by KM_TAG_ATTESTATION_ID_*; absent: not provisioned
 
     bool rollback_resistance = false;  // whether such keys can be made
+    bool trusted_clock = false;        // whether dates of keys are enforced by wall-clock time
     bool user_presence = false;  // whether there is a button; presence is proven by pressing it
     bool test_attestation_keys = false;  // the fixed test root in place of keys of its own
 };

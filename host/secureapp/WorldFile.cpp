@@ -124,9 +124,12 @@ const Key kKeys[] = {
     {"manufacturer", "", "", deviceId<KM_TAG_ATTESTATION_ID_MANUFACTURER>},
     {"model", "", "", deviceId<KM_TAG_ATTESTATION_ID_MODEL>},
     {"rollback_resistance", "no",
-     "What the hardware has: keys that cannot come back after deletion; a button that proves the\n"
-     "user's presence.",
+     "What the hardware has: keys that cannot come back after deletion; a clock that it trusts\n"
+     "enough to enforce the dates of keys; a button that proves the user's presence (SIGUSR1 to\n"
+     "the daemon presses it).",
      [](WorldSettings& s, const std::string& v) { s.world.rollback_resistance = yesOrNo(v); }},
+    {"trusted_clock", "no", "",
+     [](WorldSettings& s, const std::string& v) { s.world.trusted_clock = yesOrNo(v); }},
     {"user_presence", "no", "",
      [](WorldSettings& s, const std::string& v) { s.world.user_presence = yesOrNo(v); }},
     {"test_attestation_keys", "no",

@@ -27,7 +27,7 @@ std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
     std::weak_ptr<Device>& known =
         devices[{std::filesystem::absolute(options.state_directory).string(), profile.name}];
     if (std::shared_ptr<Device> device = known.lock()) return device;
-    const auto device = std::make_shared<Device>(options);
+    auto device = std::make_shared<Device>(options);
     known = device;
     return device;
 }

@@ -3,7 +3,7 @@
 #include <ctime>
 
 #include "AttestationDates.h"
-#include "BlobFields.h"
+#include "KeyBlobs.h"
 #include "LogCapture.h"
 #include "Outputs.h"
 
@@ -21,7 +21,6 @@ extern "C" tm* gmtime(const time_t* time) noexcept {
 namespace {
 
 using keymasterdevice::readAttestationDates;
-using lumo::test::BlobField;
 using lumo::test::blobOf;
 using lumo::test::Bytes;
 using lumo::test::toHex;
@@ -30,7 +29,7 @@ using std::string;
 
 constexpr char kNoDate[] = "-1 -1 -1 -1 -1 -1 -1 -1 -1";
 constexpr char kNoExpiry[] = "59 59 23 31 12 1969 -1 -1 -1";
-constexpr uint64_t kActiveMs = 1700000000999;  // 2023-11-14 22:13:20 UTC
+constexpr char kField[] = "278:8=1700000000999";  // 2023-11-14 22:13:20 UTC
 constexpr char kActive[] = "20 13 22 14 11 2023 -1 -1 -1";
 
 string text(const tztm& date) {
@@ -46,28 +45,19 @@ TEST(AttestationDates, AreReadFromTheBlob) {
     const struct {
         const char* name;
         size_t size;
-        std::vector<BlobField> fields;
+        const char* fields;
         string active, expire;
     } cases[] = {
-        {"394 bytes", 394, {{278, 8, kActiveMs}}, kNoDate, kNoDate},
-        {"395 bytes; the flag of the active date is not asked",
-         395,
-         {{278, 8, kActiveMs}},
-         kActive,
-         kNoExpiry},
-        {"another magic", 395, {{278, 8, kActiveMs}, {0, 1, 0}}, kNoDate, kNoDate},
-        {"another second word", 395, {{278, 8, kActiveMs}, {7, 1, 1}}, kNoDate, kNoDate},
-        {"both dates",
-         395,
-         {{278, 8, 0}, {295, 1, 2}, {296, 8, 4102444799000}},
-         "0 0 0 1 1 1970 -1 -1 -1",
-         "43 31 17 25 11 1963 -1 -1 -1"},
-        {"seconds above 32 bits are cut",
-         395,
-         {{278, 8, 4294967301000}, {295, 1, 1}, {296, 8, UINT64_MAX}},
-         "5 0 0 1 1 1970 -1 -1 -1",
+        {"394 bytes", 394, kField, kNoDate, kNoDate},
+        {"395 bytes; the flag of the active date is not asked", 395, kField, kActive, kNoExpiry},
+        {"another magic", 395, "278:8=1700000000999 0:1=0", kNoDate, kNoDate},
+        {"another second word", 395, "278:8=1700000000999 7:1=1", kNoDate, kNoDate},
+        {"both dates", 395, "295:1=2 296:8=1709210096000", "0 0 0 1 1 1970 -1 -1 -1",
+         "56 34 12 29 2 2024 -1 -1 -1"},
+        {"seconds above 32 bits are cut", 395,
+         "278:8=4294967301000 295:1=1 296:8=0xffffffffffffffff", "5 0 0 1 1 1970 -1 -1 -1",
          "19 45 5 15 4 2010 -1 -1 -1"},
-        {"the earliest", 395, {{278, 8, 2147483648000}}, "52 45 20 13 12 1901 -1 -1 -1", kNoExpiry},
+        {"the earliest", 395, "278:8=2147483648000", "52 45 20 13 12 1901 -1 -1 -1", kNoExpiry},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -80,7 +70,7 @@ TEST(AttestationDates, AreReadFromTheBlob) {
 }
 
 TEST(AttestationDates, ThatCannotBeBrokenDownAreLoggedAndLeftOut) {
-    const Bytes blob = blobOf(395, 4, 1, {{278, 8, kActiveMs}});
+    const Bytes blob = blobOf(395, 4, 1, kField);
     const struct {
         int failing_call;
         string line, active;
@@ -102,7 +92,7 @@ TEST(AttestationDates, GoOutWithTheRequest) {
     auto& transport = lumo::test::ScriptedTransport::instance();
     transport.reset();
     transport.willReply(lumo::test::hex("a1 1820 00"));
-    const Bytes blob = blobOf(395, 4, 1, {{278, 8, kActiveMs}});
+    const Bytes blob = blobOf(395, 4, 1, kField);
     const keymaster_key_blob_t key = {blob.data(), blob.size()};
     const keymaster_key_param_set_t none = {nullptr, 0};
     keymasterdevice::KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);

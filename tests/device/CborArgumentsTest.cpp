@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "BlobFields.h"
+#include "KeyBlobs.h"
 #include "LogCapture.h"
 #include "Outputs.h"
 
@@ -130,34 +130,26 @@ TEST(CborArguments, OutputsAreClearedBeforeTheExchange) {
 }
 
 TEST(CborArguments, NewKeysAreReadWithTheEarlyBootByte) {
-    const Bytes blob = lumo::test::blobOf(352, 4, 4, {{24, 4, 2}, {319, 4, 1}, {351, 1, 1}});
+    const Bytes blob = lumo::test::blobOf(352, 4, 4, "24:4=2 319:4=1 351:1=1");
     const Bytes reply = hex("a1 17 590160") + blob;
-    for (int operation = 0; operation < 4; ++operation) {
-        SCOPED_TRACE(operation);
-        ScriptedTransport::instance().reset();
-        ScriptedTransport::instance().willReply(reply);
-        KeymasterHalDevice device(kTee);
-        Outputs o;
-        keymaster_key_characteristics_t characteristics = {};
-        const keymaster_key_blob_t given = {blob.data(), blob.size()};
-        keymaster_error_t result = KM_ERROR_UNKNOWN_ERROR;
-        if (operation == 0) result = device.generate_key(&kSet, &o.key_blob, &characteristics);
-        if (operation == 1) {
-            result =
-                device.import_key(&kSet, KM_KEY_FORMAT_RAW, &kData, &o.key_blob, &characteristics);
-        }
-        if (operation == 2) {
-            result =
-                device.import_wrapped_key(&kSet, 0, 0, {}, {}, {}, &o.key_blob, &characteristics);
-        }
-        if (operation == 3) {
-            ScriptedTransport::instance().hsm_result = KM_ERROR_SECURE_HW_BUSY;
-            result = device.get_key_characteristics(&given, nullptr, nullptr, &characteristics);
-            EXPECT_EQ(ScriptedTransport::instance().callNames(), "isLegacy");
-        }
-        ASSERT_EQ(result, KM_ERROR_OK);
-        ASSERT_EQ(characteristics.hw_enforced.length, 2U);
-        EXPECT_EQ(characteristics.hw_enforced.params[1].tag, KM_TAG_EARLY_BOOT_ONLY);
+    const keymaster_key_blob_t given = {blob.data(), blob.size()};
+    ScriptedTransport& transport = ScriptedTransport::instance();
+    KeymasterHalDevice device(kTee);
+    Outputs outputs[3];
+    keymaster_key_characteristics_t read[4] = {};
+    transport.reset();
+    for (int i = 0; i < 3; ++i) transport.willReply(reply);
+    EXPECT_EQ(device.generate_key(&kSet, &outputs[0].key_blob, &read[0]), KM_ERROR_OK);
+    EXPECT_EQ(device.import_key(&kSet, KM_KEY_FORMAT_RAW, &kData, &outputs[1].key_blob, &read[1]),
+              KM_ERROR_OK);
+    EXPECT_EQ(device.import_wrapped_key(&kSet, 0, 0, {}, {}, {}, &outputs[2].key_blob, &read[2]),
+              KM_ERROR_OK);
+    transport.reset();
+    EXPECT_EQ(device.get_key_characteristics(&given, nullptr, nullptr, &read[3]), KM_ERROR_OK);
+    EXPECT_EQ(transport.callNames(), "isLegacy");
+    for (keymaster_key_characteristics_t& characteristics : read) {
+        EXPECT_EQ(lumo::test::linesOf(characteristics.hw_enforced),
+                  (std::vector<std::string>{"10000130=1", "70000131=1"}));
         keymaster_free_characteristics(&characteristics);
     }
 }

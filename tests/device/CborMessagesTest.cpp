@@ -104,7 +104,7 @@ const Row kRows[] = {
      OPERATION(begin_operation(KM_PURPOSE_SIGN, &kBlob, &kOne, &o.params, &o.handle)),
      "a4 16 02 1a30000003 190100 1a20000001 02 17 41aa",
      "a3 16 01 1a900003e9 420102 1822 1bffffffffffffffff",
-     "params 900003e9:0102 , handle 18446744073709551615,"},
+     "params 900003e9=0102 , handle 18446744073709551615,"},
     {"begin, no parameters", 0x210F, 0x250F,
      OPERATION(begin_operation(KM_PURPOSE_SIGN, &kBlob, nullptr, &o.params, &o.handle)),
      "a3 16 01 1a20000001 02 17 41aa", "a1 1822 07", "params null, handle 7,"},
@@ -130,7 +130,7 @@ const Row kRows[] = {
      "a9 16 07 1a10000002 03 1a600002bd 1b0000000100000000 1aa00001f6 3b7fffffffffffffff"
      "1a700001f7 f4 1ab0000001 00 1a900003ea 626869 1a800003ea 40 1824 42beef",
      "output beef, params 10000002=3 600002bd=100000000 a00001f6=8000000000000000 700001f7=1 "
-     "b0000001=0 900003ea:6869 800003ea: ,"},
+     "b0000001=0 900003ea=6869 800003ea= ,"},
     {"finish, nothing comes back", 0x2112, 0x2512,
      OPERATION(finish_operation(16, &kOne, nullptr, nullptr, &o.params, &o.output)),
      string("a3 1822 10") + kOneHex, "a0", "output null, params null,"},
@@ -179,7 +179,9 @@ TEST(CborMessages, CutOffOrContinuedRepliesAreErrorsThatLeaveTheOutputs) {
         if (row.outputs.empty()) continue;
         const Bytes whole = hex(row.reply);
         for (size_t length = 0; length <= whole.size() + 1; ++length) {
-            if (length == whole.size()) continue;
+            // No bytes at all are a fair answer to a finish: everything in it is optional.
+            const bool all_optional = length == 0 && string(row.name).rfind("finish", 0) == 0;
+            if (length == whole.size() || all_optional) continue;
             SCOPED_TRACE(testing::Message() << row.name << ", " << length << " bytes");
             ScriptedTransport::instance().reset();
             Bytes reply = whole;
@@ -233,7 +235,8 @@ TEST(CborMessages, BadResponsesGiveTheirCode) {
         int result;
         size_t announced;
     } cases[] = {
-        {"not a map", begin, "80", -1, 0},
+        {"not a map", generate, "80", -1, 0},
+        {"not a map, before an optional entry", begin, "80", 6, 0},
         {"a map without end", generate, "bf 17 4101 ff", -1, 0},
         {"another label", generate, "a1 1824 4101", 1, 0},
         {"text for bytes", generate, "a1 17 6161", -1, 0},
@@ -266,6 +269,20 @@ TEST(CborMessages, BadResponsesGiveTheirCode) {
         EXPECT_EQ(c.run(device, outputs), c.result);
         EXPECT_EQ(outputs.all(), before);
         EXPECT_EQ(outputs.params.length, c.announced);
+    }
+}
+
+TEST(CborMessages, FinishMayBeAnsweredWithNothing) {
+    for (const char* reply : {"", "a0"}) {
+        ScriptedTransport::instance().reset();
+        ScriptedTransport::instance().willReply(hex(reply));
+        KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+        Outputs outputs;
+        EXPECT_EQ(
+            device.finish_operation(1, nullptr, nullptr, nullptr, &outputs.params, &outputs.output),
+            KM_ERROR_OK);
+        EXPECT_EQ(outputs.output.data, nullptr);
+        EXPECT_EQ(outputs.params.length, 0U);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "KeyBlobs.h"
 #include "ScriptedTransport.h"
 
 namespace lumo::test {
@@ -32,30 +33,7 @@ struct Outputs {
     std::string paramsText() const {
         if (params.params == nullptr) return "null";
         std::string all;
-        for (size_t i = 0; i < params.length; ++i) {
-            const keymaster_key_param_t& param = params.params[i];
-            char line[48];
-            const auto tag = static_cast<uint32_t>(param.tag);
-            switch (tag >> 28) {
-                case 5:
-                case 6:
-                case 10:
-                    snprintf(line, sizeof(line), "%08x=%llx ", tag,
-                             static_cast<unsigned long long>(param.long_integer));
-                    break;
-                case 7:
-                    snprintf(line, sizeof(line), "%08x=%d ", tag, param.boolean);
-                    break;
-                case 8:
-                case 9:
-                    snprintf(line, sizeof(line), "%08x:%s ", tag,
-                             text(param.blob.data, param.blob.data_length).c_str());
-                    break;
-                default:
-                    snprintf(line, sizeof(line), "%08x=%x ", tag, param.integer);
-            }
-            all += line;
-        }
+        for (const std::string& line : linesOf(params)) all += line + " ";
         return all;
     }
 

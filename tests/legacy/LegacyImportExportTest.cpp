@@ -153,7 +153,8 @@ TEST_F(LegacyExport, RsaKeysAreEncodedAndOthersRefused) {
               toHex(hex("305c300d06092a864886f70d0101010500034b003048024100") + modulus +
                     hex("0203010001")));
 
-    EXPECT_EQ(exportKey(words({0, 0, 32, 20, 83})), KM_ERROR_UNSUPPORTED_ALGORITHM);
+    // The algorithm is looked at before the key data is.
+    EXPECT_EQ(exportKey(words({0, 0, 32, 0xFFFFFFFF, 83})), KM_ERROR_UNSUPPORTED_ALGORITHM);
     EXPECT_THAT(log_.texts(), ElementsAre("Unsupported alg: 32"));
     EXPECT_EQ(out_.data.data, nullptr);
 }

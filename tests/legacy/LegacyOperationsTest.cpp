@@ -5,8 +5,6 @@
 namespace lumo::test {
 namespace {
 
-using ::testing::ElementsAre;
-
 constexpr uint32_t kRefused = static_cast<uint32_t>(KM_ERROR_VERIFICATION_FAILED);
 constexpr uint64_t kHandle = 0x1122334455667788;
 constexpr uint32_t kLow = 0x55667788;
@@ -23,9 +21,13 @@ Bytes rawSignature() {
 
 class LegacyOperations : public LegacyDevice {
   protected:
-    keymaster_error_t begin(keymaster_purpose_t purpose, uint32_t algorithm, Outputs& out) {
+    enum Tracked { kNot, kToSign, kToVerify };
+
+    void begin(keymaster_purpose_t purpose, uint32_t algorithm) {
+        uint64_t handle = 0;
         script().willReply(words({0, 0, kLow, kHigh, algorithm, 0, 0, 0, 0, 0}));
-        return device_.begin_operation(purpose, &key_, nullptr, &out.params, &out.handle);
+        ASSERT_EQ(device_.begin_operation(purpose, &key_, nullptr, nullptr, &handle), KM_ERROR_OK);
+        ASSERT_EQ(handle, kHandle);
     }
     keymaster_error_t finish(const Bytes& response, const keymaster_blob_t* signature,
                              keymaster_blob_t* output) {
@@ -33,104 +35,73 @@ class LegacyOperations : public LegacyDevice {
         return device_.finish_operation(kHandle, nullptr, nullptr, signature, nullptr, output);
     }
 
+    // A finish tells what an operation is entered for: verifying converts what is sent, signing
+    // what comes back. The operation is out of the map afterwards.
+    Tracked tracked() {
+        Outputs out;
+        script().replies.clear();
+        EXPECT_EQ(finish(words({0, 0, 16, 65}) + raw_, &signature_, &out.data), KM_ERROR_OK);
+        const bool sent_as_is = wordAt(request(), 8) == derSignature().size();
+        const bool returned_as_is = bytesOf(out.data) == raw_;
+        EXPECT_TRUE(returned_as_is || bytesOf(out.data) == derSignature());
+        device_.abort_operation(kHandle);
+        return !sent_as_is ? kToVerify : returned_as_is ? kNot : kToSign;
+    }
+
+    const Bytes raw_ = rawSignature() + hex("99");  // an odd last byte is dropped
     const Bytes key_bytes_ = fill(4, 1);
     const keymaster_key_blob_t key_ = keyOf(key_bytes_);
     const keymaster_blob_t signature_ = blobOf(derSignature());
 };
 
-TEST_F(LegacyOperations, ThePurposeMapFollowsAnOperation) {
-    const Bytes raw_output = words({0, 0, 16, 64}) + rawSignature();
+TEST_F(LegacyOperations, FinishTakesTheOperationOutOfThePurposeMapOrLeavesIt) {
+    const Bytes output = words({0, 0, 16, 65}) + raw_;
+    const Bytes one_byte = words({0, 0, 16, 1});
     const Bytes no_output = words({0, 0, 0, 64});
     const Bytes refused = words({kRefused, 0, 0, 0});
-    const auto begin_ec = [&](keymaster_purpose_t purpose) {
-        Outputs out;
-        EXPECT_EQ(begin(purpose, KM_ALGORITHM_EC, out), KM_ERROR_OK);
-    };
-    enum class Left { kNothing, kSign, kVerify };
+    const keymaster_blob_t bad = blobOf(key_bytes_);
     const struct {
-        const char* name;
         keymaster_purpose_t purpose;
-        std::function<void()> event;
-        Left left;
+        Bytes response;
+        const keymaster_blob_t* signature;
+        bool has_place;
+        keymaster_error_t result;
+        Tracked left;
     } cases[] = {
-        {"begun to sign", KM_PURPOSE_SIGN, [] {}, Left::kSign},
-        {"begun to verify", KM_PURPOSE_VERIFY, [] {}, Left::kVerify},
-        {"begun again for another purpose", KM_PURPOSE_SIGN, [&] { begin_ec(KM_PURPOSE_VERIFY); },
-         Left::kSign},
-        {"a key that is not EC", KM_PURPOSE_ENCRYPT,
-         [&] {
-             device_.abort_operation(kHandle);
-             Outputs out;
-             EXPECT_EQ(begin(KM_PURPOSE_SIGN, KM_ALGORITHM_RSA, out), KM_ERROR_OK);
-         },
-         Left::kNothing},
-        {"finish with a signature", KM_PURPOSE_VERIFY,
-         [&] { EXPECT_EQ(finish(no_output, &signature_, nullptr), KM_ERROR_OK); }, Left::kNothing},
-        {"finish with a bad signature", KM_PURPOSE_VERIFY,
-         [&] {
-             const keymaster_blob_t bad = blobOf(key_bytes_);
-             EXPECT_EQ(finish(no_output, &bad, nullptr), KM_ERROR_VERIFICATION_FAILED);
-         },
-         Left::kNothing},
-        {"finish without signature", KM_PURPOSE_VERIFY,
-         [&] { EXPECT_EQ(finish(no_output, nullptr, nullptr), KM_ERROR_OK); }, Left::kVerify},
-        {"finish of a signing with a signature", KM_PURPOSE_SIGN,
-         [&] { EXPECT_EQ(finish(no_output, &signature_, nullptr), KM_ERROR_OK); }, Left::kSign},
-        {"finish refused", KM_PURPOSE_SIGN,
-         [&] { EXPECT_EQ(finish(refused, nullptr, nullptr), KM_ERROR_VERIFICATION_FAILED); },
-         Left::kNothing},
-        {"finish without place for the output", KM_PURPOSE_SIGN,
-         [&] { EXPECT_EQ(finish(raw_output, nullptr, nullptr), KM_ERROR_OUTPUT_PARAMETER_NULL); },
-         Left::kSign},
-        {"finish of a signing", KM_PURPOSE_SIGN,
-         [&] {
-             Outputs out;
-             EXPECT_EQ(finish(raw_output, nullptr, &out.data), KM_ERROR_OK);
-         },
-         Left::kNothing},
-        {"finish with an output of one byte", KM_PURPOSE_SIGN,
-         [&] {
-             Outputs out;
-             EXPECT_EQ(finish(words({0, 0, 16, 1}), nullptr, &out.data),
-                       KM_ERROR_UNEXPECTED_NULL_POINTER);
-             EXPECT_EQ(log_.texts().back(), "ecsig_to_internal error");
-         },
-         Left::kNothing},
-        {"update refused", KM_PURPOSE_SIGN,
-         [&] {
-             uint32_t consumed = 0;
-             script().willReply(refused);
-             device_.update_operation(kHandle, nullptr, nullptr, &consumed, nullptr, nullptr);
-         },
-         Left::kSign},
-        {"abort that does not get through", KM_PURPOSE_SIGN,
-         [&] {
-             script().hsm_result = KM_ERROR_SECURE_HW_BUSY;
-             EXPECT_EQ(device_.abort_operation(kHandle), KM_ERROR_SECURE_HW_BUSY);
-             script().hsm_result = KM_ERROR_OK;
-         },
-         Left::kNothing},
+        {KM_PURPOSE_VERIFY, no_output, &signature_, false, KM_ERROR_OK, kNot},
+        {KM_PURPOSE_VERIFY, no_output, &bad, false, KM_ERROR_VERIFICATION_FAILED, kNot},
+        {KM_PURPOSE_VERIFY, no_output, nullptr, false, KM_ERROR_OK, kToVerify},
+        {KM_PURPOSE_SIGN, no_output, &signature_, false, KM_ERROR_OK, kToSign},
+        {KM_PURPOSE_SIGN, refused, nullptr, false, KM_ERROR_VERIFICATION_FAILED, kNot},
+        {KM_PURPOSE_SIGN, output, nullptr, false, KM_ERROR_OUTPUT_PARAMETER_NULL, kToSign},
+        {KM_PURPOSE_SIGN, output, nullptr, true, KM_ERROR_OK, kNot},
+        {KM_PURPOSE_SIGN, one_byte, nullptr, true, KM_ERROR_UNEXPECTED_NULL_POINTER, kNot},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
         restart();
-        begin_ec(c.purpose);
-        c.event();
-        script().replies.clear();
-        // A finish tells: verification converts what it sends, signing what it returns.
         Outputs out;
-        EXPECT_EQ(finish(raw_output, &signature_, &out.data), KM_ERROR_OK);
-        EXPECT_EQ(wordAt(request(), 8), c.left == Left::kVerify ? 18 : derSignature().size());
-        EXPECT_EQ(bytesOf(out.data), c.left == Left::kSign ? derSignature() : rawSignature());
-        script().willReply(words({0}));
-        device_.abort_operation(kHandle);
+        begin(c.purpose, KM_ALGORITHM_EC);
+        EXPECT_EQ(finish(c.response, c.signature, c.has_place ? &out.data : nullptr), c.result);
+        EXPECT_EQ(tracked(), c.left) << c.purpose << " " << toHex(c.response);
     }
+    EXPECT_THAT(log_.texts(), ::testing::Contains("ecsig_to_internal error"));
+}
+
+TEST_F(LegacyOperations, BeginEntersEcKeysOnceAndAbortTakesThemOutFirst) {
+    begin(KM_PURPOSE_SIGN, KM_ALGORITHM_RSA);
+    EXPECT_EQ(tracked(), kNot);
+    begin(KM_PURPOSE_SIGN, KM_ALGORITHM_EC);
+    begin(KM_PURPOSE_VERIFY, KM_ALGORITHM_EC);
+    EXPECT_EQ(tracked(), kToSign);
+    begin(KM_PURPOSE_SIGN, KM_ALGORITHM_EC);
+    script().hsm_result = KM_ERROR_SECURE_HW_BUSY;
+    EXPECT_EQ(device_.abort_operation(kHandle), KM_ERROR_SECURE_HW_BUSY);
+    script().hsm_result = KM_ERROR_OK;
+    EXPECT_EQ(tracked(), kNot);
 }
 
 TEST_F(LegacyOperations, AVerifyingFinishSendsRAndS) {
-    Outputs out;
-    ASSERT_EQ(begin(KM_PURPOSE_VERIFY, KM_ALGORITHM_EC, out), KM_ERROR_OK);
-    EXPECT_EQ(out.handle, kHandle);
+    begin(KM_PURPOSE_VERIFY, KM_ALGORITHM_EC);
     const Bytes three = hex("b1b2b3");
     const keymaster_blob_t input = blobOf(three);
     script().willReply(words({0, 0, 0, 0}));
@@ -138,14 +109,6 @@ TEST_F(LegacyOperations, AVerifyingFinishSendsRAndS) {
               KM_ERROR_OK);
     EXPECT_EQ(toHex(request()), toHex(words({0x112, kLow, kHigh, 0, 0, 36, 3, 39, 18}) + three +
                                       words({55, 1, 56, 1}) + hex("05 07")));
-}
-
-TEST_F(LegacyOperations, ASigningFinishDropsAnOddByte) {
-    Outputs out;
-    ASSERT_EQ(begin(KM_PURPOSE_SIGN, KM_ALGORITHM_EC, out), KM_ERROR_OK);
-    EXPECT_EQ(finish(words({0, 0, 16, 65}) + rawSignature() + hex("99"), nullptr, &out.data),
-              KM_ERROR_OK);
-    EXPECT_EQ(bytesOf(out.data), derSignature());
 }
 
 TEST_F(LegacyOperations, InputIsCappedAndTheResponseLabelled) {
@@ -169,26 +132,6 @@ TEST_F(LegacyOperations, InputIsCappedAndTheResponseLabelled) {
         ASSERT_EQ(request().size(), 36 + cap);
         EXPECT_EQ(wordAt(script().lastSent().response_before, 2), 16u);
         EXPECT_EQ(wordAt(script().lastSent().response_before, 3), kSharedBytes - 36 - cap - 16);
-    }
-}
-
-TEST_F(LegacyOperations, LabelsStopAtTheEndOfTheSharedBuffer) {
-    const Bytes filler = fill(kSharedBytes, 1);
-    for (const uint32_t room : {0u, 11u, 12u, 15u, 16u, 19u}) {
-        restart();
-        keymaster_key_param_t param =
-            keymaster_param_blob(KM_TAG_NONCE, filler.data(), kSharedBytes - 28 - 12 - room);
-        const keymaster_key_param_set_t set = {&param, 1};
-        Outputs out;
-        script().replies.push_back({kSendFails, {}});
-        EXPECT_EQ(device_.update_operation(1, &set, nullptr, &out.consumed, nullptr, nullptr),
-                  kSendFails);
-        Bytes labelled = fill(room, 0xEE);
-        const Bytes labels = words({20, room - 20});
-        const auto num_labels = static_cast<std::ptrdiff_t>(room < 12 ? 0 : room < 16 ? 4 : 8);
-        std::copy_n(labels.begin(), num_labels, labelled.begin() + (num_labels == 0 ? 0 : 8));
-        EXPECT_EQ(toHex(script().lastSent().response_before), toHex(labelled)) << room;
-        EXPECT_EQ(out.consumed, 0u);
     }
 }
 
@@ -261,18 +204,17 @@ TEST_F(LegacyOperations, BeginHandsOutTheNonceOrAbortsTheOperation) {
         EXPECT_EQ(script().sentCount(), aborted ? 2u : 1u);
         EXPECT_EQ(request() == words({0x113, kLow, kHigh}), aborted);
     }
-}
 
-TEST_F(LegacyOperations, AFailedBeginClearsItsOutputs) {
+    // A refused begin clears both outputs.
+    restart();
     keymaster_key_param_t stale = {};
-    keymaster_key_param_set_t params = {&stale, 1};
-    uint64_t handle = 3;
+    out.params = {&stale, 1};
     script().willReply(words({kRefused}));
-    EXPECT_EQ(device_.begin_operation(KM_PURPOSE_SIGN, &key_, nullptr, &params, &handle),
+    EXPECT_EQ(device_.begin_operation(KM_PURPOSE_SIGN, &key_, nullptr, &out.params, &out.handle),
               KM_ERROR_VERIFICATION_FAILED);
-    EXPECT_EQ(handle, 0u);
-    EXPECT_EQ(params.params, nullptr);
-    EXPECT_EQ(params.length, 0u);
+    EXPECT_EQ(out.handle, 0u);
+    EXPECT_EQ(out.params.params, nullptr);
+    EXPECT_EQ(out.params.length, 0u);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Params = std::vector<keymaster_key_param_t>;
 
+constexpr uint32_t kRefused = static_cast<uint32_t>(KM_ERROR_INVALID_KEY_BLOB);
+
 constexpr auto kTagOfType = [](uint32_t type) {
     return static_cast<keymaster_tag_t>(type << 28 | 1);
 };
@@ -99,174 +101,139 @@ TEST_F(LegacyRecords, ARefusedParameterSendsNothing) {
     EXPECT_THAT(log_.texts(), IsEmpty());
 }
 
-// Every command with all of its items, and what it sends.
+// A command, what it sends behind its identifier, and what the log says of its failures.
 struct Command {
-    const char* name;
-    uint32_t plain;
-    uint32_t strongbox;
+    const char* method;
+    const char* send_failure;
+    bool brings_up_link;
+    uint32_t id;
+    uint32_t strongbox_id;  // 0: refused
     std::function<keymaster_error_t(KeymasterHalDevice&)> call;
-    std::function<Bytes(uint32_t id)> request;
+    std::vector<uint32_t> header;
+    Bytes data;
 };
+Command row(const char* method, const char* send_failure, bool brings_up_link, uint32_t id,
+            uint32_t strongbox_id, std::function<keymaster_error_t(KeymasterHalDevice&)> call,
+            std::vector<uint32_t> header, Bytes data) {
+    return {method,       send_failure,    brings_up_link,    id,
+            strongbox_id, std::move(call), std::move(header), std::move(data)};
+}
+// A row's call, and its names and identifiers where the two log lines are the same.
+#define CALL(...) [&](KeymasterHalDevice& device) { return device.__VA_ARGS__; }
+#define LINKED(name) #name, #name, true
+#define DIRECT(name) #name, #name, false
 
-TEST_F(LegacyRecords, EveryCommandSendsItsRecordOnBothLevels) {
+TEST_F(LegacyRecords, EveryCommandSendsItsRecordAndLogsItsFailures) {
     const Bytes five = hex("a1 a2 a3 a4 a5");
     const Bytes three = hex("b1 b2 b3");
     const Bytes two = hex("c1 c2");
     const keymaster_key_blob_t key = keyOf(five);
     const keymaster_blob_t id = blobOf(three);
     const keymaster_blob_t data = blobOf(two);
-    const keymaster_blob_t empty = {two.data(), 0};
+    const keymaster_blob_t none = {two.data(), 0};
     Params params = {keymaster_param_enum(KM_TAG_ALGORITHM, KM_ALGORITHM_AES)};
     const keymaster_key_param_set_t set = setOf(params);
     const Bytes param = words({0x10000002, 32, 0xFFFFFFFF});
     const uint64_t handle = 0x1122334455667788;
+    const uint32_t low = 0x55667788;
+    const uint32_t high = 0x11223344;
     hmac_sharing_params_t share = {};
-    share.seed[0] = 1;
     share.nonce[31] = 2;
-    const Bytes share_bytes = hex("01") + fill(62, 0) + hex("02");
+    const Bytes share_bytes = fill(63, 0) + hex("02");
+    std::vector<uint32_t> attestation = {92, 5, 97, 1};
+    attestation.resize(22, kUntouched);
     Outputs out;
     std::vector<uint8_t> check;
     verification_token_t token = {};
     bool dates = false;
-    const Bytes untouched18 = fill(72, 0xEE);
 
     const Command commands[] = {
-        {"generate", 0x108, 0x508,
-         [&](auto& d) { return d.legacy_generate_key(&set, &out.key, nullptr); },
-         [&](uint32_t cmd) {
-             return words({cmd, 12, 1}) + param;
-         }},
-        {"characteristics", 0x109, 0x509,
-         [&](auto& d) {
-             return d.legacy_get_key_characteristics(&key, &id, &data, &out.characteristics);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 28, 5, 33, 3, 36, 2}) + five + three + two;
-         }},
-        {"characteristics, nothing optional", 0x109, 0x509,
-         [&](auto& d) {
-             return d.legacy_get_key_characteristics(&key, &empty, nullptr, &out.characteristics);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 28, 5, 0, 0, 0, 0}) + five;
-         }},
-        {"import", 0x10B, 0x50B,
-         [&](auto& d) {
-             return d.legacy_import_key(&set, KM_KEY_FORMAT_RAW, &id, &out.key, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 3, 24, 1, 36, 3}) + param + three;
-         }},
-        {"export", 0x10C, 0x50C,
-         [&](auto& d) {
-             return d.legacy_export_key(KM_KEY_FORMAT_X509, &key, &id, &data, &out.data);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 32, 5, 0, 37, 3, 40, 2}) + five + three + two;
-         }},
-        {"delete", 0x10D, 0x50D, [&](auto& d) { return d.legacy_delete_key(&key); },
-         [&](uint32_t cmd) {
-             return words({cmd, 12, 5}) + five;
-         }},
-        {"delete all", 0x10E, 0x50E, [&](auto& d) { return d.legacy_delete_all_keys(); },
-         [&](uint32_t cmd) { return words({cmd}); }},
-        {"begin", 0x10F, 0x50F,
-         [&](auto& d) {
-             return d.legacy_begin_operation(KM_PURPOSE_VERIFY, &key, &set, &out.params,
-                                             &out.handle);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 3, 24, 5, 29, 1}) + five + param;
-         }},
-        {"update", 0x111, 0x511,
-         [&](auto& d) {
-             return d.legacy_update_operation(handle, &set, &id, &out.consumed, nullptr, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344, 28, 1, 40, 3}) + param + three;
-         }},
-        {"finish", 0x112, 0x512,
-         [&](auto& d) {
-             return d.legacy_finish_operation(handle, &set, &id, &data, nullptr, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344, 36, 1, 48, 3, 51, 2}) + param + three + two;
-         }},
-        {"finish, nothing optional", 0x112, 0x512,
-         [&](auto& d) {
-             return d.legacy_finish_operation(handle, nullptr, nullptr, nullptr, nullptr, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344, 0, 0, 0, 0, 0, 0});
-         }},
-        {"abort", 0x113, 0x513, [&](auto& d) { return d.legacy_abort_operation(handle); },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344});
-         }},
-        {"upgrade", 0x114, 0x514,
-         [&](auto& d) { return d.legacy_upgrade_key(&key, &set, &out.key); },
-         [&](uint32_t cmd) {
-             return words({cmd, 20, 5, 25, 1}) + five + param;
-         }},
-        {"attest", 0x115, 0x515,
-         [&](auto& d) { return d.legacy_attest_key(&key, &set, &out.chain); },
-         [&](uint32_t cmd) {
-             return words({cmd, 92, 5, 97, 1}) + untouched18 + five + param;
-         }},
-        {"configure nothing", 0x116, 0x116, [&](auto& d) { return d.legacy_configure(nullptr); },
-         [&](uint32_t cmd) {
-             return words({cmd, 0, 0});
-         }},
-        {"import wrapped", 0x117, 0x517,
-         [&](auto& d) {
-             return d.legacy_import_wrapped_key(&set, handle, 9, fill(10, 1), fill(20, 2),
-                                                fill(30, 3), &out.key, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344, 9, 0, 52, 20, 72, 10, 82, 30, 112, 1}) +
-                    fill(20, 2) + fill(10, 1) + fill(30, 3) + param;
-         }},
-        {"import wrapped, all empty", 0x117, 0x517,
-         [&](auto& d) {
-             return d.legacy_import_wrapped_key(nullptr, 0, 0, {}, {}, {}, &out.key, nullptr);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 0, 0, 0, 0, 52, 0, 52, 0, 52, 0, 0, 0});
-         }},
-        {"destroy device ids", 0x20B, 0x704, [&](auto& d) { return d.legacy_destroy_device_ids(); },
-         [&](uint32_t cmd) {
-             return words({cmd, 0});
-         }},
-        {"get HMAC parameters", 0x20E, 0x706,
-         [&](auto& d) { return d.legacy_get_hmac_sharing_parameters(&share); },
-         [&](uint32_t cmd) { return words({cmd}); }},
-        {"compute shared HMAC", 0x20F, 0x707,
-         [&](auto& d) {
-             return d.legacy_compute_shared_hmac({share, share}, check);
-         },
-         [&](uint32_t cmd) {
-             return words({cmd, 12, 2}) + share_bytes + share_bytes;
-         }},
-        {"date support", 0x215, 0x215, [&](auto& d) { return d.legacy_get_date_support(&dates); },
-         [&](uint32_t cmd) {
-             return words({cmd, kUntouched, kUntouched});
-         }},
-        {"verify authorization", 0x118, 0,
-         [&](auto& d) { return d.LegacyVerifyAuthorization(handle, &token); },
-         [&](uint32_t cmd) {
-             return words({cmd, 0x55667788, 0x11223344});
-         }},
+        row("legacy_generate_key", "generate_key_common", true, 0x108, 0x508,
+            CALL(legacy_generate_key(&set, &out.key, nullptr)), {12, 1}, param),
+        row(LINKED(legacy_get_key_characteristics), 0x109, 0x509,
+            CALL(legacy_get_key_characteristics(&key, &id, &data, &out.characteristics)),
+            {28, 5, 33, 3, 36, 2}, five + three + two),
+        row(LINKED(legacy_get_key_characteristics), 0x109, 0x509,
+            CALL(legacy_get_key_characteristics(&key, &none, nullptr, &out.characteristics)),
+            {28, 5, 0, 0, 0, 0}, five),
+        row(LINKED(legacy_import_key), 0x10B, 0x50B,
+            CALL(legacy_import_key(&set, KM_KEY_FORMAT_RAW, &id, &out.key, nullptr)),
+            {3, 24, 1, 36, 3}, param + three),
+        row(LINKED(legacy_export_key), 0x10C, 0x50C,
+            CALL(legacy_export_key(KM_KEY_FORMAT_X509, &key, &id, &data, &out.data)),
+            {32, 5, 0, 37, 3, 40, 2}, five + three + two),
+        row(LINKED(legacy_delete_key), 0x10D, 0x50D, CALL(legacy_delete_key(&key)), {12, 5}, five),
+        row(LINKED(legacy_delete_all_keys), 0x10E, 0x50E, CALL(legacy_delete_all_keys()), {}, {}),
+        row("legacy_begin_operation", "Begin send cmd failed", true, 0x10F, 0x50F,
+            CALL(legacy_begin_operation(KM_PURPOSE_VERIFY, &key, &set, &out.params, &out.handle)),
+            {3, 24, 5, 29, 1}, five + param),
+        row("legacy_update_operation", "Update send cmd failed", true, 0x111, 0x511,
+            CALL(legacy_update_operation(handle, &set, &id, &out.consumed, nullptr, nullptr)),
+            {low, high, 28, 1, 40, 3}, param + three),
+        row("legacy_finish_operation", "Finish send cmd failed", true, 0x112, 0x512,
+            CALL(legacy_finish_operation(handle, &set, &id, &data, nullptr, nullptr)),
+            {low, high, 36, 1, 48, 3, 51, 2}, param + three + two),
+        row("legacy_finish_operation", "Finish send cmd failed", true, 0x112, 0x512,
+            CALL(legacy_finish_operation(handle, nullptr, nullptr, nullptr, nullptr, nullptr)),
+            {low, high, 0, 0, 0, 0, 0, 0}, {}),
+        row(LINKED(legacy_abort_operation), 0x113, 0x513, CALL(legacy_abort_operation(handle)),
+            {low, high}, {}),
+        row("legacy_upgrade_key", "Upgrade key send cmd failed", true, 0x114, 0x514,
+            CALL(legacy_upgrade_key(&key, &set, &out.key)), {20, 5, 25, 1}, five + param),
+        row("legacy_attest_key", "Attest key send cmd failed", true, 0x115, 0x515,
+            CALL(legacy_attest_key(&key, &set, &out.chain)), attestation, five + param),
+        row(DIRECT(legacy_configure), 0x116, 0x116, CALL(legacy_configure(nullptr)), {0, 0}, {}),
+        row(LINKED(legacy_import_wrapped_key), 0x117, 0x517,
+            CALL(legacy_import_wrapped_key(&set, handle, 9, fill(10, 1), fill(20, 2), fill(30, 3),
+                                           &out.key, nullptr)),
+            {low, high, 9, 0, 52, 20, 72, 10, 82, 30, 112, 1},
+            fill(20, 2) + fill(10, 1) + fill(30, 3) + param),
+        row(LINKED(legacy_import_wrapped_key), 0x117, 0x517,
+            CALL(legacy_import_wrapped_key(nullptr, 0, 0, {}, {}, {}, &out.key, nullptr)),
+            {0, 0, 0, 0, 52, 0, 52, 0, 52, 0, 0, 0}, {}),
+        row(LINKED(legacy_destroy_device_ids), 0x20B, 0x704, CALL(legacy_destroy_device_ids()), {0},
+            {}),
+        row(DIRECT(legacy_get_hmac_sharing_parameters), 0x20E, 0x706,
+            CALL(legacy_get_hmac_sharing_parameters(&share)), {}, {}),
+        row(DIRECT(legacy_compute_shared_hmac), 0x20F, 0x707,
+            CALL(legacy_compute_shared_hmac({share, share}, check)), {12, 2},
+            share_bytes + share_bytes),
+        row(DIRECT(legacy_get_date_support), 0x215, 0x215, CALL(legacy_get_date_support(&dates)),
+            {kUntouched, kUntouched}, {}),
+        row(DIRECT(LegacyVerifyAuthorization), 0x118, 0,
+            CALL(LegacyVerifyAuthorization(handle, &token)), {low, high}, {}),
     };
     for (const Command& command : commands) {
-        SCOPED_TRACE(command.name);
-        for (KeymasterHalDevice* device : {&device_, &strongbox_}) {
-            const uint32_t cmd = device == &device_ ? command.plain : command.strongbox;
-            if (cmd == 0) continue;
-            restart();
-            script().replies.push_back({kSendFails, {}});
-            EXPECT_EQ(command.call(*device), kSendFails);
-            EXPECT_EQ(toHex(request()), toHex(command.request(cmd)));
+        SCOPED_TRACE(command.method);
+        restart();
+        LogCapture log;
+        std::vector<std::string> lines;
+        script().hsm_result = KM_ERROR_SECURE_HW_BUSY;
+        if (command.brings_up_link) {
+            EXPECT_EQ(command.call(device_), KM_ERROR_SECURE_HW_BUSY);
+            EXPECT_EQ(script().callNames(), "hsm_init");
+            lines = {command.method, "ret: -48", "resp->status: 0"};
+            script().hsm_result = KM_ERROR_OK;
         }
+        script().no_shared_buffer = true;
+        EXPECT_EQ(command.call(device_), KM_ERROR_INVALID_ARGUMENT);
+        lines.push_back("req handle NULL");
+        script().no_shared_buffer = false;
+        script().willReply(words({kRefused}));
+        EXPECT_EQ(command.call(device_), KM_ERROR_INVALID_KEY_BLOB);
+        lines.insert(lines.end(), {command.send_failure, "ret: 0", "resp->status: -33"});
+        for (KeymasterHalDevice* device : {&device_, &strongbox_}) {
+            const uint32_t cmd = device == &device_ ? command.id : command.strongbox_id;
+            if (cmd == 0) continue;
+            script().reset();
+            script().replies.push_back({kSendFails, words({kRefused})});
+            EXPECT_EQ(command.call(*device), kSendFails);
+            EXPECT_EQ(toHex(request()), toHex(words({cmd}) + words(command.header) + command.data));
+            lines.insert(lines.end(), {command.send_failure, "ret: 7", "resp->status: -33"});
+        }
+        EXPECT_EQ(log.texts(), lines);
+        EXPECT_EQ(log.lines().back().tag, "KeyMasterHalDevice");
+        EXPECT_EQ(log.lines().back().priority, 6);
     }
 }
 

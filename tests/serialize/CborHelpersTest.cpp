@@ -42,73 +42,53 @@ Getter getter(Function* function, Before... before) {
 
 constexpr uint64_t kLabel = 5;
 constexpr uint8_t kBytes = 6;
-constexpr uint8_t kText = 7;
 
 struct Family {
     const char* name;
-    Getter plain, by_number, by_text;
     bool own_code;  // the plain form tells the decoder's code and -1; else 1 for all
+    Getter plain, by_number, by_text;
     std::vector<std::pair<const char*, uint64_t>> good;
     std::vector<const char*> bad;
 };
 
+#define FORMS(Out, Name)                                                  \
+    getter<Out>(Name), getter<Out>(Name##FromMapWithUint64Label, kLabel), \
+        getter<Out>(Name##FromMapWithStringLabel, "ab")
+
 const Family kFamilies[] = {
-    {"Bool",
-     getter<uint8_t>(CRGetBool),
-     getter<uint8_t>(CRGetBoolFromMapWithUint64Label, kLabel),
-     getter<uint8_t>(CRGetBoolFromMapWithStringLabel, "ab"),
-     false,
-     {{"f5", 1}, {"f4", 0}},
-     {"01", "f6", "4101"}},
+    {"Bool", false, FORMS(uint8_t, CRGetBool), {{"f5", 1}, {"f4", 0}}, {"01", "f6", "4101"}},
     {"Uint64",
-     getter<uint64_t>(CRGetUint64),
-     getter<uint64_t>(CRGetUint64FromMapWithUint64Label, kLabel),
-     getter<uint64_t>(CRGetUint64FromMapWithStringLabel, "ab"),
      false,
+     FORMS(uint64_t, CRGetUint64),
      {{"20", UINT64_MAX}, {"1bffffffffffffffff", UINT64_MAX}, {"17", 23}},
      {"f5", "40"}},
     {"Int64",
-     getter<int64_t>(CRGetInt64),
-     getter<int64_t>(CRGetInt64FromMapWithUint64Label, kLabel),
-     getter<int64_t>(CRGetInt64FromMapWithStringLabel, "ab"),
      false,
+     FORMS(int64_t, CRGetInt64),
      {{"3b7fffffffffffffff", uint64_t{1} << 63}},
      {"1b8000000000000000", "f5"}},
     {"Uint32",
-     getter<uint32_t>(CRGetUint32),
-     getter<uint32_t>(CRGetUint32FromMapWithUint64Label, kLabel),
-     getter<uint32_t>(CRGetUint32FromMapWithStringLabel, "ab"),
      true,
+     FORMS(uint32_t, CRGetUint32),
      {{"1affffffff", 0xFFFFFFFF}, {"00", 0}},
      {"20", "1b0000000100000000", "1bffffffffffffffff"}},
     {"Int32",
-     getter<int32_t>(CRGetInt32),
-     getter<int32_t>(CRGetInt32FromMapWithUint64Label, kLabel),
-     getter<int32_t>(CRGetInt32FromMapWithStringLabel, "ab"),
      true,
+     FORMS(int32_t, CRGetInt32),
      {{"1a7fffffff", 0x7FFFFFFF}, {"3a7fffffff", 0xFFFFFFFF80000000}},
      {"1a80000000", "3a80000000"}},
     {"Uint8",
-     getter<uint8_t>(CRGetUint8),
-     getter<uint8_t>(CRGetUint8FromMapWithUint64Label, kLabel),
-     getter<uint8_t>(CRGetUint8FromMapWithStringLabel, "ab"),
      true,
+     FORMS(uint8_t, CRGetUint8),
      {{"18ff", 255}},
      {"190100", "20", "1bffffffffffffffff", "f4"}},
-    {"Bytes",
+    {"BytesOrString",
+     false,
      getter<keymaster_blob_t>(CRGetBytesOrString, kBytes),
      getter<keymaster_blob_t>(CRGetBytesOrStringFromMapWithUint64Label, kBytes, kLabel),
      getter<keymaster_blob_t>(CRGetBytesOrStringFromMapWithStringLabel, kBytes, "ab"),
-     false,
      {{"420102", 2}, {"40", 0}},
      {"626162", "02"}},
-    {"Text",
-     getter<keymaster_blob_t>(CRGetBytesOrString, kText),
-     getter<keymaster_blob_t>(CRGetBytesOrStringFromMapWithUint64Label, kText, kLabel),
-     getter<keymaster_blob_t>(CRGetBytesOrStringFromMapWithStringLabel, kText, "ab"),
-     false,
-     {{"626162", 2}},
-     {"426162"}},
 };
 
 constexpr uint64_t kUntouched = 0x55;
@@ -176,6 +156,7 @@ TEST(CborGetters, WantTheirOwnLabel) {
     }
     EXPECT_EQ(run(bools.by_text, "a105f5", true).error, 1);
     EXPECT_EQ(run(bools.by_text, "a16161f5", true).error, 1);
+    EXPECT_EQ(run(bools.by_text, "a163616263f5", true).error, 1);
     EXPECT_EQ(run(bools.by_text, "a1626163f5", true).error, std::memcmp("ac", "ab", 2));
 }
 

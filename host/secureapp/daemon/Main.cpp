@@ -43,12 +43,14 @@ void printCapabilities() {
     std::printf("%s\n", capabilities.dump(2).c_str());
 }
 
-// SIGTERM and SIGINT as a descriptor that becomes readable; before any thread exists.
-FileHandle stopSignals() {
+// SIGTERM and SIGINT, which end the daemon, and SIGUSR1, which presses the device's button, as a
+// descriptor that becomes readable; before any thread exists.
+FileHandle catchSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return FileHandle(::signalfd(-1, &signals, SFD_CLOEXEC));
 }
@@ -64,7 +66,7 @@ void tellReady(int fd) {
 }
 
 void run(const Options& options, const std::string& path) {
-    const FileHandle stop = stopSignals();
+    const FileHandle signals = catchSignals();
     DeviceOptions device_options;
     device_options.state_directory =
         options.state.empty() ? defaultStateDirectory() : options.state;
@@ -83,7 +85,7 @@ void run(const Options& options, const std::string& path) {
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
     Server server(device, path);
     tellReady(options.ready_fd);
-    server.run(stop.get());
+    server.run(signals.get());
 }
 
 int complain(const char* what, ExitStatus status) {

@@ -1,6 +1,8 @@
 #include "Server.h"
 
 #include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -116,15 +118,26 @@ Server::~Server() {
     if (ours) ::unlink(path_.c_str());
 }
 
-void Server::run(int stop) {
+bool Server::takeSignal(int signals) {
+    signalfd_siginfo signal = {};
+    const bool pressed =
+        ::read(signals, &signal, sizeof(signal)) == sizeof(signal) && signal.ssi_signo == SIGUSR1;
+    if (!pressed) return true;
+    for (const auto level : {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, KM_SECURITY_LEVEL_STRONGBOX}) {
+        device_.app(level).pressButton();
+    }
+    return false;
+}
+
+void Server::run(int signals) {
     for (;;) {
-        pollfd entries[] = {{stop, POLLIN, 0}, {listener_.get(), POLLIN, 0}};
+        pollfd entries[] = {{signals, POLLIN, 0}, {listener_.get(), POLLIN, 0}};
         if (::poll(entries, 2, -1) < 0) {
             if (errno == EINTR) continue;
             failSystem("wait at", path_);
         }
-        if (entries[0].revents != 0) return;
-        accept();
+        if (entries[0].revents != 0 && takeSignal(signals)) return;
+        if (entries[1].revents != 0) accept();
     }
 }
 

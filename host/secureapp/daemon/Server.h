@@ -26,8 +26,9 @@ class Server {
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // Serves until `stop` becomes readable; running calls are finished and answered.
-    void run(int stop);
+    // Serves until a signal of `signals`, a signalfd, ends it; running calls are finished and
+    // answered. SIGUSR1 presses the device's button instead, the others end.
+    void run(int signals);
 
   private:
     struct Client {
@@ -38,6 +39,8 @@ class Server {
         std::thread thread;
     };
 
+    // Takes one signal; returns whether it ends the server.
+    bool takeSignal(int signals);
     void accept();
     void removeFinished();
     void serve(Client& client);

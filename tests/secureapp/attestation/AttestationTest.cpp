@@ -2,100 +2,86 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <sstream>
 
+#include "../keys/Device.h"
 #include "Attestation.h"
 #include "AttestationKeys.h"
 #include "Certificate.h"
 #include "Hex.h"
-#include "Phone.h"
 #include "Program.h"
 
 namespace lumo::secureapp {
 namespace {
 
-using test::errorOf;
-using test::fromHex;
-using test::Phone;
-using test::ProgramResult;
-using test::run;
-using test::ScratchFolder;
+using namespace test;
 
 Bytes text(const std::string& characters) {
     return Bytes(characters.begin(), characters.end());
 }
 
-ParamSet attestParams() {
-    return {bytesParam(KM_TAG_ATTESTATION_CHALLENGE, text("challenge")),
-            bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, text("foo"))};
-}
+const Param kChallenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, text("challenge"));
+const Param kAppId = bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, text("foo"));
+const ParamSet kAttest = {kChallenge, kAppId};
+const Param kBrand = bytesParam(KM_TAG_ATTESTATION_ID_BRAND, text("lumo"));
+const Param kImei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("123"));
+const ParamSet kDated = {intParam(KM_TAG_CREATION_DATETIME, 1600000000000),
+                         boolParam(KM_TAG_NO_AUTH_REQUIRED)};
 
-ParamSet with(ParamSet params, const ParamSet& more) {
-    params.add(more);
-    return params;
-}
+class Attestation : public ::testing::Test {
+  protected:
+    Device device_;
 
-ParamSet keyParams(uint32_t algorithm) {
-    ParamSet params = {
-        intParam(KM_TAG_ALGORITHM, algorithm),
-        intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN),
-        intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY),
-        intParam(KM_TAG_DIGEST, KM_DIGEST_SHA_2_256),
-        boolParam(KM_TAG_NO_AUTH_REQUIRED),
-        intParam(KM_TAG_CREATION_DATETIME, 1600000000000),
-    };
-    if (algorithm == KM_ALGORITHM_RSA) {
-        params.add({intParam(KM_TAG_KEY_SIZE, 2048), intParam(KM_TAG_RSA_PUBLIC_EXPONENT, 65537),
-                    intParam(KM_TAG_PADDING, KM_PAD_RSA_PSS)});
-    } else {
-        params.add(intParam(KM_TAG_EC_CURVE, KM_EC_CURVE_P_256));
+    Attestation() {
+        World& world = device_.world;
+        world.test_attestation_keys = true;
+        world.verified_boot_hash =
+            fromHex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+        world.device_ids = {
+            {kBrand.tag, kBrand.bytes}, {kImei.tag, kImei.bytes}, {KM_TAG_ATTESTATION_ID_MEID, {}}};
+        device_.hal = with(without(device_.hal, KM_TAG_VENDOR_PATCHLEVEL),
+                           {intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201205)});
+        device_.boot();
     }
-    return params;
-}
 
-// A chain in files, and what openssl makes of it.
+    std::vector<Bytes> attested(const ParamSet& key, const ParamSet& params = kAttest) {
+        return device_->attestKey(device_->generateKey(key), params);
+    }
+};
+
+// A chain in files, for other programs.
 struct ChainFiles {
     ScratchFolder folder;
     std::vector<std::string> der, pem;
 
     explicit ChainFiles(const std::vector<Bytes>& chain) {
         for (const Bytes& certificate : chain) {
-            const std::string name = std::to_string(der.size());
-            der.push_back(folder.write(name + ".der", certificate));
-            pem.push_back(folder.path(name + ".pem"));
-            const ProgramResult converted =
-                run({"openssl", "x509", "-inform", "DER", "-in", der.back(), "-out", pem.back()});
-            EXPECT_EQ(converted.status, 0) << converted.output;
+            der.push_back(folder.write(std::to_string(der.size()), certificate));
+            pem.push_back(der.back() + ".pem");
+            run("openssl x509 -inform DER -in " + der.back() + " -out " + pem.back());
         }
     }
 
-    std::string leaf(const std::vector<std::string>& what) const {
-        std::vector<std::string> line = {"openssl", "x509", "-in", pem.front(), "-noout"};
-        line.insert(line.end(), what.begin(), what.end());
-        return run(line).output;
+    std::string leaf(const std::string& what) const {
+        return run("openssl x509 -noout -in " + pem.front() + " " + what).output;
     }
 
-    // The key description as asn1parse shows it, without offsets and lengths.
+    // The key description as asn1parse shows it, without offsets, lengths and line ends.
     std::string description() const {
-        const std::string all = run({"openssl", "asn1parse", "-in", pem.front()}).output;
+        const std::string parse = "openssl asn1parse -in " + pem.front();
+        const std::string all = run(parse).output;
         std::smatch found;
         const std::regex place("1\\.3\\.6\\.1\\.4\\.1\\.11129\\.2\\.1\\.17\n *(\\d+):");
         if (!std::regex_search(all, found, place)) return "no such extension in\n" + all;
-        std::istringstream lines(
-            run({"openssl", "asn1parse", "-in", pem.front(), "-strparse", found[1]}).output);
-        std::string result;
-        for (std::string line; std::getline(lines, line);) {
-            line = std::regex_replace(line, std::regex("^ *\\d+:d=(\\d+) .*(prim|cons): "), "$1 ");
-            line = std::regex_replace(line, std::regex(" +$"), "");
-            result += std::regex_replace(line, std::regex(" +"), " ") + "\n";
-        }
-        return result;
+        const std::string record = run(parse + " -strparse " + found[1].str()).output;
+        return std::regex_replace(
+            std::regex_replace(record, std::regex("(\n|^) *\\d+:d=.*(prim|cons):"), " "),
+            std::regex("\\s+"), " ");
     }
 };
 
 struct ChainCase {
     const char* name;
-    uint32_t algorithm;
+    ParamSet key;
     keymaster_security_level_t level;
     bool test_keys;
     const char* signature;
@@ -108,310 +94,220 @@ void PrintTo(const ChainCase& c, std::ostream* out) {
 class AttestedChain : public ::testing::TestWithParam<ChainCase> {};
 
 TEST_P(AttestedChain, IsAcceptedUpToTheRootAndByTheGem) {
-    Phone phone;
-    phone.world.test_attestation_keys = GetParam().test_keys;
-    phone.options.level = GetParam().level;
-    Keymaster& keymaster = phone.boot();
-    const Bytes blob = keymaster.generateKey(keyParams(GetParam().algorithm));
-    const std::vector<Bytes> chain = keymaster.attestKey(blob, attestParams());
+    Device device(GetParam().level);
+    device.world.test_attestation_keys = GetParam().test_keys;
+    device.boot();
+    const Bytes blob = device->generateKey(with(GetParam().key, kDated));
+    const std::vector<Bytes> chain = device->attestKey(blob, kAttest);
     ASSERT_EQ(chain.size(), 3U);
-    EXPECT_EQ(chain.back(), attestationRoot(phone.own, phone.world, GetParam().level));
+    EXPECT_EQ(chain[2], attestationRoot(device.state, device.world, GetParam().level));
 
     const ChainFiles files(chain);
-    const ProgramResult verified = run({"openssl", "verify", "-no-CApath", "-CAfile", files.pem[2],
-                                        "-untrusted", files.pem[1], files.pem[0]});
-    EXPECT_EQ(verified.status, 0) << verified.output;
-    const ProgramResult strict =
-        run({"openssl", "verify", "-x509_strict", "-CAfile", files.pem[2], files.pem[1]});
-    EXPECT_EQ(strict.status, 0) << strict.output;
-    EXPECT_EQ(files.leaf({"-serial", "-subject", "-dates"}),
+    const std::string verify = "openssl verify -no-CApath -CAfile " + files.pem[2];
+    for (const std::string& certificates :
+         {" -untrusted " + files.pem[1] + " " + files.pem[0], " -x509_strict " + files.pem[1]}) {
+        const ProgramResult verified = run(verify + certificates);
+        EXPECT_EQ(verified.status, 0) << verified.output;
+    }
+    EXPECT_EQ(files.leaf("-serial -subject -dates"),
               "serial=01\nsubject=CN = Android Keystore Key\n"
               "notBefore=Sep 13 12:26:40 2020 GMT\nnotAfter=Dec 31 23:59:59 2049 GMT\n");
-    EXPECT_NE(files.leaf({"-text"}).find(GetParam().signature), std::string::npos);
+    EXPECT_NE(files.leaf("-text").find(GetParam().signature), std::string::npos);
+    const Bytes public_key = device->exportKey(KM_KEY_FORMAT_X509, blob, {});
+    EXPECT_EQ(files.leaf("-pubkey"), run("openssl pkey -pubin -inform DER -pubout -in " +
+                                         files.folder.write("key", public_key))
+                                         .output);
 
-    // The certified key is the key.
-    const std::string key =
-        files.folder.write("key.der", keymaster.exportKey(KM_KEY_FORMAT_X509, blob, {}));
-    EXPECT_EQ(files.leaf({"-pubkey"}),
-              run({"openssl", "pkey", "-pubin", "-inform", "DER", "-in", key, "-pubout"}).output);
-
-    if (run({"ruby", "-e", "require 'android_key_attestation'"}).status != 0) {
+    if (run("ruby -e 'require \"android_key_attestation\"'").status != 0) {
         GTEST_SKIP() << "not read by the gem: install ruby and ruby-android-key-attestation";
     }
-    const ProgramResult gem = run({"ruby", LUMO_TEST_SOURCES "/read_attestation.rb", "challenge",
-                                   files.der[0], files.der[1], files.der[2]});
-    const std::string level =
-        GetParam().level == KM_SECURITY_LEVEL_STRONGBOX ? "strong_box" : "trusted_environment";
+    const ProgramResult gem = run("ruby " LUMO_TEST_SOURCES "/read_attestation.rb challenge " +
+                                  files.der[0] + " " + files.der[1] + " " + files.der[2]);
+    const std::string level = GetParam().level == kTee ? "trusted_environment" : "strong_box";
     EXPECT_EQ(gem.output, "attestation 4 " + level + "\nkeymaster 41 " + level +
                               "\nunique id 0\npurpose sign verify\norigin generated\n"
                               "created 2020-09-13 12:26:40 UTC\nsoftware application id foo\n");
-    EXPECT_EQ(gem.status, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Keys, AttestedChain,
-    ::testing::Values(ChainCase{"rsa", KM_ALGORITHM_RSA, KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT,
-                                false, "sha256WithRSAEncryption"},
-                      ChainCase{"ecStrongBox", KM_ALGORITHM_EC, KM_SECURITY_LEVEL_STRONGBOX, false,
-                                "ecdsa-with-SHA256"},
-                      ChainCase{"ecTestKeys", KM_ALGORITHM_EC,
-                                KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, true, "ecdsa-with-SHA256"}),
+    ::testing::Values(ChainCase{"rsa",
+                                with(rsaKey(), {intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN),
+                                                intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY)}),
+                                kTee, false, "sha256WithRSAEncryption"},
+                      ChainCase{"ecStrongBox", ecKey(), kStrongBox, false, "ecdsa-with-SHA256"},
+                      ChainCase{"ecTestKeys", ecKey(), kTee, true, "ecdsa-with-SHA256"}),
     [](const auto& chain) { return chain.param.name; });
 
-// Written out by hand; characteristics without a field in the schema (a caller nonce, a use count,
-// the blob's and the hardware's kind, a user) are not in it.
-constexpr char kDescription[] = R"(0 SEQUENCE
-1 INTEGER :04
-1 ENUMERATED :01
-1 INTEGER :29
-1 ENUMERATED :01
-1 OCTET STRING :challenge
-1 OCTET STRING
-1 SEQUENCE
-2 cont [ 400 ]
-3 INTEGER :016345785D8A0000
-2 cont [ 701 ]
-3 INTEGER :0174876E8000
-2 cont [ 709 ]
-3 OCTET STRING :foo
-1 SEQUENCE
-2 cont [ 1 ]
-3 SET
-4 INTEGER :02
-4 INTEGER :03
-2 cont [ 2 ]
-3 INTEGER :03
-2 cont [ 3 ]
-3 INTEGER :0100
-2 cont [ 5 ]
-3 SET
-4 INTEGER :04
-2 cont [ 10 ]
-3 INTEGER :01
-2 cont [ 503 ]
-3 NULL
-2 cont [ 702 ]
-3 INTEGER :00
-2 cont [ 704 ]
-3 SEQUENCE
-4 OCTET STRING [HEX DUMP]:0707070707070707070707070707070707070707070707070707070707070707
-4 BOOLEAN :255
-4 ENUMERATED :01
-4 OCTET STRING [HEX DUMP]:0808080808080808080808080808080808080808080808080808080808080808
-2 cont [ 705 ]
-3 INTEGER :01ADB0
-2 cont [ 706 ]
-3 INTEGER :03151C
-2 cont [ 710 ]
-3 OCTET STRING :lumo
-2 cont [ 713 ]
-3 OCTET STRING :S1
-2 cont [ 718 ]
-3 INTEGER :01343EF5
-2 cont [ 719 ]
-3 INTEGER :01343EF5
-)";
-
-TEST(Attestation, TheRecordHoldsCharacteristicsWorldAndIdsInOrder) {
-    Phone phone;
-    phone.world.verified_boot_key = Bytes(32, 7);
-    phone.world.device_locked = true;
-    phone.world.verified_boot_state = 1;
-    phone.world.verified_boot_hash = Bytes(32, 8);
-    phone.world.device_ids = {{KM_TAG_ATTESTATION_ID_BRAND, text("lumo")},
-                              {KM_TAG_ATTESTATION_ID_SERIAL, text("S1")}};
-    Keymaster& keymaster = phone.boot();
-    const Bytes blob = keymaster.generateKey(
-        with(keyParams(KM_ALGORITHM_EC),
-             {intParam(KM_TAG_ACTIVE_DATETIME, 100000000000000000), boolParam(KM_TAG_CALLER_NONCE),
-              intParam(KM_TAG_MAX_USES_PER_BOOT, 9), intParam(KM_TAG_USER_ID, 10)}));
-    const ChainFiles files(keymaster.attestKey(
-        blob, with(attestParams(), {bytesParam(KM_TAG_ATTESTATION_ID_SERIAL, text("S1")),
-                                    bytesParam(KM_TAG_ATTESTATION_ID_BRAND, text("lumo"))})));
-    EXPECT_EQ(files.description(), kDescription);
-    EXPECT_NE(files.leaf({"-startdate"}).find("Dec 31 23:59:59 9999"), std::string::npos)
-        << "a date beyond the last that a certificate can have";
+// Computed with another library. The key's other authorizations have no field in the schema.
+TEST_F(Attestation, TheRecordMatchesTheVector) {
+    const ParamSet key =
+        with(with(ecKey(), kDated),
+             {boolParam(KM_TAG_CALLER_NONCE), intParam(KM_TAG_MAX_USES_PER_BOOT, 9),
+              intParam(KM_TAG_USER_ID, 10), intParam(KM_TAG_MIN_MAC_LENGTH, 128)});
+    EXPECT_NE(
+        toHex(attested(key)[0])
+            .find("3081d70201040a01010201290a010104096368616c6c656e676504003015bf853d0802060174876e"
+                  "8000bf8545050403666f6f3081a4a1083106020102020103a203020103a30402020100a505310302"
+                  "0104aa03020101bf8377020500bf853e03020100bf85404c304a0420000000000000000000000000"
+                  "00000000000000000000000000000000000000000101000a01020420000102030405060708090a0b"
+                  "0c0d0e0f101112131415161718191a1b1c1d1e1fbf854105020301adb0bf854205020303151cbf85"
+                  "4e06020401343ef5bf854f06020401343ef5"),
+        std::string::npos);
+    device_.options.blob_version = kBlobVersion4_0;
+    device_.boot();
+    EXPECT_NE(toHex(attested(key)[0]).find("0201030a01010201040a01010409"), std::string::npos);
 }
 
-TEST(Attestation, OldBlobsGoWithOldVersions) {
-    Phone phone;
-    phone.options.blob_version = kBlobVersion4_0;
-    Keymaster& keymaster = phone.boot();
-    const Bytes blob = keymaster.generateKey(keyParams(KM_ALGORITHM_EC));
-    const ChainFiles files(keymaster.attestKey(blob, attestParams()));
-    EXPECT_EQ(files.description().rfind(
-                  "0 SEQUENCE\n1 INTEGER :03\n1 ENUMERATED :01\n1 INTEGER :04\n", 0),
-              0U);
+TEST_F(Attestation, TheRecordHoldsWorldIdsAndDatesInOrder) {
+    device_.world.verified_boot_key = Bytes(32, 7);
+    device_.world.device_locked = true;
+    device_.world.verified_boot_state = 1;
+    device_.world.verified_boot_hash = Bytes(32, 8);
+    device_.boot();
+    const ChainFiles files(
+        attested(with(with(ecKey(), kDated), {intParam(KM_TAG_ACTIVE_DATETIME, 1700000000000),
+                                              intParam(KM_TAG_USAGE_EXPIRE_DATETIME, UINT64_MAX)}),
+                 with(kAttest, {kImei, kBrand})));
+    EXPECT_EQ(files.leaf("-dates"),
+              "notBefore=Nov 14 22:13:20 2023 GMT\nnotAfter=Dec 31 23:59:59 9999 GMT\n");
+    EXPECT_EQ(
+        files.description(),
+        " SEQUENCE INTEGER :04 ENUMERATED :01 INTEGER :29 ENUMERATED :01 OCTET STRING :challenge"
+        " OCTET STRING SEQUENCE"
+        " cont [ 400 ] INTEGER :018BCFE56800 cont [ 402 ] INTEGER :FFFFFFFFFFFFFFFF cont [ 701 ] "
+        "INTEGER :0174876E8000"
+        " cont [ 709 ] OCTET STRING :foo"
+        " SEQUENCE cont [ 1 ] SET INTEGER :02 INTEGER :03 cont [ 2 ] INTEGER :03"
+        " cont [ 3 ] INTEGER :0100 cont [ 5 ] SET INTEGER :04 cont [ 10 ] INTEGER :01"
+        " cont [ 503 ] NULL cont [ 702 ] INTEGER :00 cont [ 704 ] SEQUENCE OCTET STRING"
+        " [HEX DUMP]:0707070707070707070707070707070707070707070707070707070707070707"
+        " BOOLEAN :255 ENUMERATED :01 OCTET STRING"
+        " [HEX DUMP]:0808080808080808080808080808080808080808080808080808080808080808"
+        " cont [ 705 ] INTEGER :01ADB0 cont [ 706 ] INTEGER :03151C"
+        " cont [ 710 ] OCTET STRING :lumo cont [ 714 ] OCTET STRING :123"
+        " cont [ 718 ] INTEGER :01343EF5 cont [ 719 ] INTEGER :01343EF5 ");
 }
 
-TEST(Attestation, KeyUsageFollowsThePurposes) {
-    const struct {
-        std::vector<uint32_t> purposes;
-        const char* usage;
-    } cases[] = {
-        {{KM_PURPOSE_SIGN, KM_PURPOSE_VERIFY}, "Digital Signature\n"},
-        {{KM_PURPOSE_DECRYPT, KM_PURPOSE_ENCRYPT}, "Data Encipherment\n"},
-        {{KM_PURPOSE_WRAP}, "Key Encipherment\n"},
-        {{KM_PURPOSE_SIGN, KM_PURPOSE_DECRYPT, KM_PURPOSE_WRAP},
-         "Digital Signature, Key Encipherment, Data Encipherment\n"},
-        {{KM_PURPOSE_VERIFY}, nullptr},
+TEST_F(Attestation, KeyUsageFollowsThePurposes) {
+    const auto shown = [&](const ParamSet& purposes) {
+        const ParamSet key = with(without(ecKey(), KM_TAG_PURPOSE), purposes);
+        return ChainFiles(attested(key)).leaf("-text");
     };
-    Phone phone;
-    Keymaster& keymaster = phone.boot();
-    for (const auto& c : cases) {
-        ParamSet params = keyParams(KM_ALGORITHM_EC);
-        params.removeAll(KM_TAG_PURPOSE);
-        for (const uint32_t purpose : c.purposes) params.add(intParam(KM_TAG_PURPOSE, purpose));
-        const ChainFiles files(keymaster.attestKey(keymaster.generateKey(params), attestParams()));
-        const std::string shown = files.leaf({"-ext", "keyUsage"});
-        if (c.usage == nullptr) {
-            EXPECT_EQ(shown.find("Key Usage"), std::string::npos) << shown;
-        } else {
-            EXPECT_EQ(shown, "X509v3 Key Usage: critical\n    " + std::string(c.usage));
-        }
-    }
+    EXPECT_NE(
+        shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_DECRYPT),
+               intParam(KM_TAG_PURPOSE, KM_PURPOSE_WRAP)})
+            .find("Key Usage: critical\n                Key Encipherment, Data Encipherment\n"),
+        std::string::npos);
+    EXPECT_NE(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN)})
+                  .find("Key Usage: critical\n                Digital Signature\n"),
+              std::string::npos);
+    EXPECT_EQ(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY)}).find("Key Usage"),
+              std::string::npos);
 }
 
-TEST(Attestation, TimesChangeTheirFormIn2050) {
+TEST(CertificateTime, ChangesItsFormIn2050AndEndsIn9999) {
     const struct {
         uint64_t millis;
-        const char* time;
+        const char* item;
     } cases[] = {
-        {0, "700101000000Z"},
-        {1600000000999, "200913122640Z"},
-        {2524607999999, "491231235959Z"},
-        {2524608000000, "20500101000000Z"},
-        {253402300799999, "99991231235959Z"},
-        {UINT64_MAX, "99991231235959Z"},
+        {1600000000999, "170d3230303931333132323634305a"},      // 200913122640Z
+        {2524607999999, "170d3439313233313233353935395a"},      // 491231235959Z
+        {2524608000000, "180f32303530303130313030303030305a"},  // 20500101000000Z
+        {UINT64_MAX, "180f39393939313233313233353935395a"},     // 99991231235959Z
     };
-    for (const auto& c : cases) {
-        const Bytes encoded = certificateTime(c.millis);
-        const std::string time(encoded.begin() + 2, encoded.end());
-        EXPECT_EQ(time, c.time);
-        EXPECT_EQ(encoded[0], time.size() == 13 ? 23 : 24) << c.time;
-    }
+    for (const auto& c : cases) EXPECT_EQ(toHex(certificateTime(c.millis)), c.item);
 }
 
-TEST(Attestation, RefusesInThePublishedOrder) {
-    Phone phone;
-    phone.world.device_ids = {{KM_TAG_ATTESTATION_ID_IMEI, text("123")},
-                              {KM_TAG_ATTESTATION_ID_MEID, {}}};
-    Keymaster& keymaster = phone.boot();
-    const Bytes ec = keymaster.generateKey(keyParams(KM_ALGORITHM_EC));
-    const Bytes bound = keymaster.generateKey(
-        with(keyParams(KM_ALGORITHM_EC), {bytesParam(KM_TAG_APPLICATION_ID, text("app"))}));
-    const Bytes aes = keymaster.generateKey(
-        {intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_AES), intParam(KM_TAG_KEY_SIZE, 128)});
-    const Param challenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, text("challenge"));
-    const Param id = bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, text("foo"));
-    const auto id_of = [](size_t size) {
+TEST_F(Attestation, RefusesInThePublishedOrder) {
+    const Bytes ec = device_->generateKey(ecKey());
+    const Bytes aes = device_->generateKey(aesKey());
+    const Param binding = bytesParam(KM_TAG_APPLICATION_ID, text("app"));
+    const Bytes bound = device_->generateKey(with(ecKey(), {binding}));
+    const Param unique = boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION);
+    const Param long_challenge = bytesParam(KM_TAG_ATTESTATION_CHALLENGE, Bytes(129, 'c'));
+    const auto app_id = [](size_t size) {
         return bytesParam(KM_TAG_ATTESTATION_APPLICATION_ID, Bytes(size, 'x'));
     };
-    const auto device_id = [](keymaster_tag_t tag, const std::string& value) {
-        return bytesParam(tag, text(value));
-    };
+    const Param wrong_imei = bytesParam(KM_TAG_ATTESTATION_ID_IMEI, text("1234"));
+    const Param empty_meid = bytesParam(KM_TAG_ATTESTATION_ID_MEID, {});
+    const Param model = bytesParam(KM_TAG_ATTESTATION_ID_MODEL, text("m"));
     const struct {
         const Bytes& blob;
         ParamSet params;
         keymaster_error_t error;
     } cases[] = {
-        {aes, {}, KM_ERROR_INCOMPATIBLE_ALGORITHM},
-        {bound, {challenge, id}, KM_ERROR_INVALID_KEY_BLOB},
-        {bound, {challenge, id, bytesParam(KM_TAG_APPLICATION_ID, text("app"))}, KM_ERROR_OK},
+        {aes, {unique}, KM_ERROR_INCOMPATIBLE_ALGORITHM},
+        {bound, kAttest, KM_ERROR_INVALID_KEY_BLOB},
+        {bound, with(kAttest, {binding}), KM_ERROR_OK},
+        {ec, {unique}, KM_ERROR_UNIMPLEMENTED},
         {ec, {}, KM_ERROR_ATTESTATION_CHALLENGE_MISSING},
-        {ec, {id}, KM_ERROR_ATTESTATION_CHALLENGE_MISSING},
-        {ec, {challenge}, KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING},
-        {ec,
-         {bytesParam(KM_TAG_ATTESTATION_CHALLENGE, Bytes(129, 'c')), id},
-         KM_ERROR_INVALID_INPUT_LENGTH},
-        {ec, {challenge, id_of(143)}, KM_ERROR_OK},
-        {ec, {challenge, id_of(1024)}, KM_ERROR_OK},
-        {ec, {challenge, id_of(1025)}, KM_ERROR_INVALID_INPUT_LENGTH},
-        {ec, {challenge, id, device_id(KM_TAG_ATTESTATION_ID_IMEI, "123")}, KM_ERROR_OK},
-        {ec,
-         {challenge, id, device_id(KM_TAG_ATTESTATION_ID_IMEI, "1234")},
-         KM_ERROR_CANNOT_ATTEST_IDS},
-        {ec,
-         {challenge, id, device_id(KM_TAG_ATTESTATION_ID_MEID, "")},
-         KM_ERROR_CANNOT_ATTEST_IDS},
-        {ec,
-         {challenge, id, device_id(KM_TAG_ATTESTATION_ID_IMEI, "123"),
-          device_id(KM_TAG_ATTESTATION_ID_MODEL, "m")},
-         KM_ERROR_CANNOT_ATTEST_IDS},
-        {ec, {boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION)}, KM_ERROR_UNIMPLEMENTED},
-        {aes, {boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION)}, KM_ERROR_INCOMPATIBLE_ALGORITHM},
+        {ec, {kChallenge}, KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING},
+        {ec, {long_challenge, kAppId}, KM_ERROR_INVALID_INPUT_LENGTH},
+        {ec, {kChallenge, app_id(1024)}, KM_ERROR_OK},
+        {ec, {kChallenge, app_id(1025)}, KM_ERROR_INVALID_INPUT_LENGTH},
+        {ec, with(kAttest, {wrong_imei}), KM_ERROR_CANNOT_ATTEST_IDS},
+        {ec, with(kAttest, {empty_meid}), KM_ERROR_CANNOT_ATTEST_IDS},
+        {ec, with(kAttest, {kImei, model}), KM_ERROR_CANNOT_ATTEST_IDS},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
-        EXPECT_EQ(errorOf([&] { keymaster.attestKey(cases[i].blob, cases[i].params); }),
+        EXPECT_EQ(errorOf([&] { device_->attestKey(cases[i].blob, cases[i].params); }),
                   cases[i].error)
             << i;
     }
-}
-
-TEST(Attestation, DestroyedIdsStayDestroyedAndOldKeysAskForUpgrade) {
-    Phone phone;
-    phone.world.device_ids = {{KM_TAG_ATTESTATION_ID_BRAND, text("lumo")}};
-    const ParamSet params =
-        with(attestParams(), {bytesParam(KM_TAG_ATTESTATION_ID_BRAND, text("lumo"))});
-    const Bytes blob = phone.boot().generateKey(keyParams(KM_ALGORITHM_EC));
-    EXPECT_EQ(phone.keymaster->attestKey(blob, params).size(), 3U);
-    phone.keymaster->destroyDeviceIds();
-    for (int start = 0; start < 2; ++start) {
-        EXPECT_EQ(errorOf([&] { phone.keymaster->attestKey(blob, params); }),
-                  KM_ERROR_CANNOT_ATTEST_IDS);
-        EXPECT_EQ(phone.keymaster->attestKey(blob, attestParams()).size(), 3U);
-        phone.boot();
-    }
-    EXPECT_EQ(errorOf([&] { phone.boot(202101).attestKey(blob, attestParams()); }),
-              KM_ERROR_KEY_REQUIRES_UPGRADE);
-}
-
-TEST(Attestation, StrongBoxHasNoDeviceUniqueKey) {
-    Phone phone;
-    phone.options.level = KM_SECURITY_LEVEL_STRONGBOX;
-    const Bytes blob = phone.boot().generateKey(keyParams(KM_ALGORITHM_EC));
-    const ParamSet params = with(attestParams(), {boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION)});
-    EXPECT_EQ(errorOf([&] { phone.keymaster->attestKey(blob, params); }),
+    Device strongbox(kStrongBox);
+    const Bytes key = strongbox->generateKey(ecKey());
+    EXPECT_EQ(errorOf([&] { strongbox->attestKey(key, with(kAttest, {unique})); }),
               KM_ERROR_CANNOT_ATTEST_IDS);
 }
 
-TEST(Attestation, UniqueIdsAreForKeysThatAskForThem) {
-    Phone phone;
-    const Bytes blob = phone.boot().generateKey(
-        with(keyParams(KM_ALGORITHM_EC), {boolParam(KM_TAG_INCLUDE_UNIQUE_ID)}));
-    const auto described = [&](const ParamSet& params) {
-        return ChainFiles(phone.keymaster->attestKey(blob, params)).description();
+TEST_F(Attestation, DestroyedIdsStayDestroyedAndOldKeysAskForUpgrade) {
+    const Bytes blob = device_->generateKey(ecKey());
+    const auto attest = [&](const ParamSet& params) {
+        return errorOf([&] { device_->attestKey(blob, params); });
     };
-    const std::string first = described(attestParams());
-    EXPECT_TRUE(std::regex_search(
-        first, std::regex("OCTET STRING :challenge\n1 OCTET STRING \\[HEX DUMP\\]:[0-9A-F]{32}\n")))
-        << first;
-    phone.boot();
-    EXPECT_EQ(described(attestParams()), first);
-    EXPECT_NE(described(with(attestParams(), {boolParam(KM_TAG_RESET_SINCE_ID_ROTATION)})), first);
+    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_OK);
+    device_->destroyDeviceIds();
+    device_.boot();
+    EXPECT_EQ(attest(with(kAttest, {kBrand})), KM_ERROR_CANNOT_ATTEST_IDS);
+    EXPECT_EQ(attest(kAttest), KM_ERROR_OK);
+    device_.hal = {intParam(KM_TAG_OS_VERSION, 110000), intParam(KM_TAG_OS_PATCHLEVEL, 202101)};
+    device_.boot();
+    EXPECT_EQ(attest(kAttest), KM_ERROR_KEY_REQUIRES_UPGRADE);
+}
+
+TEST_F(Attestation, UniqueIdsStayForThirtyDays) {
+    constexpr uint64_t kDay = 86400000;
+    const auto unique_id = [&](uint64_t created, const ParamSet& params = kAttest) {
+        const ParamSet key = {boolParam(KM_TAG_INCLUDE_UNIQUE_ID),
+                              intParam(KM_TAG_CREATION_DATETIME, created)};
+        const std::string leaf = toHex(attested(with(ecKey(), key), params)[0]);
+        return leaf.substr(leaf.find(toHex(text("challenge"))) + 18, 36);
+    };
+    const std::string id = unique_id(1600000000000);
+    EXPECT_EQ(id.substr(0, 4), "0410");
+    device_.boot();
+    EXPECT_EQ(unique_id(1600000000000 + kDay), id);
+    EXPECT_NE(unique_id(1600000000000 + 30 * kDay), id);
+    EXPECT_NE(unique_id(1600000000000, with(kAttest, {boolParam(KM_TAG_RESET_SINCE_ID_ROTATION)})),
+              id);
 }
 
 TEST(AttestationKeys, AreMadeOnceAndTheTestRootIsTheSameEverywhere) {
-    constexpr auto kLevel = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
-    test::MemoryState one;
-    test::MemoryState other;
+    MemoryState one, other;
     World world;
-    const AttestationKey first = attestationKey(one, world, kLevel, KM_ALGORITHM_RSA);
-    EXPECT_EQ(attestationKey(one, world, kLevel, KM_ALGORITHM_RSA).chain, first.chain);
-    EXPECT_EQ(attestationKey(one, world, kLevel, KM_ALGORITHM_EC).chain.back(), first.chain.back());
-    EXPECT_NE(attestationRoot(other, world, kLevel), first.chain.back());
-
+    const AttestationKey first = attestationKey(one, world, kTee, KM_ALGORITHM_RSA);
+    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_RSA).chain, first.chain);
+    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_EC).chain[1], first.chain[1]);
+    EXPECT_NE(attestationRoot(other, world, kTee), first.chain[1]);
     one.records["attestation-rsa"].resize(100);
-    EXPECT_THROW(attestationKey(one, world, kLevel, KM_ALGORITHM_RSA), StateError);
+    EXPECT_THROW(attestationKey(one, world, kTee, KM_ALGORITHM_RSA), StateError);
 
     world.test_attestation_keys = true;
-    test::MemoryState untouched;
-    const Bytes root = attestationRoot(untouched, world, kLevel);
-    EXPECT_EQ(test::toHex(sha256(root)),
+    const Bytes root = attestationRoot(other, world, kTee);
+    EXPECT_EQ(toHex(sha256(root)),
               "d1d9624ac2d62226f9af02a6e865c8250aba86c83311c9949a79e8d9b5f8006c");
-    EXPECT_TRUE(untouched.records.empty());
-    const ChainFiles files({root});
-    EXPECT_EQ(files.leaf({"-subject"}),
+    EXPECT_EQ(ChainFiles({root}).leaf("-subject"),
               "subject=CN = Lumo Test Attestation Root - NOT FOR PRODUCTION\n");
 }
 

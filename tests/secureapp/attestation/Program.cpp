@@ -6,39 +6,23 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 
 namespace lumo::test {
-namespace {
 
-// In single quotes, so that a shell takes nothing in it for its own.
-std::string quoted(const std::string& argument) {
-    std::string result = "'";
-    for (const char c : argument) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
-}
-
-}  // namespace
-
-ProgramResult run(const std::vector<std::string>& arguments) {
-    std::string line;
-    for (const std::string& argument : arguments) line += quoted(argument) + " ";
-    FILE* pipe = popen((line + "2>&1").c_str(), "r");
-    if (pipe == nullptr) throw std::runtime_error("cannot start " + arguments.front());
+ProgramResult run(const std::string& shell_line) {
+    FILE* pipe = popen((shell_line + " 2>&1").c_str(), "r");
+    if (pipe == nullptr) throw std::runtime_error("cannot start " + shell_line);
     ProgramResult result;
-    char part[4096];
-    size_t size = 0;
-    while ((size = fread(part, 1, sizeof(part), pipe)) > 0) result.output.append(part, size);
+    for (int c = 0; (c = fgetc(pipe)) != EOF;) result.output.push_back(static_cast<char>(c));
     const int status = pclose(pipe);
     if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
     return result;
 }
 
-ScratchFolder::ScratchFolder() {
-    std::string folder = (std::filesystem::temp_directory_path() / "lumo-test-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error("cannot make " + folder);
-    folder_ = folder;
+ScratchFolder::ScratchFolder()
+    : folder_((std::filesystem::temp_directory_path() / "lumo-test-XXXXXX").string()) {
+    if (mkdtemp(folder_.data()) == nullptr) throw std::runtime_error("cannot make " + folder_);
 }
 
 ScratchFolder::~ScratchFolder() {
@@ -47,7 +31,7 @@ ScratchFolder::~ScratchFolder() {
 }
 
 std::string ScratchFolder::write(const std::string& name, secureapp::ByteView content) const {
-    const std::string file = path(name);
+    const std::string file = folder_ + "/" + name;
     std::ofstream out(file, std::ios::binary);
     for (const uint8_t byte : content) out.put(static_cast<char>(byte));
     return file;

@@ -1,8 +1,7 @@
-// Other programs, which judge what the code under test makes.
+// Other programs, which judge what the code under test makes, and files for them.
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "Types.h"
 
@@ -12,8 +11,7 @@ struct ProgramResult {
     int status = -1;     // exit status
     std::string output;  // standard output and standard error
 };
-// The arguments are passed as they are, without a shell's interpretation.
-ProgramResult run(const std::vector<std::string>& arguments);
+ProgramResult run(const std::string& shell_line);
 
 // A directory that goes away with everything in it.
 class ScratchFolder {
@@ -23,7 +21,6 @@ class ScratchFolder {
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-    std::string path(const std::string& name) const { return folder_ + "/" + name; }
     // Writes a file and returns its path.
     std::string write(const std::string& name, secureapp::ByteView content) const;
 

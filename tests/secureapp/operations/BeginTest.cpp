@@ -4,34 +4,31 @@
 namespace lumo::test {
 namespace {
 
-constexpr uint32_t kPurposes[] = {KM_PURPOSE_ENCRYPT, KM_PURPOSE_DECRYPT,    KM_PURPOSE_SIGN,
-                                  KM_PURPOSE_VERIFY,  KM_PURPOSE_DERIVE_KEY, KM_PURPOSE_WRAP};
+constexpr auto kOk = KM_ERROR_OK;
 
 TEST(CheckPurpose, AsksTheAlgorithmBeforeTheKey) {
     constexpr auto kNo = KM_ERROR_UNSUPPORTED_PURPOSE;
-    constexpr auto kNotListed = KM_ERROR_INCOMPATIBLE_PURPOSE;
-    // For a key that lists none; columns: encrypt, decrypt, sign, verify, reserved, wrap.
+    constexpr auto kUnlisted = KM_ERROR_INCOMPATIBLE_PURPOSE;
+    // For a key that lists no purpose. Columns: encrypt, decrypt, sign, verify, reserved, wrap.
     const struct {
         uint32_t algorithm;
         keymaster_error_t expected[6];
     } rows[] = {
-        {KM_ALGORITHM_RSA, {KM_ERROR_OK, kNotListed, kNotListed, KM_ERROR_OK, kNo, kNo}},
-        {KM_ALGORITHM_EC, {kNo, kNo, kNotListed, KM_ERROR_OK, kNo, kNo}},
-        {KM_ALGORITHM_AES, {kNotListed, kNotListed, kNo, kNo, kNo, kNo}},
-        {KM_ALGORITHM_TRIPLE_DES, {kNotListed, kNotListed, kNo, kNo, kNo, kNo}},
-        {KM_ALGORITHM_HMAC, {kNo, kNo, kNotListed, kNotListed, kNo, kNo}},
+        {KM_ALGORITHM_RSA, {kOk, kUnlisted, kUnlisted, kOk, kNo, kNo}},
+        {KM_ALGORITHM_EC, {kNo, kNo, kUnlisted, kOk, kNo, kNo}},
+        {KM_ALGORITHM_AES, {kUnlisted, kUnlisted, kNo, kNo, kNo, kNo}},
+        {KM_ALGORITHM_TRIPLE_DES, {kUnlisted, kUnlisted, kNo, kNo, kNo, kNo}},
+        {KM_ALGORITHM_HMAC, {kNo, kNo, kUnlisted, kUnlisted, kNo, kNo}},
     };
     for (const auto& row : rows) {
-        ParamSet all;
-        for (const uint32_t purpose : kPurposes) all.add(intParam(KM_TAG_PURPOSE, purpose));
-        for (size_t i = 0; i < 6; ++i) {
+        for (uint32_t purpose = 0; purpose < 6; ++purpose) {
+            SCOPED_TRACE(testing::Message() << row.algorithm << " purpose " << purpose);
             const auto check = [&](const ParamSet& listed) {
-                return errorOf(
-                    [&] { checkPurpose(kPurposes[i], testKey(row.algorithm, {}, listed)); });
+                return errorOf([&] { checkPurpose(purpose, testKey(row.algorithm, {}, listed)); });
             };
-            EXPECT_EQ(check({}), row.expected[i]) << row.algorithm << " purpose " << kPurposes[i];
-            EXPECT_EQ(check(all), row.expected[i] == kNo ? kNo : KM_ERROR_OK)
-                << row.algorithm << " purpose " << kPurposes[i];
+            const keymaster_error_t expected = row.expected[purpose];
+            EXPECT_EQ(check({}), expected);
+            EXPECT_EQ(check({intParam(KM_TAG_PURPOSE, purpose)}), expected == kNo ? kNo : kOk);
         }
     }
 }
@@ -50,148 +47,131 @@ void checkBegin(const OpenedKey& key, const std::vector<BeginCase>& cases) {
     }
 }
 
+constexpr auto kNoPadding = KM_ERROR_UNSUPPORTED_PADDING_MODE;
+constexpr auto kOtherPadding = KM_ERROR_INCOMPATIBLE_PADDING_MODE;
+constexpr auto kNoDigest = KM_ERROR_UNSUPPORTED_DIGEST;
+constexpr auto kOtherDigest = KM_ERROR_INCOMPATIBLE_DIGEST;
+constexpr auto kNoMacLength = KM_ERROR_UNSUPPORTED_MAC_LENGTH;
+constexpr auto kNoMode = KM_ERROR_UNSUPPORTED_BLOCK_MODE;
+constexpr auto kOtherMode = KM_ERROR_INCOMPATIBLE_BLOCK_MODE;
+
 TEST(Begin, RsaChecksPaddingThenDigest) {
-    const OpenedKey key =
-        testKey(KM_ALGORITHM_RSA, encodePrivateKey(makeRsaKey(1024, 65537).get()),
-                {padding(KM_PAD_RSA_PSS), padding(KM_PAD_PKCS7), padding(KM_PAD_RSA_OAEP),
-                 padding(KM_PAD_NONE), digest(KM_DIGEST_SHA_2_256), digest(KM_DIGEST_NONE),
-                 digest(KM_DIGEST_SHA_2_512), digest(7)});
+    const Param bare = padding(KM_PAD_NONE);
     const Param pss = padding(KM_PAD_RSA_PSS);
     const Param oaep = padding(KM_PAD_RSA_OAEP);
-    const Param sha256 = digest(KM_DIGEST_SHA_2_256);
+    const Param pkcs1 = padding(KM_PAD_RSA_PKCS1_1_5_SIGN);
+    const Param pkcs7 = padding(KM_PAD_PKCS7);
     const Param none = digest(KM_DIGEST_NONE);
-    checkBegin(
-        key,
-        {
-            {"nothing", KM_PURPOSE_SIGN, {}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"padding twice", KM_PURPOSE_SIGN, {pss, pss}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"PKCS7, listed", KM_PURPOSE_ENCRYPT, {padding(64)}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"OAEP to sign", KM_PURPOSE_SIGN, {oaep, sha256}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"PSS to encrypt", KM_PURPOSE_ENCRYPT, {pss}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"padding of more than 32 bits",
-             KM_PURPOSE_SIGN,
-             {padding((uint64_t{1} << 32) + KM_PAD_RSA_PSS), sha256},
-             KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"unlisted padding before the digest",
-             KM_PURPOSE_SIGN,
-             {padding(KM_PAD_RSA_PKCS1_1_5_SIGN)},
-             KM_ERROR_INCOMPATIBLE_PADDING_MODE},
-            {"unlisted padding to verify",
-             KM_PURPOSE_VERIFY,
-             {padding(KM_PAD_RSA_PKCS1_1_5_SIGN), sha256},
-             KM_ERROR_OK},
-            {"no digest", KM_PURPOSE_SIGN, {pss}, KM_ERROR_UNSUPPORTED_DIGEST},
-            {"two digests", KM_PURPOSE_VERIFY, {pss, sha256, none}, KM_ERROR_UNSUPPORTED_DIGEST},
-            {"unknown digest", KM_PURPOSE_SIGN, {pss, digest(7)}, KM_ERROR_UNSUPPORTED_DIGEST},
-            {"unlisted digest", KM_PURPOSE_SIGN, {pss, digest(1)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"unlisted to verify", KM_PURPOSE_VERIFY, {pss, digest(1)}, KM_ERROR_OK},
-            {"PSS, none", KM_PURPOSE_SIGN, {pss, none}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"OAEP, none", KM_PURPOSE_ENCRYPT, {oaep, none}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"OAEP, no digest", KM_PURPOSE_DECRYPT, {oaep}, KM_ERROR_UNSUPPORTED_DIGEST},
-            {"PSS too big", KM_PURPOSE_SIGN, {pss, digest(6)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"OAEP too big", KM_PURPOSE_ENCRYPT, {oaep, digest(6)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"bare, digest", KM_PURPOSE_SIGN, {padding(1), sha256}, KM_ERROR_INCOMPATIBLE_DIGEST},
-            {"bare encryption needs none", KM_PURPOSE_DECRYPT, {padding(1)}, KM_ERROR_OK},
-            {"SHA-512 on StrongBox",
-             KM_PURPOSE_VERIFY,
-             {padding(KM_PAD_RSA_PKCS1_1_5_SIGN), digest(6)},
-             KM_ERROR_UNSUPPORTED_DIGEST,
-             kStrongBox},
-            {"SHA-256 on StrongBox", KM_PURPOSE_SIGN, {pss, sha256}, KM_ERROR_OK, kStrongBox},
-        });
+    const Param md5 = digest(KM_DIGEST_MD5);
+    const Param sha256 = digest(KM_DIGEST_SHA_2_256);
+    const Param sha512 = digest(KM_DIGEST_SHA_2_512);
+    const auto pair = makeRsaKey(1024, 65537);
+    const OpenedKey key = testKey(KM_ALGORITHM_RSA, encodePrivateKey(pair.get()),
+                                  {bare, pss, oaep, pkcs7, none, sha256, sha512, digest(7)});
+    const std::vector<BeginCase> cases = {
+        {"nothing", kSign, {}, kNoPadding},
+        {"padding twice", kSign, {pss, pss, sha256}, kNoPadding},
+        {"unsuitable, though listed", kEncrypt, {pkcs7}, kNoPadding},
+        {"OAEP to sign", kSign, {oaep, sha256}, kNoPadding},
+        {"PSS to encrypt", kEncrypt, {pss, sha256}, kNoPadding},
+        {"more than 32 bits", kSign, {padding((uint64_t{1} << 32) + 3), sha256}, kNoPadding},
+        {"unlisted, before the digest", kSign, {pkcs1}, kOtherPadding},
+        {"unlisted to verify", kVerify, {pkcs1, sha256}, kOk},
+        {"no digest", kSign, {pss}, kNoDigest},
+        {"two digests", kVerify, {pss, sha256, none}, kNoDigest},
+        {"unknown, though listed", kSign, {pss, digest(7)}, kNoDigest},
+        {"unlisted", kSign, {pss, md5}, kOtherDigest},
+        {"unlisted to verify", kVerify, {pss, md5}, kOk},
+        {"PSS without hashing", kSign, {pss, none}, kOtherDigest},
+        {"OAEP without hashing", kEncrypt, {oaep, none}, kOtherDigest},
+        {"OAEP without digest", kDecrypt, {oaep}, kNoDigest},
+        {"PSS too big", kSign, {pss, sha512}, kOtherDigest},
+        {"OAEP too big", kEncrypt, {oaep, sha512}, kOtherDigest},
+        {"bare with hashing", kSign, {bare, sha256}, kOtherDigest},
+        {"bare decryption needs none", kDecrypt, {bare}, kOk},
+        {"StrongBox", kVerify, {pkcs1, sha512}, kNoDigest, kStrongBox},
+        {"StrongBox, SHA-256", kSign, {pss, sha256}, kOk, kStrongBox},
+    };
+    checkBegin(key, cases);
 }
 
 TEST(Begin, EcNeedsOneDigest) {
+    const auto pair = makeEcKey(KM_EC_CURVE_P_256);
     const OpenedKey key =
-        testKey(KM_ALGORITHM_EC, encodePrivateKey(makeEcKey(KM_EC_CURVE_P_256).get()),
-                {digest(KM_DIGEST_SHA_2_256), digest(KM_DIGEST_MD5)});
-    checkBegin(
-        key, {
-                 {"none", KM_PURPOSE_SIGN, {}, KM_ERROR_UNSUPPORTED_DIGEST},
-                 {"repeated", KM_PURPOSE_SIGN, {digest(4), digest(4)}, KM_ERROR_UNSUPPORTED_DIGEST},
-                 {"MD5, listed", KM_PURPOSE_SIGN, {digest(1)}, KM_ERROR_UNSUPPORTED_DIGEST},
-                 {"unlisted", KM_PURPOSE_SIGN, {digest(0)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-                 {"unlisted to verify", KM_PURPOSE_VERIFY, {digest(6)}, KM_ERROR_OK},
-                 {"SHA-1, StrongBox",
-                  KM_PURPOSE_VERIFY,
-                  {digest(2)},
-                  KM_ERROR_UNSUPPORTED_DIGEST,
-                  kStrongBox},
-             });
+        testKey(KM_ALGORITHM_EC, encodePrivateKey(pair.get()), {digest(4), digest(1)});
+    const std::vector<BeginCase> cases = {
+        {"none", kSign, {}, kNoDigest},
+        {"repeated", kSign, {digest(4), digest(4)}, kNoDigest},
+        {"MD5, though listed", kSign, {digest(1)}, kNoDigest},
+        {"unlisted", kSign, {digest(0)}, kOtherDigest},
+        {"unlisted to verify", kVerify, {digest(6)}, kOk},
+        {"StrongBox", kVerify, {digest(2)}, kNoDigest, kStrongBox},
+    };
+    checkBegin(key, cases);
 }
 
 TEST(Begin, CiphersCheckModePaddingMacLengthAndNonce) {
+    const Param ecb = mode(KM_MODE_ECB);
+    const Param cbc = mode(KM_MODE_CBC);
+    const Param ctr = mode(KM_MODE_CTR);
+    const Param gcm = mode(KM_MODE_GCM);
     const Param none = padding(KM_PAD_NONE);
     const Param pkcs7 = padding(KM_PAD_PKCS7);
-    const OpenedKey aes = testKey(KM_ALGORITHM_AES, Bytes(16),
-                                  {mode(KM_MODE_ECB), mode(KM_MODE_CTR), mode(KM_MODE_GCM), none,
-                                   minMac(112), padding(KM_PAD_RSA_PSS)});
-    const Bytes twelve(12);
-    constexpr auto kEncrypt = KM_PURPOSE_ENCRYPT;
-    constexpr auto kDecrypt = KM_PURPOSE_DECRYPT;
-    const auto gcm = [&](uint64_t bits) {
-        return ParamSet{mode(KM_MODE_GCM), none, macLength(bits), nonce(twelve)};
+    const Param pss = padding(KM_PAD_RSA_PSS);
+    const Param iv = nonce(Bytes(12));
+    const std::vector<BeginCase> aes_cases = {
+        {"nothing", kEncrypt, {}, kNoMode},
+        {"two modes", kEncrypt, {ecb, ctr, none}, kNoMode},
+        {"unknown mode", kEncrypt, {mode(4), none}, kNoMode},
+        {"unlisted mode, before the padding", kEncrypt, {cbc}, kOtherMode},
+        {"no padding", kEncrypt, {ecb}, kNoPadding},
+        {"two paddings", kEncrypt, {ecb, none, pkcs7}, kNoPadding},
+        {"unsuitable, though listed", kEncrypt, {ecb, pss}, kNoPadding},
+        {"unlisted", kDecrypt, {ecb, pkcs7}, kOtherPadding},
+        {"no MAC length, before the nonce", kEncrypt, {gcm, none, iv}, KM_ERROR_MISSING_MAC_LENGTH},
+        {"136 bits", kEncrypt, {gcm, none, macLength(136)}, kNoMacLength},
+        {"100 bits", kDecrypt, {gcm, none, macLength(100), iv}, kNoMacLength},
+        {"104 bits", kEncrypt, {gcm, none, macLength(104)}, KM_ERROR_INVALID_MAC_LENGTH},
+        {"104 bits", kDecrypt, {gcm, none, macLength(104), iv}, KM_ERROR_INVALID_MAC_LENGTH},
+        {"nonce, also a wrong one", kEncrypt, {ctr, none, iv}, KM_ERROR_CALLER_NONCE_PROHIBITED},
+        {"nonce to decrypt with", kDecrypt, {gcm, none, macLength(112), iv}, kOk},
+        {"wrong nonce", kDecrypt, {ctr, none, iv}, KM_ERROR_INVALID_NONCE},
+        {"no nonce", kDecrypt, {ctr, none}, KM_ERROR_MISSING_NONCE},
+        {"ECB needs none", kDecrypt, {ecb, none, macLength(7)}, kOk},
     };
-    checkBegin(
-        aes,
-        {
-            {"nothing", kEncrypt, {}, KM_ERROR_UNSUPPORTED_BLOCK_MODE},
-            {"two modes", kEncrypt, {mode(1), mode(3), none}, KM_ERROR_UNSUPPORTED_BLOCK_MODE},
-            {"unknown mode", kEncrypt, {mode(4), none}, KM_ERROR_UNSUPPORTED_BLOCK_MODE},
-            {"unlisted mode first", kEncrypt, {mode(2)}, KM_ERROR_INCOMPATIBLE_BLOCK_MODE},
-            {"no padding", kEncrypt, {mode(1)}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"two", kEncrypt, {mode(1), none, pkcs7}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"PSS, listed", kEncrypt, {mode(1), padding(3)}, KM_ERROR_UNSUPPORTED_PADDING_MODE},
-            {"unlisted", kDecrypt, {mode(1), pkcs7}, KM_ERROR_INCOMPATIBLE_PADDING_MODE},
-            {"no MAC length", kEncrypt, {mode(32), none}, KM_ERROR_MISSING_MAC_LENGTH},
-            {"136", kEncrypt, gcm(136), KM_ERROR_UNSUPPORTED_MAC_LENGTH},
-            {"100", kDecrypt, gcm(100), KM_ERROR_UNSUPPORTED_MAC_LENGTH},
-            {"below, encrypt", kEncrypt, gcm(104), KM_ERROR_INVALID_MAC_LENGTH},
-            {"below, decrypt", kDecrypt, gcm(104), KM_ERROR_INVALID_MAC_LENGTH},
-            {"nonce of the caller", kEncrypt, gcm(112), KM_ERROR_CALLER_NONCE_PROHIBITED},
-            {"prohibition before length",
-             kEncrypt,
-             {mode(3), none, nonce(twelve)},
-             KM_ERROR_CALLER_NONCE_PROHIBITED},
-            {"nonce to decrypt with", kDecrypt, gcm(112), KM_ERROR_OK},
-            {"12 for CTR", kDecrypt, {mode(3), none, nonce(twelve)}, KM_ERROR_INVALID_NONCE},
-            {"no nonce", kDecrypt, {mode(3), none}, KM_ERROR_MISSING_NONCE},
-            {"ECB needs none", kDecrypt, {mode(1), none, macLength(7)}, KM_ERROR_OK},
-        });
-
-    const OpenedKey pkcs7_only =
-        testKey(KM_ALGORITHM_AES, Bytes(16), {mode(KM_MODE_CTR), mode(KM_MODE_GCM), pkcs7});
-    checkBegin(pkcs7_only,
-               {{"CTR, none", kEncrypt, {mode(3), none}, KM_ERROR_INCOMPATIBLE_PADDING_MODE},
-                {"CTR, PKCS7", kEncrypt, {mode(3), pkcs7}, KM_ERROR_INCOMPATIBLE_PADDING_MODE},
-                {"GCM, PKCS7", kEncrypt, {mode(32), pkcs7}, KM_ERROR_INCOMPATIBLE_PADDING_MODE}});
-
-    const OpenedKey des =
-        testKey(KM_ALGORITHM_TRIPLE_DES, Bytes(24), {mode(KM_MODE_CBC), mode(KM_MODE_CTR), none});
-    checkBegin(des, {{"CTR", kEncrypt, {mode(3), none}, KM_ERROR_UNSUPPORTED_BLOCK_MODE},
-                     {"ECB", kDecrypt, {mode(1), none}, KM_ERROR_INCOMPATIBLE_BLOCK_MODE},
-                     {"12", kDecrypt, {mode(2), none, nonce(twelve)}, KM_ERROR_INVALID_NONCE}});
+    checkBegin(testKey(KM_ALGORITHM_AES, Bytes(16), {ecb, ctr, gcm, none, pss, minMac(112)}),
+               aes_cases);
+    const std::vector<BeginCase> pkcs7_cases = {
+        {"unlisted none", kEncrypt, {ctr, none}, kOtherPadding},
+        {"padded CTR", kEncrypt, {ctr, pkcs7}, kOtherPadding},
+        {"padded GCM", kEncrypt, {gcm, pkcs7}, kOtherPadding},
+    };
+    checkBegin(testKey(KM_ALGORITHM_AES, Bytes(16), {ctr, gcm, pkcs7}), pkcs7_cases);
+    const std::vector<BeginCase> des_cases = {
+        {"CTR, though listed", kEncrypt, {ctr, none}, kNoMode},
+        {"GCM, though listed", kEncrypt, {gcm, none}, kNoMode},
+        {"unlisted", kDecrypt, {ecb, none}, kOtherMode},
+        {"wrong nonce", kDecrypt, {cbc, none, iv}, KM_ERROR_INVALID_NONCE},
+    };
+    checkBegin(testKey(KM_ALGORITHM_TRIPLE_DES, Bytes(24), {cbc, ctr, gcm, none}), des_cases);
 }
 
 TEST(Begin, HmacChecksDigestAndMacLength) {
-    const OpenedKey key =
-        testKey(KM_ALGORITHM_HMAC, Bytes(16), {digest(KM_DIGEST_SHA_2_256), minMac(128)});
     const Param sha256 = digest(KM_DIGEST_SHA_2_256);
-    const auto length = [&](uint64_t bits) { return ParamSet{sha256, macLength(bits)}; };
-    checkBegin(
-        key, {
-                 {"no digest", KM_PURPOSE_SIGN, {macLength(128)}, KM_ERROR_UNSUPPORTED_DIGEST},
-                 {"two", KM_PURPOSE_SIGN, {sha256, digest(2)}, KM_ERROR_UNSUPPORTED_DIGEST},
-                 {"other", KM_PURPOSE_SIGN, {digest(2)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-                 {"NONE", KM_PURPOSE_VERIFY, {digest(0)}, KM_ERROR_INCOMPATIBLE_DIGEST},
-                 {"no length", KM_PURPOSE_SIGN, {sha256}, KM_ERROR_MISSING_MAC_LENGTH},
-                 {"no length to verify", KM_PURPOSE_VERIFY, {sha256}, KM_ERROR_OK},
-                 {"264", KM_PURPOSE_SIGN, length(264), KM_ERROR_UNSUPPORTED_MAC_LENGTH},
-                 {"264 to verify", KM_PURPOSE_VERIFY, length(264), KM_ERROR_UNSUPPORTED_MAC_LENGTH},
-                 {"130", KM_PURPOSE_SIGN, length(130), KM_ERROR_UNSUPPORTED_MAC_LENGTH},
-                 {"120", KM_PURPOSE_SIGN, length(120), KM_ERROR_INVALID_MAC_LENGTH},
-                 {"128", KM_PURPOSE_SIGN, length(128), KM_ERROR_OK, kStrongBox},
-             });
+    const std::vector<BeginCase> cases = {
+        {"no digest", kSign, {macLength(128)}, kNoDigest},
+        {"two digests", kSign, {sha256, digest(2)}, kNoDigest},
+        {"another", kSign, {digest(2)}, kOtherDigest},
+        {"none", kVerify, {digest(0)}, kOtherDigest},
+        {"no length", kSign, {sha256}, KM_ERROR_MISSING_MAC_LENGTH},
+        {"no length to verify", kVerify, {sha256}, kOk},
+        {"264 bits", kSign, {sha256, macLength(264)}, kNoMacLength},
+        {"264 bits to verify", kVerify, {sha256, macLength(264)}, kNoMacLength},
+        {"130 bits", kSign, {sha256, macLength(130)}, kNoMacLength},
+        {"120 bits", kSign, {sha256, macLength(120)}, KM_ERROR_INVALID_MAC_LENGTH},
+        {"128 bits", kSign, {sha256, macLength(128)}, kOk, kStrongBox},
+    };
+    checkBegin(testKey(KM_ALGORITHM_HMAC, Bytes(16), {sha256, minMac(128)}), cases);
 }
 
 }  // namespace

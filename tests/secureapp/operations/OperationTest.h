@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "../attestation/Hex.h"
 #include "../support/TestServices.h"
 #include "Crypto.h"
@@ -17,38 +15,25 @@ using namespace secureapp;  // NOLINT: these helpers belong to its tests
 
 constexpr auto kTee = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
 constexpr auto kStrongBox = KM_SECURITY_LEVEL_STRONGBOX;
+constexpr uint32_t kEncrypt = KM_PURPOSE_ENCRYPT;
+constexpr uint32_t kDecrypt = KM_PURPOSE_DECRYPT;
+constexpr uint32_t kSign = KM_PURPOSE_SIGN;
+constexpr uint32_t kVerify = KM_PURPOSE_VERIFY;
 
-inline Param padding(uint64_t value) {
-    return intParam(KM_TAG_PADDING, value);
-}
-inline Param digest(uint64_t value) {
-    return intParam(KM_TAG_DIGEST, value);
-}
-inline Param mode(uint64_t value) {
-    return intParam(KM_TAG_BLOCK_MODE, value);
-}
-inline Param macLength(uint64_t bits) {
-    return intParam(KM_TAG_MAC_LENGTH, bits);
-}
-inline Param minMac(uint64_t bits) {
-    return intParam(KM_TAG_MIN_MAC_LENGTH, bits);
-}
-inline Param nonce(ByteView value) {
-    return bytesParam(KM_TAG_NONCE, value);
-}
-inline Param aad(const std::string& text) {
-    return bytesParam(KM_TAG_ASSOCIATED_DATA, Bytes(text.begin(), text.end()));
-}
+constexpr auto padding = [](uint64_t value) { return intParam(KM_TAG_PADDING, value); };
+constexpr auto digest = [](uint64_t value) { return intParam(KM_TAG_DIGEST, value); };
+constexpr auto mode = [](uint64_t value) { return intParam(KM_TAG_BLOCK_MODE, value); };
+constexpr auto macLength = [](uint64_t bits) { return intParam(KM_TAG_MAC_LENGTH, bits); };
+constexpr auto minMac = [](uint64_t bits) { return intParam(KM_TAG_MIN_MAC_LENGTH, bits); };
+constexpr auto nonce = [](ByteView value) { return bytesParam(KM_TAG_NONCE, value); };
 
-inline Bytes text(const std::string& characters) {
-    return Bytes(characters.begin(), characters.end());
-}
+// The same bytes for the same count, and different ones for another.
+constexpr auto pattern = [](size_t count) { return CountingRandom(count).bytes(count); };
+constexpr auto text = [](const std::string& ascii) { return Bytes(ascii.begin(), ascii.end()); };
+
 inline Bytes joined(Bytes first, ByteView second) {
     first.insert(first.end(), second.begin(), second.end());
     return first;
-}
-inline Bytes pattern(size_t count) {
-    return CountingRandom(count).bytes(count);
 }
 inline Bytes flipped(Bytes bytes, size_t at) {
     bytes[at] = static_cast<uint8_t>(bytes[at] ^ 1);
@@ -63,29 +48,24 @@ inline OpenedKey testKey(uint32_t algorithm, Bytes material, ParamSet authorizat
     return key;
 }
 
-inline const Bytes& testSharedKey() {
-    static const Bytes key =
-        fromHex("6b0ba12a57af2ab16b25eee340457782bfd2de8b006ec62e93919449fa50a54c");
-    return key;
-}
-
 inline std::unique_ptr<Operation> begin(uint32_t purpose, const OpenedKey& key,
                                         const ParamSet& params,
                                         keymaster_security_level_t level = kTee) {
     static CountingRandom random;
-    return startOperation(purpose, key, params, level, random, testSharedKey());
+    static const Bytes shared_key =
+        fromHex("6b0ba12a57af2ab16b25eee340457782bfd2de8b006ec62e93919449fa50a54c");
+    return startOperation(purpose, key, params, level, random, shared_key);
 }
 
-// The whole operation, its input in steps of `step` bytes: all but the last step as updates.
+// The whole operation, its input in steps of `step` bytes: all but the last one as updates.
 inline Bytes run(uint32_t purpose, const OpenedKey& key, const ParamSet& params, ByteView input,
                  ByteView signature = {}, size_t step = SIZE_MAX) {
     const auto operation = begin(purpose, key, params);
     Bytes out;
     for (; input.size() > step; input = input.sub(step)) {
-        const Bytes piece = operation->update({}, input.sub(0, step));
-        out.insert(out.end(), piece.begin(), piece.end());
+        out = joined(std::move(out), operation->update({}, input.sub(0, step)));
     }
-    return joined(out, operation->finish({}, input, signature));
+    return joined(std::move(out), operation->finish({}, input, signature));
 }
 
 // What a call is refused with.

@@ -1,0 +1,97 @@
+#include <Keymaster41Device.h>
+
+#include "ServiceMethods.h"
+
+namespace {
+
+using namespace ::lumo::test;
+using ::android::wp;
+using ::keymaster::V4_0::Keymaster4Device;
+using ::keymaster::V4_1::CreateKeymasterDevice;
+using ::keymaster::V4_1::CreateSbKeymasterDevice;
+using ::keymaster::V4_1::Keymaster41Device;
+using Interface41 = ::android::hardware::keymaster::V4_1::IKeymasterDevice;
+using ErrorCode41 = ::android::hardware::keymaster::V4_1::ErrorCode;
+
+class Keymaster41DeviceTest : public ServiceTest {};
+
+// The object's 4.0 face by way of the 4.0 object that it contains.
+IKeymasterDevice& containedDevice(Interface41& device) {
+    return static_cast<Keymaster4Device&>(static_cast<Keymaster41Device&>(device));
+}
+
+TEST_F(Keymaster41DeviceTest, EveryMethod) {
+    for (const bool strongbox : {false, true}) {
+        const auto device = start(strongbox ? CreateSbKeymasterDevice : CreateKeymasterDevice);
+        expectEveryMethod(*device, strongbox);
+        expectEveryMethod(containedDevice(*device), strongbox);
+    }
+}
+
+TEST_F(Keymaster41DeviceTest, MethodsThatSendNothing) {
+    const auto device = start(CreateSbKeymasterDevice);
+    int calls = 0;
+    device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
+        ++calls;
+        EXPECT_EQ(level, SecurityLevel::STRONGBOX);
+        EXPECT_EQ(std::string(name) + ", " + std::string(author), "Keymaster HAL: 4, LUMO");
+    });
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(ErrorCode(device->addRngEntropy({1})), ErrorCode::OK);
+    Answer answer;
+    device->getKeyCharacteristics({}, {}, {}, std::ref(answer));
+    EXPECT_EQ(answer.error, ErrorCode::UNEXPECTED_NULL_POINTER);
+    EXPECT_EQ(transport.sentCount(), 0U);
+}
+
+TEST_F(Keymaster41DeviceTest, NotificationsReachTheSecureApplication) {
+    for (const bool strongbox : {false, true}) {
+        const auto device = start(strongbox ? CreateSbKeymasterDevice : CreateKeymasterDevice);
+        VerificationToken token{};
+        token.challenge = 5;
+        EXPECT_EQ(ErrorCode41(device->deviceLocked(true, token)), ErrorCode41::OK);
+        EXPECT_EQ(transport.lastSent().command_id, strongbox ? 0x211DU : 0x211AU);
+        EXPECT_EQ(transport.lastSent().request, hex("a1 182e f5"));
+        EXPECT_EQ(ErrorCode41(device->deviceLocked(false, {})), ErrorCode41::OK);
+        EXPECT_EQ(transport.lastSent().request, hex("a1 182e f4"));
+
+        EXPECT_EQ(ErrorCode41(device->earlyBootEnded()), ErrorCode41::OK);
+        EXPECT_EQ(transport.lastSent().command_id, strongbox ? 0x211CU : 0x2119U);
+        EXPECT_EQ(transport.lastSent().request, Bytes());
+
+        transport.replies = {{-72, {}}, {-73, {}}};
+        EXPECT_EQ(ErrorCode41(device->deviceLocked(true, {})), ErrorCode41::DEVICE_LOCKED);
+        EXPECT_EQ(ErrorCode41(device->earlyBootEnded()), ErrorCode41::EARLY_BOOT_ENDED);
+    }
+}
+
+TEST_F(Keymaster41DeviceTest, AloneItRefusesNotifications) {
+    const auto device = start<Interface41>([] {
+        return static_cast<Interface41*>(new Keymaster41Device(KM_SECURITY_LEVEL_STRONGBOX));
+    });
+    EXPECT_EQ(ErrorCode41(device->deviceLocked(true, {})), ErrorCode41::UNIMPLEMENTED);
+    EXPECT_EQ(ErrorCode41(device->earlyBootEnded()), ErrorCode41::UNIMPLEMENTED);
+    EXPECT_EQ(transport.callNames(), "");
+}
+
+TEST_F(Keymaster41DeviceTest, BothBasesShareOneReferenceCount) {
+    sp<Interface41> device = start(CreateKeymasterDevice);
+    sp<IKeymasterDevice> contained = &containedDevice(*device);
+    const wp<IKeymasterDevice> watch = contained;
+    EXPECT_EQ(device->getStrongCount(), 2);
+    EXPECT_EQ(contained->getStrongCount(), 2);
+    device = nullptr;
+    EXPECT_EQ(ErrorCode(contained->deleteAllKeys()), ErrorCode::OK);
+    contained = nullptr;
+    EXPECT_EQ(watch.promote(), nullptr);
+}
+
+TEST_F(Keymaster41DeviceTest, ErrorsKeepTheirNumbers) {
+    using ::keymaster::V4_1::convert;
+    for (const int number : {0, -72, -1000, 5}) {
+        EXPECT_EQ(static_cast<int>(convert(static_cast<ErrorCode>(number))), number);
+        EXPECT_EQ(static_cast<int>(convert(static_cast<ErrorCode41>(number))), number);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,341 @@
+// The daemon, run as the program that it is.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "Client.h"
+#include "Folder.h"
+#include "lumo/Transport.h"
+
+namespace lumo::test {
+namespace {
+
+using keymasterutils::KeymasterUtils;
+using ::testing::HasSubstr;
+
+constexpr auto kTee = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
+constexpr int kReadyFd = 30;
+
+// One run of the program; `out` is what it writes to both outputs.
+class Program {
+  public:
+    explicit Program(std::vector<std::string> arguments) {
+        int ready[2], out[2];
+        if (::pipe2(ready, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(ready[1], kReadyFd);
+            ::dup2(out[1], STDOUT_FILENO);
+            ::dup2(out[1], STDERR_FILENO);
+            arguments.insert(arguments.begin(), LUMO_DAEMON);
+            std::vector<char*> argv;
+            for (std::string& argument : arguments) argv.push_back(argument.data());
+            argv.push_back(nullptr);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
+        }
+        ::close(ready[1]);
+        ::close(out[1]);
+        ready_ = ready[0];
+        out_ = out[0];
+    }
+    ~Program() {
+        if (pid_ > 0) end(SIGKILL);
+        ::close(ready_);
+        ::close(out_);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // What came on the ready descriptor until the program closed it.
+    std::string awaitReady() { return readAll(ready_); }
+
+    // The exit status, or minus the signal that ended it.
+    int wait() {
+        int status = 0;
+        ::waitpid(std::exchange(pid_, -1), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    int end(int signal) {
+        ::kill(pid_, signal);
+        return wait();
+    }
+    void send(int signal) const { ::kill(pid_, signal); }
+    std::string output() { return readAll(out_); }
+
+  private:
+    static std::string readAll(int fd) {
+        std::string text;
+        char chunk[256];
+        for (ssize_t got; (got = ::read(fd, chunk, sizeof(chunk))) > 0;) {
+            text.append(chunk, static_cast<size_t>(got));
+        }
+        return text;
+    }
+
+    pid_t pid_ = -1;
+    int ready_ = -1, out_ = -1;
+};
+
+class Daemon : public ::testing::Test {
+  protected:
+    std::unique_ptr<Program> launch(const std::string& profile = "cbor") {
+        return std::make_unique<Program>(
+            std::vector<std::string>{"--listen", "unix:" + socket_, "--state", folder_ / "state",
+                                     "--profile", profile, "--ready-fd", std::to_string(kReadyFd)});
+    }
+
+    std::unique_ptr<Program> start(const std::string& profile = "cbor") {
+        auto program = launch(profile);
+        EXPECT_EQ(program->awaitReady(), "ready\n");
+        useTransport("unix:" + socket_);
+        return program;
+    }
+
+    // A client that sends what it likes.
+    int connectRaw() const {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::copy(socket_.begin(), socket_.end(), address.sun_path);
+        const timeval patience = {3, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+        EXPECT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        return fd;
+    }
+
+    Folder folder_;
+    const std::string socket_ = folder_ / "socket";
+};
+
+TEST_F(Daemon, ServesSeveralClientsAtOnce) {
+    const auto daemon = start();
+    struct stat status = {};
+    ASSERT_EQ(::stat(socket_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+
+    KeymasterUtils first(kTee);
+    ASSERT_EQ(sendCbor(first, kConfigure, kVersions).error, KM_ERROR_OK);
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 4; ++i) {
+        clients.emplace_back([] {
+            KeymasterUtils client(kTee);
+            EXPECT_FALSE(client.isLegacy());
+            EXPECT_EQ(client.getKeymasterVersion(), 4U);
+            for (int round = 0; round < 10; ++round) {
+                const Bytes generated = sendCbor(client, kGenerate, kHmacKey).body;
+                const CborAnswer begun = sendCbor(client, kBegin, beginSign(generated));
+                EXPECT_EQ(begun.error, KM_ERROR_OK);
+                Bytes abort = {0xA1};
+                const Bytes handle = entryOf(begun.body);
+                abort.insert(abort.end(), handle.begin(), handle.end());
+                EXPECT_EQ(sendCbor(client, kAbort, abort).error, KM_ERROR_OK);
+                EXPECT_EQ(sendRecord(client, {kDateSupport, 0, 0}), KM_ERROR_OK);
+            }
+        });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(daemon->end(SIGTERM), 0);
+    EXPECT_NE(::stat(socket_.c_str(), &status), 0) << "the socket is left behind";
+}
+
+TEST_F(Daemon, PlaysItsProfile) {
+    const auto daemon = start("legacy-3");
+    KeymasterUtils client(kTee);
+    EXPECT_TRUE(client.isLegacy());
+    EXPECT_EQ(client.getKeymasterVersion(), 3U);
+    EXPECT_EQ(client.getKeymasterTaMinorVersion(), 112U);
+    EXPECT_EQ(client.getKeymasterHalMinorVersion(), 0U);
+    EXPECT_EQ(sendRecord(client, {kDateSupport, 0, 0}), KM_ERROR_INVALID_TAG);
+}
+
+TEST_F(Daemon, ButtonIsPressedWithASignal) {
+    constexpr uint32_t kFinish = 0x2112;
+    const Bytes kTrustedPresence = {0x1A, 0x70, 0x00, 0x01, 0xFB, 0xF5};
+    Bytes presence_key = kHmacKey;
+    presence_key[0] = 0xA8;
+    presence_key[2] = 0x07;
+    presence_key.insert(presence_key.end(), kTrustedPresence.begin(), kTrustedPresence.end());
+
+    ASSERT_EQ(::mkdir((folder_ / "state").c_str(), 0700), 0);
+    std::ofstream(folder_ / "state/world.conf") << "user_presence = yes\n";
+    ASSERT_EQ(::chmod((folder_ / "state/world.conf").c_str(), 0600), 0);
+    const auto daemon = start();
+    KeymasterUtils client(kTee);
+    ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK);
+    const CborAnswer key = sendCbor(client, kGenerate, presence_key);
+    ASSERT_EQ(key.error, KM_ERROR_OK);
+    for (const bool pressed : {false, true}) {
+        const CborAnswer begun = sendCbor(client, kBegin, beginSign(key.body));
+        ASSERT_EQ(begun.error, KM_ERROR_OK);
+        if (pressed) daemon->send(SIGUSR1);
+        // The daemon takes the signal before it answers a newcomer.
+        EXPECT_EQ(KeymasterUtils(kTee).getKeymasterVersion(), 4U);
+        Bytes finish = {0xA1};
+        const Bytes handle = entryOf(begun.body);
+        finish.insert(finish.end(), handle.begin(), handle.end());
+        EXPECT_EQ(sendCbor(client, kFinish, finish).error,
+                  pressed ? KM_ERROR_OK : KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
+    }
+}
+
+// The frames' header: "LUMQ", kind, level, command, capacity, lengths of area and body.
+TEST_F(Daemon, OneClientsTroubleIsNobodyElses) {
+    const auto daemon = start();
+    KeymasterUtils good(kTee);
+    ASSERT_EQ(sendCbor(good, kConfigure, kVersions).error, KM_ERROR_OK);
+
+    const auto header = [](std::initializer_list<uint32_t> words) {
+        std::string bytes;
+        for (const uint32_t word : words) {
+            for (unsigned shift = 0; shift < 32; shift += 8) {
+                bytes += static_cast<char>(word >> shift);
+            }
+        }
+        return bytes;
+    };
+    constexpr uint32_t kMagic = 0x514D554C;
+    struct {
+        const char* what;
+        std::string sent;
+        bool closes;  // whether the daemon hangs up on it at once
+    } const cases[] = {
+        {"nothing", "", false},
+        {"half a header", header({kMagic, 2}), false},
+        {"a header whose body does not come", header({kMagic, 2, 1, kGenerate, 0, 0, 100}), false},
+        {"garbage", std::string(64, '\xA5'), true},
+        {"a body too large", header({kMagic, 2, 1, kGenerate, 0, 0, 0xFFFFFFFF}), true},
+        {"an area too large", header({kMagic, 3, 1, 0, 100, 65, 0}), true},
+        {"a capacity too large", header({kMagic, 3, 1, 0, 0xFFFFFFFF, 0, 0}), true},
+        {"an unknown kind", header({kMagic, 9, 1, 0, 0, 0, 0}), true},
+        {"an unknown level", header({kMagic, 2, 77, kGenerate, 0, 0, 0}), true},
+    };
+    std::vector<int> sockets;
+    for (const auto& test : cases) {
+        const int fd = connectRaw();
+        sockets.push_back(fd);
+        ASSERT_EQ(::send(fd, test.sent.data(), test.sent.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(test.sent.size()));
+        char byte = 0;
+        if (test.closes) {
+            const ssize_t got = ::recv(fd, &byte, 1, 0);
+            EXPECT_TRUE(got == 0 || (got < 0 && errno == ECONNRESET)) << test.what;
+        }
+        EXPECT_EQ(sendCbor(good, kGenerate, kHmacKey).error, KM_ERROR_OK) << test.what;
+    }
+    // Clients that die with a request under way.
+    for (int i = 0; i < 20; ++i) {
+        const int fd = connectRaw();
+        const std::string request = header({kMagic, 2, 1, kSharing, 0, 0, 0});
+        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+        ::close(fd);
+    }
+    EXPECT_EQ(sendCbor(good, kGenerate, kHmacKey).error, KM_ERROR_OK);
+    EXPECT_EQ(daemon->end(SIGTERM), 0);
+    for (const int fd : sockets) ::close(fd);
+}
+
+TEST_F(Daemon, RestartLosesNoKey) {
+    auto daemon = start();
+    KeymasterUtils client(kTee);
+    ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK);
+    const Bytes generated = sendCbor(client, kGenerate, kHmacKey).body;
+    for (const int signal : {SIGKILL, SIGTERM}) {
+        EXPECT_EQ(daemon->end(signal), signal == SIGKILL ? -SIGKILL : 0);
+        EXPECT_EQ(sendCbor(client, kSharing, {}).error, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+        EXPECT_EQ(client.hsm_init(), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+        EXPECT_EQ(lastTransportFailure().kind, TransportStatus::transport);
+        // A socket left over by the kill is no obstacle.
+        daemon = start();
+        EXPECT_EQ(client.hsm_init(), KM_ERROR_OK);
+        ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK);
+        EXPECT_EQ(sendCbor(client, kBegin, beginSign(generated)).error, KM_ERROR_OK);
+    }
+}
+
+// Killed while it makes its state, then while clients make keys: it always starts again, and
+// whatever it had answered can be used afterwards.
+TEST_F(Daemon, StateSurvivesKillsInALoop) {
+    for (useconds_t moment = 0; moment < 30; ++moment) {
+        const auto daemon = launch();
+        ::usleep(1000 * moment);
+        EXPECT_EQ(daemon->end(SIGKILL), -SIGKILL);
+    }
+    std::vector<Bytes> keys;
+    for (int round = 0; round < 8; ++round) {
+        const auto daemon = start();
+        KeymasterUtils client(kTee);
+        ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK) << round;
+        for (const Bytes& key : keys) {
+            EXPECT_EQ(sendCbor(client, kBegin, beginSign(key)).error, KM_ERROR_OK) << round;
+        }
+        std::thread killer([&] {
+            ::usleep(static_cast<useconds_t>(20000 + 1300 * round));
+            daemon->end(SIGKILL);
+        });
+        Bytes last;
+        for (CborAnswer made = {}; made.error == KM_ERROR_OK;) {
+            last = made.body;
+            made = sendCbor(client, kGenerate, kHmacKey);
+        }
+        killer.join();
+        if (!last.empty()) keys.push_back(last);
+    }
+    EXPECT_FALSE(keys.empty());
+}
+
+TEST_F(Daemon, RefusesToStartInTheWrongPlace) {
+    const auto daemon = start();
+    const std::string own_state = folder_ / "other";
+    std::ofstream(folder_ / "file") << "x";
+    const std::string loose = folder_ / "loose";
+    ::mkdir(loose.c_str(), 0700);
+    ::chmod(loose.c_str(), 0777);
+    struct {
+        std::vector<std::string> arguments;
+        int status;
+        const char* why;
+    } const cases[] = {
+        {{"--listen", "unix:" + socket_, "--state", own_state}, 4, "served by another process"},
+        {{"--listen", "unix:" + (folder_ / "s2"), "--state", folder_ / "state"},
+         6,
+         "another daemon"},
+        {{"--listen", "unix:" + (folder_ / "file"), "--state", own_state}, 4, "no socket"},
+        {{"--listen", "unix:" + loose + "/s", "--state", own_state}, 4, "open to other users"},
+        {{"--listen", "unix:/" + std::string(200, 'x'), "--state", own_state}, 4, "bytes"},
+        {{"--listen", "unix:" + (folder_ / "s3"), "--state", loose}, 6, "open to other users"},
+        {{"--listen", "unix:" + (folder_ / "s4"), "--profile", "legacy-9"}, 2, "--profile"},
+        {{"--listen", "tcp:1"}, 2, "--listen unix:PATH"},
+        {{}, 2, "--listen unix:PATH"},
+        {{"--verbose"}, 2, "--verbose"},
+    };
+    for (const auto& test : cases) {
+        Program refused(test.arguments);
+        EXPECT_EQ(refused.wait(), test.status) << test.why;
+        EXPECT_THAT(refused.output(), HasSubstr(test.why));
+    }
+    KeymasterUtils client(kTee);
+    EXPECT_EQ(client.hsm_init(), KM_ERROR_OK);
+}
+
+TEST_F(Daemon, PrintsItsCapabilities) {
+    Program program({"--print-capabilities"});
+    const auto printed = nlohmann::json::parse(program.output());
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(printed.at("profiles").size(), 4U);
+    EXPECT_EQ(printed.at("most_clients"), 64);
+    EXPECT_EQ(printed.at("largest_request_bytes"), 2 << 20);
+}
+
+}  // namespace
+}  // namespace lumo::test

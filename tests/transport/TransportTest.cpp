@@ -1,0 +1,179 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Client.h"
+#include "Folder.h"
+#include "TransportName.h"
+#include "lumo/Transport.h"
+
+namespace lumo::test {
+namespace {
+
+using keymasterutils::KeymasterUtils;
+using ::testing::HasSubstr;
+
+constexpr auto kTee = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
+constexpr auto kStrongBox = KM_SECURITY_LEVEL_STRONGBOX;
+
+TEST(TransportName, MeansOneThingOrIsRefused) {
+    struct {
+        const char* text;
+        const char* profile_or_path;  // null: refused
+        const char* why;
+    } const cases[] = {
+        {"sim", "cbor", ""},
+        {"sim:profile=cbor", "cbor", ""},
+        {"sim:profile=legacy-4", "legacy-4", ""},
+        {"sim:profile=legacy-3", "legacy-3", ""},
+        {"sim:profile=legacy-3-encoding", "legacy-3-encoding", ""},
+        {"unix:/run/x=y", "/run/x=y", ""},
+        {"", nullptr, "unknown transport ''"},
+        {"SIM", nullptr, "unknown transport 'SIM'"},
+        {"simulator", nullptr, "unknown transport"},
+        {"sim:", nullptr, "profile=NAME"},
+        {"sim:legacy-4", nullptr, "profile=NAME"},
+        {"sim:profil=cbor", nullptr, "not 'profil=cbor'"},
+        {"sim:profile=legacy-5", nullptr, "known are cbor, legacy-4, legacy-3, legacy-3-encoding"},
+        {"sim:profile=cbor,profile=cbor", nullptr, "unknown profile"},
+        {"unix", nullptr, "path"},
+        {"unix:", nullptr, "path"},
+        {"unix:/run/x,timeout=1", nullptr, "no settings"},
+    };
+    for (const auto& test : cases) {
+        try {
+            const auto name = transport::parseTransportName(test.text);
+            ASSERT_NE(test.profile_or_path, nullptr) << test.text;
+            const bool sim = name.kind == transport::TransportName::Kind::kSim;
+            EXPECT_EQ(sim ? name.profile->name : name.path, test.profile_or_path);
+        } catch (const transport::UsageError& error) {
+            EXPECT_EQ(test.profile_or_path, nullptr) << error.what();
+            EXPECT_THAT(error.what(), HasSubstr(test.why));
+            EXPECT_THAT(error.what(), HasSubstr(std::string("LUMO_TRANSPORT='") + test.text));
+        }
+    }
+}
+
+class SimTransport : public ::testing::Test {
+  protected:
+    SimTransport() {
+        ::setenv("LUMO_STATE_DIR", folder_.path().c_str(), 1);
+        ::unsetenv("LUMO_TRANSPORT");
+    }
+
+    Folder folder_;
+};
+
+TEST_F(SimTransport, PlaysTheProfiles) {
+    struct {
+        const char* profile;
+        bool legacy;
+        uint32_t version, ta_minor, hal_minor;
+        int32_t date_support;
+    } const cases[] = {
+        {"cbor", false, 4, 113, 1, KM_ERROR_OK},
+        {"legacy-4", true, 4, 113, 1, KM_ERROR_OK},
+        {"legacy-3", true, 3, 112, 0, KM_ERROR_INVALID_TAG},
+        {"legacy-3-encoding", true, 3, 113, 1, KM_ERROR_OK},
+    };
+    for (const auto& test : cases) {
+        useTransport(std::string("sim:profile=") + test.profile);
+        KeymasterUtils transport(kTee);
+        EXPECT_EQ(transport.isLegacy(), test.legacy);
+        EXPECT_EQ(transport.getKeymasterVersion(), test.version);
+        EXPECT_EQ(transport.getKeymasterTaMinorVersion(), test.ta_minor);
+        EXPECT_EQ(transport.getKeymasterHalMinorVersion(), test.hal_minor);
+        EXPECT_EQ(transport.hsm_init(), KM_ERROR_OK);
+        EXPECT_EQ(sendRecord(transport, {kDateSupport, 0, 0}), test.date_support);
+    }
+}
+
+TEST_F(SimTransport, ObjectsOfOneLevelShareOneBoot) {
+    Bytes generated;
+    Bytes nonce;
+    {
+        KeymasterUtils first(kTee), second(kTee), strongbox(kStrongBox);
+        ASSERT_EQ(sendCbor(first, kConfigure, kVersions).error, KM_ERROR_OK);
+        const CborAnswer key = sendCbor(second, kGenerate, kHmacKey);
+        ASSERT_EQ(key.error, KM_ERROR_OK);
+        generated = key.body;
+        EXPECT_EQ(sendCbor(first, kBegin, beginSign(generated)).error, KM_ERROR_OK);
+        nonce = sendCbor(first, kSharing, {}).body;
+        EXPECT_EQ(sendCbor(second, kSharing, {}).body, nonce);
+        EXPECT_NE(sendCbor(strongbox, 0x2706, {}).body, nonce);
+        EXPECT_EQ(sendCbor(strongbox, 0x2508, kHmacKey).error, KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+        // Responses stay until the next exchange; commands of the other level are unknown.
+        EXPECT_EQ(sendCbor(strongbox, kGenerate, kHmacKey).error, KM_ERROR_UNIMPLEMENTED);
+    }
+    // The next boot: other nonce, same keys.
+    KeymasterUtils later(kTee);
+    EXPECT_NE(sendCbor(later, kSharing, {}).body, nonce);
+    ASSERT_EQ(sendCbor(later, kConfigure, kVersions).error, KM_ERROR_OK);
+    EXPECT_EQ(sendCbor(later, kBegin, beginSign(generated)).error, KM_ERROR_OK);
+}
+
+TEST_F(SimTransport, TakesALargeFinishWhole) {
+    KeymasterUtils transport(kTee);
+    ASSERT_EQ(sendCbor(transport, kConfigure, kVersions).error, KM_ERROR_OK);
+    const Bytes generated = sendCbor(transport, kGenerate, kHmacKey).body;
+    const Bytes handle = entryOf(sendCbor(transport, kBegin, beginSign(generated)).body);
+    Bytes finish = {0xA2};
+    finish.insert(finish.end(), handle.begin(), handle.end());
+    const Bytes input_head = {0x18, 0x23, 0x5A, 0x00, 0x08, 0x00, 0x00};
+    finish.insert(finish.end(), input_head.begin(), input_head.end());
+    finish.resize(finish.size() + 0x80000, 'x');
+    const CborAnswer signature = sendCbor(transport, 0x2112, finish);
+    EXPECT_EQ(signature.error, KM_ERROR_OK);
+    EXPECT_EQ(signature.body.size(), 1U + 2 + 2 + 32);
+}
+
+TEST_F(SimTransport, SharedRegionBoundsEveryRecord) {
+    KeymasterUtils transport(kTee);
+    uint8_t* shared = static_cast<uint8_t*>(transport.vaultlink_dev_init());
+    const uint32_t size = KeymasterUtils::kSharedBufferBytes;
+    EXPECT_EQ(transport.vaultlink_dev_init(), shared);
+    uint8_t elsewhere[64] = {};
+    EXPECT_EQ(transport.send_cmd(shared, 12, shared + 12, size - 11), KM_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(transport.send_cmd(shared, size + 1, shared, 4), KM_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(transport.send_cmd(elsewhere, 12, shared, 4), KM_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(transport.send_cmd(shared, 12, elsewhere, 64), KM_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(transport.send_cmd(shared, size, shared + size, 0),
+              KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+
+    uint8_t copy[4] = {9, 9, 9, 9};
+    EXPECT_EQ(transport.km_memscpy(copy, 2, "abc", 3), 2U);
+    EXPECT_EQ(transport.km_memscpy(copy + 2, 2, "c", 1), 1U);
+    EXPECT_EQ(Bytes(copy, copy + 4), (Bytes{'a', 'b', 'c', 9}));
+    EXPECT_EQ(transport.km_memscpy(nullptr, 2, "c", 1), 0U);
+}
+
+TEST_F(SimTransport, TellsWhatIsWrongBeforeAnyCommand) {
+    EXPECT_EQ(checkTransport(kTee).kind, TransportStatus::ok);
+
+    useTransport("sim:profile=no");
+    const TransportStatus usage = checkTransport(kTee);
+    EXPECT_EQ(usage.kind, TransportStatus::usage);
+    EXPECT_THAT(usage.message, HasSubstr("unknown profile 'no'"));
+    KeymasterUtils refused(kTee);
+    EXPECT_FALSE(refused.isLegacy());
+    EXPECT_EQ(refused.hsm_init(), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+    EXPECT_EQ(sendCbor(refused, kSharing, {}).error, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+    EXPECT_EQ(sendRecord(refused, {kDateSupport, 0, 0}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+
+    useTransport("unix:" + (folder_ / "nobody"));
+    const TransportStatus down = checkTransport(kStrongBox);
+    EXPECT_EQ(down.kind, TransportStatus::transport);
+    EXPECT_THAT(down.message, HasSubstr("is the daemon running?"));
+
+    useTransport("sim");
+    ::chmod((folder_ / "world.conf").c_str(), 0644);
+    const TransportStatus open = checkTransport(kTee);
+    EXPECT_EQ(open.kind, TransportStatus::state);
+    EXPECT_THAT(open.message, HasSubstr("world.conf is open to other users"));
+    KeymasterUtils shut(kTee);
+    EXPECT_EQ(shut.hsm_init(), KM_ERROR_SECURE_HW_ACCESS_DENIED);
+    EXPECT_EQ(lastTransportFailure().kind, TransportStatus::state);
+}
+
+}  // namespace
+}  // namespace lumo::test
