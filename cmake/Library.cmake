@@ -37,15 +37,16 @@ target_include_directories(lumokeymaster4_headers INTERFACE
 target_link_libraries(lumokeymaster4_headers INTERFACE lumo::platform lumo::qcbor lumo::crypto
                                                        lumo_transport_api)
 
+# Compiled once; the product and the library for tests are linked from the same objects.
+lumo_library(lumokeymaster4_objects OBJECT ${LUMO_LIBRARY_SOURCES})
+target_link_libraries(lumokeymaster4_objects PUBLIC lumokeymaster4_headers)
+
 # For tests: everything reachable, the transport left to the test to link.
-lumo_library(lumokeymaster4_static STATIC ${LUMO_LIBRARY_SOURCES})
+add_library(lumokeymaster4_static STATIC $<TARGET_OBJECTS:lumokeymaster4_objects>)
 target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
 
 # The product, with its exports chosen by the version script.
-if(NOT TARGET lumo_transport)
-    return()
-endif()
-lumo_library(lumokeymaster4 SHARED ${LUMO_LIBRARY_SOURCES})
+add_library(lumokeymaster4 SHARED $<TARGET_OBJECTS:lumokeymaster4_objects>)
 target_link_libraries(lumokeymaster4 PUBLIC lumokeymaster4_headers lumo_transport)
 target_link_options(lumokeymaster4 PRIVATE
     LINKER:--version-script=${CMAKE_SOURCE_DIR}/liblumokeymaster4.map LINKER:--no-undefined)

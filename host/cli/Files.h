@@ -1,6 +1,8 @@
 // Input and output files. The path "-" is standard input or output.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,6 +17,8 @@ class FileDescriptor {
     explicit FileDescriptor(int fd = -1) : fd_(fd) {}
     FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor();
 
     int get() const { return fd_; }

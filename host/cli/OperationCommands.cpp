@@ -126,7 +126,8 @@ Action declareEncrypt(CLI::App& app, const Common& common) {
     const auto arguments = std::make_shared<CipherArguments>();
     arguments->declareCipher(app, "data to encrypt", "encrypted data to write");
     app.add_option("--nonce-out", arguments->nonce_file, "write the nonce there, as hex")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->excludes("--nonce");
     return [arguments, &common] {
         requireNoTerminal(arguments->output);
         const OperationRequest request = arguments->request(KeyPurpose::ENCRYPT);

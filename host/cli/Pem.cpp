@@ -52,7 +52,6 @@ bool looksLikePem(const Bytes& file) {
 std::string toPem(const std::string& label, const Bytes& der) {
     const BioPtr bio(BIO_new(BIO_s_mem()));
     const int length = static_cast<int>(der.size());
-    // PEM_write_bio of OpenSSL takes const data, BoringSSL's and older ones the same.
     if (bio == nullptr || PEM_write_bio(bio.get(), label.c_str(), "", der.data(), length) <= 0) {
         throw Failure(Exit::other, "cannot write PEM: out of memory");
     }

@@ -88,7 +88,7 @@ Bytes agreeBetweenLevels() {
         return std::make_tuple(Bytes(a.seed), nonceOf(a)) <
                std::make_tuple(Bytes(b.seed), nonceOf(b));
     });
-    const Bytes check = agree(devices[0], parameters);
+    Bytes check = agree(devices[0], parameters);
     if (agree(devices[1], parameters) != check) {
         throw Failure(
             Exit::check,

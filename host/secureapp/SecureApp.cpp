@@ -57,7 +57,7 @@ struct SecureApp::Impl {
     std::string state_failure;
 };
 
-SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level, World world,
+SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level, const World& world,
                      State& state, State& shared_state, Clock& clock, RandomSource& random)
     : impl_(std::make_unique<Impl>(profile, level, world, state, shared_state, clock, random)) {}
 

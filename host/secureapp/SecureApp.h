@@ -35,8 +35,8 @@ struct CborReply {
 // The calls may come from several threads; they are carried out one at a time.
 class SecureApp {
   public:
-    SecureApp(const Profile& profile, keymaster_security_level_t level, World world, State& state,
-              State& shared_state, Clock& clock, RandomSource& random);
+    SecureApp(const Profile& profile, keymaster_security_level_t level, const World& world,
+              State& state, State& shared_state, Clock& clock, RandomSource& random);
     ~SecureApp();
     SecureApp(const SecureApp&) = delete;
     SecureApp& operator=(const SecureApp&) = delete;

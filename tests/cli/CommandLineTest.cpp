@@ -68,6 +68,7 @@ constexpr FailureCase kUsage[] = {
     {"lumokm generate --active-from 2030-02-30 -o x", 2, "'2030-02-30' is not a date"},
     {"lumokm generate --app-id hex:0 -o x", 2, "--app-id"},
     {"lumokm encrypt -k aes.key --nonce 0g -o x", 2, "--nonce: '0g'"},
+    {"lumokm encrypt -k aes.key --nonce 00 --nonce-out iv -o x", 2, "--nonce excludes --nonce-out"},
     {"lumokm sign -k ec.key --auth-token short.token -o x", 2, "needs 69 bytes"},
     {"lumokm verify -k - --signature - -i data", 2, "only one input"},
     {"lumokm generate --algorithm ec --json", 2, "--json needs standard output"},

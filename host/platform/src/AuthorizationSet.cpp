@@ -119,7 +119,7 @@ keymaster_key_param_t AuthorizationSet::operator[](int at) const {
 }
 
 int AuthorizationSet::find(keymaster_tag_t tag, int begin) const {
-    for (size_t i = static_cast<size_t>(begin + 1); i < length; ++i) {
+    for (size_t i = begin < 0 ? 0 : static_cast<size_t>(begin) + 1; i < length; ++i) {
         if (params[i].tag == tag) return static_cast<int>(i);
     }
     return -1;

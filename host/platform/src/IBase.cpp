@@ -28,6 +28,9 @@ std::string toString(const DebugInfo& info) {
            ", .arch = " + toString(info.arch) + "}";
 }
 
+// The callbacks come by value because the published signatures say so.
+// NOLINTBEGIN(performance-unnecessary-value-param)
+
 bool IBase::isRemote() const {
     return false;
 }
@@ -69,6 +72,8 @@ Return<void> IBase::getDebugInfo(getDebugInfo_cb _hidl_cb) {
     _hidl_cb({-1, 0, kArchitecture});
     return Void();
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 Return<void> IBase::notifySyspropsChanged() {
     ::android::report_sysprop_change();

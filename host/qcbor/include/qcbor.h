@@ -124,6 +124,7 @@ typedef struct {
     bool bBstrWrap;     /* the finished container goes into a byte string */
 } QCBOREncodeLevel;
 
+/* NOLINTNEXTLINE(bugprone-reserved-identifier): the published tag */
 typedef struct _QCBOREncodeContext {
     QCBOROutBuf OutBuf;
     uint8_t uError; /* QCBOR_SUCCESS or the pending QCBOR_ERR_... */
@@ -303,6 +304,7 @@ typedef struct {
     bool bMap;           /* its entries are label and value */
 } QCBORDecodeLevel;
 
+/* NOLINTNEXTLINE(bugprone-reserved-identifier): the published tag */
 typedef struct _QCBORDecodeContext {
     UsefulBufC InBuf;
     size_t uPosition;

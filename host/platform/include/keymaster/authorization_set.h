@@ -32,6 +32,7 @@ class AuthorizationSet : public keymaster_key_param_set_t {
     AuthorizationSet(AuthorizationSet&& other) noexcept;
     AuthorizationSet& operator=(const AuthorizationSet& other);
     AuthorizationSet& operator=(AuthorizationSet&& other) noexcept;
+    ~AuthorizationSet() = default;
 
     Error is_valid() const { return error_; }
 
