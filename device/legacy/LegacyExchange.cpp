@@ -4,7 +4,6 @@
 #include <android/log.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <limits>
 #include <new>
 
@@ -17,9 +16,9 @@ namespace {
 constexpr uint32_t kStatusWord = 0;  // of every response
 
 void logFailure(const char* what, int32_t send_result, int32_t status) {
-    logLegacyError("%s", what);
-    logLegacyError("ret: %d", send_result);
-    logLegacyError("resp->status: %d", status);
+    LOG_LEGACY_ERROR("%s", what);
+    LOG_LEGACY_ERROR("ret: %d", send_result);
+    LOG_LEGACY_ERROR("resp->status: %d", status);
 }
 
 }  // namespace
@@ -41,13 +40,6 @@ uint32_t narrowLength(uint64_t length) {
 
 bool isPresent(const keymaster_blob_t* blob) {
     return blob != nullptr && blob->data != nullptr && blob->data_length != 0;
-}
-
-void logLegacyError(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    __android_log_vprint(ANDROID_LOG_ERROR, kDeviceLogTag, format, arguments);
-    va_end(arguments);
 }
 
 keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,
@@ -113,7 +105,7 @@ LegacyExchange::LegacyExchange(keymasterutils::KeymasterUtils& transport,
       command_(command),
       buffer_(static_cast<uint8_t*>(transport.vaultlink_dev_init())) {
     if (buffer_ == nullptr) {
-        logLegacyError("%s", command.no_buffer);
+        LOG_LEGACY_ERROR("%s", command.no_buffer);
         error_ = KM_ERROR_INVALID_ARGUMENT;
         return;
     }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <KeymasterBuffer.h>
+#include <android/log.h>
 #include <hardware/keymaster_defs.h>
 
 #include <cstddef>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "KeyBlobReader.h"
 #include "LegacyCommands.h"
 
 namespace keymasterutils {
@@ -156,8 +158,9 @@ class LegacyExchange {
     bool status_readable_ = false;
 };
 
-// An error line in the log of the device core.
-void logLegacyError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// An error line in the log of the device core. A macro, so that the compiler checks the format.
+#define LOG_LEGACY_ERROR(...) \
+    __android_log_print(ANDROID_LOG_ERROR, ::keymasterdevice::kDeviceLogTag, __VA_ARGS__)
 
 // Brings up the link to the secure processor; a failure is logged under the method's name.
 [[nodiscard]] keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,

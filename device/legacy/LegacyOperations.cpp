@@ -192,7 +192,7 @@ keymaster_error_t handOutSignature(KeymasterCryptoDevice& crypto, const ByteSpan
     const keymaster_error_t error = crypto.internal_to_ecsig(&parts, output);
     if (error != KM_ERROR_OK) {
         // Kept: the line names the opposite conversion.
-        logLegacyError("ecsig_to_internal error");
+        LOG_LEGACY_ERROR("ecsig_to_internal error");
         return error;
     }
     setEmpty(out_params);
