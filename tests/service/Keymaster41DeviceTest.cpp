@@ -28,22 +28,6 @@ TEST_F(Keymaster41DeviceTest, EveryMethod) {
     }
 }
 
-TEST_F(Keymaster41DeviceTest, MethodsThatSendNothing) {
-    const auto device = start(CreateSbKeymasterDevice);
-    int calls = 0;
-    device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
-        ++calls;
-        EXPECT_EQ(level, SecurityLevel::STRONGBOX);
-        EXPECT_EQ(std::string(name) + ", " + std::string(author), "Keymaster HAL: 4, LUMO");
-    });
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(ErrorCode(device->addRngEntropy({1})), ErrorCode::OK);
-    Answer answer;
-    device->getKeyCharacteristics({}, {}, {}, std::ref(answer));
-    EXPECT_EQ(answer.error, ErrorCode::UNEXPECTED_NULL_POINTER);
-    EXPECT_EQ(transport.sentCount(), 0U);
-}
-
 TEST_F(Keymaster41DeviceTest, NotificationsReachTheSecureApplication) {
     for (const bool strongbox : {false, true}) {
         const auto device = start(strongbox ? CreateSbKeymasterDevice : CreateKeymasterDevice);
