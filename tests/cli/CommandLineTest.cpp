@@ -1,10 +1,8 @@
 // How the client fails: exit status, one line on standard error, nothing on standard output.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "Shell.h"
 
@@ -59,19 +57,14 @@ constexpr FailureCase kUsage[] = {
     {"lumokm", 2, "a command is required"},
     {"lumokm frobnicate", 2, "no command 'frobnicate'"},
     {"lumokm sign", 2, "--key is required"},
-    {"lumokm info --frob", 2, "--frob"},
     {"lumokm generate --algorithm dsa -o x", 2, "'dsa' is not one of rsa|ec|aes|3des|hmac"},
-    {"lumokm generate --purpose sign,fly -o x", 2, "'fly' is not one of"},
     {"lumokm generate --size 4294967296 -o x", 2, "'4294967296' is not a number"},
-    {"lumokm generate --size -1 -o x", 2, "--size"},
     {"lumokm generate --size 1 --size 2 -o x", 2, "--size"},
-    {"lumokm generate --active-from 2030-02-30 -o x", 2, "'2030-02-30' is not a date"},
     {"lumokm generate --app-id hex:0 -o x", 2, "--app-id"},
     {"lumokm encrypt -k aes.key --nonce 0g -o x", 2, "--nonce: '0g'"},
     {"lumokm encrypt -k aes.key --nonce 00 --nonce-out iv -o x", 2, "--nonce excludes --nonce-out"},
     {"lumokm sign -k ec.key --auth-token short.token -o x", 2, "needs 69 bytes"},
     {"lumokm verify -k - --signature - -i data", 2, "only one input"},
-    {"lumokm generate --algorithm ec --json", 2, "--json needs standard output"},
     {"lumokm import --algorithm ec -i damaged.pem -o x", 2, "damaged"},
     {"lumokm import --algorithm ec -i sec1.pem -o x", 2, "openssl pkcs8 -topk8"},
     {"lumokm export -k ec.key --format der", 2, "--format"},
@@ -85,27 +78,16 @@ constexpr FailureCase kUsage[] = {
 
 constexpr FailureCase kRefused[] = {
     {"lumokm generate --algorithm ec --curve p256 --size 224 -o x", 3, "INVALID_ARGUMENT (-38)"},
-    {"lumokm generate --algorithm ec -o x", 3, "UNSUPPORTED_KEY_SIZE (-6)"},
-    {"lumokm generate --strongbox --algorithm rsa --size 4096 -o x", 3, "UNSUPPORTED_KEY_SIZE"},
     {"lumokm generate --algorithm aes --size 128 --mode gcm -o x", 3, "MISSING_MIN_MAC_LENGTH"},
     {"lumokm generate --algorithm aes --size 128 --user-secure-id 1 --no-auth-required -o x", 3,
      "INVALID_ARGUMENT (-38)"},
     {"lumokm generate --algorithm aes --size 128 --storage-key -o x", 3,
      "STORAGE_KEY_UNSUPPORTED (-77)"},
     {"lumokm import --algorithm ec -i bad.pem -o x", 3, "could not import the key"},
-    {"lumokm sign -k ec.key --digest sha512 -i data -o x", 3, "INCOMPATIBLE_DIGEST (-13)"},
     {"lumokm sign -k ec.key -i data -o x", 3, "UNSUPPORTED_DIGEST (-12); give one --digest"},
-    {"lumokm encrypt -k ec.key -i data -o x", 3, "UNSUPPORTED_PURPOSE (-2)"},
     {"lumokm characteristics -k data", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm export -k bound.key", 3, "INVALID_KEY_BLOB (-33)"},
     {"lumokm export -k bound.key --app-id you", 3, "INVALID_KEY_BLOB (-33)"},
     {"lumokm export -k ec.key --strongbox", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm export -k aes.key -o x", 3, "UNSUPPORTED_KEY_FORMAT (-17)"},
-    {"lumokm export -k ec.key --format pkcs8 -o x", 3, "UNSUPPORTED_KEY_FORMAT (-17)"},
-    {"lumokm encrypt -k aes.key --mode cbc --padding pkcs7 --nonce "
-     "00000000000000000000000000000000 -i data -o x",
-     3, "CALLER_NONCE_PROHIBITED (-55)"},
-    {"lumokm attest -k ec.key --application-id a -o x", 3, "ATTESTATION_CHALLENGE_MISSING (-63)"},
     {"lumokm attest -k ec.key --application-id a --challenge b --brand no -o x", 3,
      "CANNOT_ATTEST_IDS (-66)"},
     {"lumokm verify-authorization --strongbox", 3, "UNIMPLEMENTED (-100)"},
@@ -117,7 +99,6 @@ constexpr FailureCase kOther[] = {
     {"LUMO_TRANSPORT=unix:nobody-listens lumokm info", 4, "nobody-listens"},
     {"lumokm verify -k ec.key --digest sha256 -i ec.key --signature sig", 5,
      "VERIFICATION_FAILED (-30)"},
-    {"lumokm verify -k ec.key --digest sha256 -i data --signature data", 5, "VERIFICATION_FAILED"},
     {"lumokm decrypt -k aes.key --mode gcm --padding none --mac-length 96 -i gcm --aad data", 5,
      "VERIFICATION_FAILED"},
     {"LUMO_STATE_DIR=/dev/null lumokm info", 6, "/dev/null"},
@@ -133,36 +114,13 @@ INSTANTIATE_TEST_SUITE_P(Refused, Failing, testing::ValuesIn(kRefused));
 INSTANTIATE_TEST_SUITE_P(Other, Failing, testing::ValuesIn(kOther));
 
 TEST(Help, OfEveryCommandHasAnExampleThatNamesIt) {
-    const Shell shell;
-    const std::string help = shell.expectOk("lumokm --help");
-    for (const char* command : {"info",
-                                "hardware-info",
-                                "early-boot-ended",
-                                "device-locked",
-                                "add-entropy",
-                                "generate",
-                                "import",
-                                "import-wrapped",
-                                "characteristics",
-                                "export",
-                                "upgrade",
-                                "delete",
-                                "delete-all",
-                                "destroy-ids",
-                                "sign",
-                                "verify",
-                                "encrypt",
-                                "decrypt",
-                                "attest",
-                                "hmac-params",
-                                "hmac-agree",
-                                "verify-authorization"}) {
-        EXPECT_NE(help.find(std::string("\n  ") + command + " "), std::string::npos) << command;
-        const std::string own = shell.expectOk(std::string("lumokm ") + command + " --help");
-        EXPECT_NE(own.find(std::string("lumokm ") + command, own.find("Example")),
-                  std::string::npos)
-            << own;
-    }
+    Shell().expectOk(
+        "for command in info hardware-info early-boot-ended device-locked add-entropy generate \\\n"
+        "  import import-wrapped characteristics export upgrade delete delete-all destroy-ids \\\n"
+        "  sign verify encrypt decrypt attest hmac-params hmac-agree verify-authorization; do\n"
+        "  echo $command; lumokm --help | grep -q \"^  $command \" || exit\n"
+        "  lumokm $command --help | sed -n '/Example/,$p' | grep -q \"lumokm $command\" || exit\n"
+        "done");
 }
 
 TEST(Verbose, ShowsTheLogOfTheLibraryBeforeTheFailure) {

@@ -1,5 +1,6 @@
 // How data is cut into updates, against a device that consumes as little as it likes.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -54,63 +55,43 @@ class ModestDevice : public IKeymasterDevice {
     }
 
     // Operations need no more.
-    Return<void> getHardwareInfo(getHardwareInfo_cb) override { return Void(); }
-    Return<void> getHmacSharingParameters(getHmacSharingParameters_cb) override { return Void(); }
-    Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>&,
-                                   computeSharedHmac_cb) override {
-        return Void();
-    }
-    Return<void> verifyAuthorization(uint64_t, const hidl_vec<KeyParameter>&,
-                                     const HardwareAuthToken&, verifyAuthorization_cb) override {
-        return Void();
-    }
-    Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>&) override { return ErrorCode::OK; }
-    Return<void> generateKey(const hidl_vec<KeyParameter>&, generateKey_cb) override {
-        return Void();
-    }
-    Return<void> importKey(const hidl_vec<KeyParameter>&, KeyFormat, const hidl_vec<uint8_t>&,
-                           importKey_cb) override {
-        return Void();
-    }
-    Return<void> importWrappedKey(const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                                  const hidl_vec<uint8_t>&, const hidl_vec<KeyParameter>&, uint64_t,
-                                  uint64_t, importWrappedKey_cb) override {
-        return Void();
-    }
-    Return<void> getKeyCharacteristics(const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                                       const hidl_vec<uint8_t>&,
-                                       getKeyCharacteristics_cb) override {
-        return Void();
-    }
-    Return<void> exportKey(KeyFormat, const hidl_vec<uint8_t>&, const hidl_vec<uint8_t>&,
-                           const hidl_vec<uint8_t>&, exportKey_cb) override {
-        return Void();
-    }
-    Return<void> attestKey(const hidl_vec<uint8_t>&, const hidl_vec<KeyParameter>&,
-                           attestKey_cb) override {
-        return Void();
-    }
-    Return<void> upgradeKey(const hidl_vec<uint8_t>&, const hidl_vec<KeyParameter>&,
-                            upgradeKey_cb) override {
-        return Void();
-    }
-    Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>&) override { return ErrorCode::OK; }
-    Return<ErrorCode> deleteAllKeys() override { return ErrorCode::OK; }
-    Return<ErrorCode> destroyAttestationIds() override { return ErrorCode::OK; }
+    using Blob = hidl_vec<uint8_t>;
+    using Parameters = hidl_vec<KeyParameter>;
+    MOCK_METHOD(Return<void>, getHardwareInfo, (getHardwareInfo_cb), (override));
+    MOCK_METHOD(Return<void>, getHmacSharingParameters, (getHmacSharingParameters_cb), (override));
+    MOCK_METHOD(Return<void>, computeSharedHmac,
+                (const hidl_vec<HmacSharingParameters>&, computeSharedHmac_cb), (override));
+    MOCK_METHOD(Return<void>, verifyAuthorization,
+                (uint64_t, const Parameters&, const HardwareAuthToken&, verifyAuthorization_cb),
+                (override));
+    MOCK_METHOD(Return<void>, generateKey, (const Parameters&, generateKey_cb), (override));
+    MOCK_METHOD(Return<void>, importKey, (const Parameters&, KeyFormat, const Blob&, importKey_cb),
+                (override));
+    MOCK_METHOD(Return<void>, importWrappedKey,
+                (const Blob&, const Blob&, const Blob&, const Parameters&, uint64_t, uint64_t,
+                 importWrappedKey_cb),
+                (override));
+    MOCK_METHOD(Return<void>, getKeyCharacteristics,
+                (const Blob&, const Blob&, const Blob&, getKeyCharacteristics_cb), (override));
+    MOCK_METHOD(Return<void>, exportKey,
+                (KeyFormat, const Blob&, const Blob&, const Blob&, exportKey_cb), (override));
+    MOCK_METHOD(Return<void>, attestKey, (const Blob&, const Parameters&, attestKey_cb),
+                (override));
+    MOCK_METHOD(Return<void>, upgradeKey, (const Blob&, const Parameters&, upgradeKey_cb),
+                (override));
+    MOCK_METHOD(Return<ErrorCode>, addRngEntropy, (const Blob&), (override));
+    MOCK_METHOD(Return<ErrorCode>, deleteKey, (const Blob&), (override));
+    MOCK_METHOD(Return<ErrorCode>, deleteAllKeys, (), (override));
+    MOCK_METHOD(Return<ErrorCode>, destroyAttestationIds, (), (override));
 
   private:
     size_t appetite_;
 };
 
-std::string pattern(size_t size) {
-    std::string text(size, '\0');
-    for (size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 31 >> 3);
-    return text;
-}
-
 TEST(Operation, OffersAgainWhatWasNotConsumedAndNeverMoreThan16384Bytes) {
     const test::Shell shell;
-    const std::string data = pattern(100001);
+    std::string data(100001, '\0');
+    for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 >> 3);
     shell.write("data", data);
     for (const size_t appetite : {size_t{1000}, size_t{16383}, size_t{1} << 20}) {
         const sp<ModestDevice> device = new ModestDevice(appetite);

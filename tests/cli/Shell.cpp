@@ -9,8 +9,6 @@
 #include <set>
 #include <sstream>
 
-#include "Bytes.h"
-
 namespace lumo::test {
 
 namespace {
@@ -21,17 +19,17 @@ std::string contentOf(const std::string& path) {
     return content.str();
 }
 
-std::string makeRoot() {
-    std::string root = std::filesystem::temp_directory_path() / "lumokm-test.XXXXXX";
-    EXPECT_NE(mkdtemp(root.data()), nullptr);
-    return root;
-}
-
 }  // namespace
 
-Shell::Shell(const std::string& transport)
-    : root_(makeRoot()), directory_(root_ + "/work"), transport_(transport) {
+Shell::Shell(const std::string& transport, bool new_attestation_keys)
+    : root_(std::filesystem::temp_directory_path() / "lumokm-test.XXXXXX"), transport_(transport) {
+    EXPECT_NE(mkdtemp(root_.data()), nullptr);
+    directory_ = root_ + "/work";
     std::filesystem::create_directory(directory_);
+    if (!new_attestation_keys) {
+        expectOk(
+            "umask 077; mkdir ../state; echo test_attestation_keys = yes >../state/world.conf");
+    }
 }
 
 Shell::~Shell() {
@@ -73,16 +71,6 @@ std::string Shell::files() const {
     std::string joined;
     for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;
     return joined;
-}
-
-std::string unhex(const std::string& text) {
-    std::string digits;
-    for (const char c : text) {
-        if (c != ' ' && c != '\n') digits += c;
-    }
-    const auto bytes = cli::fromHex(digits);
-    EXPECT_TRUE(bytes) << text;
-    return bytes ? std::string(bytes->begin(), bytes->end()) : "";
 }
 
 }  // namespace lumo::test

@@ -13,8 +13,9 @@ struct Outcome {
 
 class Shell {
   public:
-    // `transport` goes into LUMO_TRANSPORT.
-    explicit Shell(const std::string& transport = "");
+    // `transport` goes into LUMO_TRANSPORT. The state has the attestation keys made for tests, or,
+    // which takes a while, new ones.
+    explicit Shell(const std::string& transport = "", bool new_attestation_keys = false);
     ~Shell();
     Shell(const Shell&) = delete;
     Shell& operator=(const Shell&) = delete;
@@ -38,8 +39,5 @@ class Shell {
     std::string directory_;
     std::string transport_;
 };
-
-// The bytes that hexadecimal text, blanks ignored, stands for.
-std::string unhex(const std::string& text);
 
 }  // namespace lumo::test
