@@ -16,6 +16,11 @@ if(LUMO_SANITIZE)
                         -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${LUMO_SANITIZE})
 endif()
+if(LUMO_FUZZ)
+    # Values that no name is published for come from the wire and are carried in the published C
+    # enumerations; clang's check takes that for a fault.
+    add_compile_options(-fno-sanitize=enum)
+endif()
 
 function(lumo_library name)
     add_library(${name} ${ARGN})

@@ -1,0 +1,96 @@
+// Hostile requests to the software secure application, by both protocols.
+//
+// Input: a byte that picks the protocol and the security level, two for the capacity of a record's
+// answer, then requests, each behind its two bytes of length; the first two bytes of a CBOR request
+// are its command. The surroundings stand still, so that a blob or an operation handle that one
+// answer gives is good in a later request. Beyond not crashing, nothing throws, every request is
+// answered with a published error, and an answer stays within its capacity.
+
+#include <memory>
+#include <vector>
+
+#include "Property.h"
+#include "SecureApp.h"
+#include "TestServices.h"
+
+namespace {
+
+using lumo::fuzz::exactCopy;
+using lumo::fuzz::Input;
+using lumo::secureapp::Bytes;
+using lumo::secureapp::SecureApp;
+
+const char* const kProfiles[] = {"cbor", "legacy-4", "legacy-3", "legacy-3-encoding"};
+constexpr uint8_t kStrongBox = 4;
+
+// CBOR and record: the system's version and patch levels, without which no key can be made.
+const Bytes kConfigureCbor = {0xA4, 0x16, 0x03, 0x1A, 0x30, 0x00, 0x02, 0xC1, 0x1A, 0x00, 0x01,
+                              0xAD, 0xB0, 0x1A, 0x30, 0x00, 0x02, 0xC2, 0x1A, 0x00, 0x03, 0x15,
+                              0x1C, 0x1A, 0x30, 0x00, 0x02, 0xCE, 0x1A, 0x01, 0x34, 0x3E, 0xF5};
+const Bytes kConfigureRecord = {
+    0x16, 0x01, 0, 0,    12,   0,    0,    0, 2, 0, 0, 0,  // command, offset, count
+    0xC1, 0x02, 0, 0x30, 0xB0, 0xAD, 0x01, 0, 0, 0, 0, 0,  // OS version
+    0xC2, 0x02, 0, 0x30, 0x1C, 0x15, 0x03, 0, 0, 0, 0, 0,  // OS patch level
+};
+
+bool isPublished(int64_t error) {
+    return error <= KM_ERROR_OK && error >= KM_ERROR_UNKNOWN_ERROR;
+}
+
+void sendCbor(SecureApp& app, uint32_t command, const Bytes& request) {
+    const auto exact = exactCopy(request);
+    const auto reply = app.handleCbor(command, {exact.get(), request.size()});
+    REQUIRE(isPublished(reply.error));
+    lumo::fuzz::touch(reply.body.data(), reply.body.size());
+}
+
+void sendRecord(SecureApp& app, const Bytes& request, size_t capacity) {
+    const auto exact = exactCopy(request);
+    // The sanitizers watch the end of the block, the bytes behind the area where there are none.
+    constexpr size_t kGuardBytes = 16;
+    Bytes area(capacity + kGuardBytes, 0xEE);
+    const keymaster_error_t sent =
+        app.handleRecord({exact.get(), request.size()}, area.data(), capacity);
+    for (size_t i = capacity; i < area.size(); ++i) REQUIRE(area[i] == 0xEE);
+    REQUIRE(sent == (capacity < 4 ? KM_ERROR_INSUFFICIENT_BUFFER_SPACE : KM_ERROR_OK));
+    if (capacity < 4) return;
+    uint32_t status = 0;
+    for (size_t i = 4; i > 0; --i) status = status << 8 | area[i - 1];
+    REQUIRE(isPublished(static_cast<int32_t>(status)));
+
+    const Bytes answer = app.answerRecord({exact.get(), request.size()}, {}, capacity);
+    REQUIRE(answer.size() <= capacity);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Input input(data, size);
+    const uint8_t kind = input.byte();
+    const size_t capacity = input.twoBytes();
+    lumo::test::MemoryState own;
+    lumo::test::MemoryState shared;
+    lumo::test::FixedClock clock;
+    lumo::test::CountingRandom random;
+    SecureApp app(*lumo::secureapp::findProfile(kProfiles[kind % 4]),
+                  (kind & kStrongBox) != 0 ? KM_SECURITY_LEVEL_STRONGBOX
+                                           : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT,
+                  {}, own, shared, clock, random);
+    const bool records = app.profile().legacy;
+    if (records) {
+        sendRecord(app, kConfigureRecord, 4);
+    } else {
+        sendCbor(app, 0x2116, kConfigureCbor);
+    }
+    while (input.size() != 0) {
+        const auto request = input.take<Bytes>(input.twoBytes());
+        if (records) {
+            sendRecord(app, request, capacity);
+            continue;
+        }
+        Input cbor(request.data(), request.size());
+        const uint32_t command = cbor.twoBytes();
+        sendCbor(app, command, cbor.take<Bytes>(cbor.size()));
+    }
+    return 0;
+}
