@@ -22,6 +22,13 @@ using lumo::fuzz::Outputs;
 using namespace keymasterdevice;  // NOLINT(google-build-using-namespace): the records' names
 using Bytes = std::vector<uint8_t>;
 
+// OpenSSL reads lengths in long form as well, and does not write them.
+#ifdef OPENSSL_IS_BORINGSSL
+constexpr bool kReadsDerAlone = true;
+#else
+constexpr bool kReadsDerAlone = false;
+#endif
+
 // The bytes of a block from malloc, which is released.
 Bytes taken(uint8_t* block, uint32_t size) {
     const MallocPtr owner(block);
@@ -94,7 +101,8 @@ void signature(Input& input) {
     _keymaster_ec_sig_internal_t again = {r.data(), sizeOf(r), s.data(), sizeOf(s)};
     Outputs out;
     REQUIRE(device.internal_to_ecsig(&again, &out.data) == KM_ERROR_OK);
-    REQUIRE(Bytes(out.data.data, out.data.data + out.data.data_length) == der);
+    const Bytes again_der(out.data.data, out.data.data + out.data.data_length);
+    REQUIRE(again_der == der || (!kReadsDerAlone && again_der.size() < der.size()));
 }
 
 void numbers(Input& input) {
