@@ -46,20 +46,14 @@ void sendCbor(SecureApp& app, uint32_t command, const Bytes& request) {
 
 void sendRecord(SecureApp& app, const Bytes& request, size_t capacity) {
     const auto exact = exactCopy(request);
-    // The sanitizers watch the end of the block, the bytes behind the area where there are none.
-    constexpr size_t kGuardBytes = 16;
-    Bytes area(capacity + kGuardBytes, 0xEE);
-    const keymaster_error_t sent =
-        app.handleRecord({exact.get(), request.size()}, area.data(), capacity);
-    for (size_t i = capacity; i < area.size(); ++i) REQUIRE(area[i] == 0xEE);
-    REQUIRE(sent == (capacity < 4 ? KM_ERROR_INSUFFICIENT_BUFFER_SPACE : KM_ERROR_OK));
-    if (capacity < 4) return;
-    uint32_t status = 0;
-    for (size_t i = 4; i > 0; --i) status = status << 8 | area[i - 1];
-    REQUIRE(isPublished(static_cast<int32_t>(status)));
-
     const Bytes answer = app.answerRecord({exact.get(), request.size()}, {}, capacity);
     REQUIRE(answer.size() <= capacity);
+    // None where not even a status fits.
+    REQUIRE(answer.empty() == (capacity < 4));
+    if (answer.size() < 4) return;
+    uint32_t status = 0;
+    for (size_t i = 4; i > 0; --i) status = status << 8 | answer[i - 1];
+    REQUIRE(isPublished(static_cast<int32_t>(status)));
 }
 
 }  // namespace
