@@ -337,7 +337,7 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
     }
 }
 
-// AES-GCM, test case 4 of its submitted specification.
+// AES-GCM, test case 4 of those published with it.
 TEST_P(Operations, GcmMatchesThePublishedVector) {
     const Bytes key = raw("aes encrypt decrypt gcm nopad minmac:96 callernonce",
                           fromHex("feffe9928665731c6d6a8f9467308308"));

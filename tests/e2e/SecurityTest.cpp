@@ -135,15 +135,15 @@ TEST_P(Security, ALockedDeviceWaitsForALaterToken) {
 
 TEST_P(Security, EarlyBootKeysEndWithEarlyBoot) {
     const std::string more = " noauth earlyboot";
-    const char* specs[] = {"aes size:128 encrypt ecb nopad", "hmac size:128 sign sha256 minmac:128",
-                           "rsa size:2048 e:65537", "ec p256 sign sha256"};
-    const Key key = generate(specs[0] + more);
+    const char* keys[] = {"aes size:128 encrypt ecb nopad", "hmac size:128 sign sha256 minmac:128",
+                          "rsa size:2048 e:65537", "ec p256 sign sha256"};
+    const Key key = generate(keys[0] + more);
     // Of the readers of blobs only the newest one knows the field.
     EXPECT_EQ(contains(key.hardware, "earlyboot"), !GetParam().legacy) << key.hardware;
     EXPECT_EQ(use(key.blob), E::OK);
     for (int i = 0; i < 2; ++i) EXPECT_EQ(endEarlyBoot(), E::OK);
     EXPECT_EQ(use(key.blob), E::EARLY_BOOT_ENDED);
-    for (const char* spec : specs) EXPECT_EQ(generate(spec + more).error, E::EARLY_BOOT_ENDED);
+    for (const char* words : keys) EXPECT_EQ(generate(words + more).error, E::EARLY_BOOT_ENDED);
     EXPECT_EQ(import("rsa earlyboot", KeyFormat::PKCS8, rsaPrivate(2048)).error,
               E::EARLY_BOOT_ENDED);
     EXPECT_EQ(characteristics(key.blob).error, E::OK);
