@@ -8,7 +8,6 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include <cstdlib>
 #include <memory>
 
 namespace keymasterdevice {
@@ -26,11 +25,5 @@ struct CryptoDelete {
 
 template <typename T>
 using CryptoPtr = std::unique_ptr<T, CryptoDelete>;
-
-// A block from malloc on its way to a caller, who releases it with free.
-struct FreeDelete {
-    void operator()(void* block) const { std::free(block); }
-};
-using MallocPtr = std::unique_ptr<uint8_t, FreeDelete>;
 
 }  // namespace keymasterdevice

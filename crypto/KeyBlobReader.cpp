@@ -7,16 +7,14 @@
 #include <cstring>
 #include <memory>
 
+#include "MallocedBytes.h"
+
 namespace keymasterdevice {
 namespace {
 
 using namespace key_blob;  // NOLINT(google-build-using-namespace): the offsets of one layout
 
 constexpr size_t kMaxEntries = 64;  // more than either set can have
-
-struct MallocDelete {
-    void operator()(keymaster_key_param_t* params) const { free(params); }
-};
 
 // The words of the log lines, which differ from set to set.
 struct SetMessages {
@@ -112,7 +110,7 @@ class EntryWriter {
     size_t room_;
     size_t written_ = 0;
     bool overfull_ = false;
-    std::unique_ptr<keymaster_key_param_t, MallocDelete> params_;
+    std::unique_ptr<keymaster_key_param_t, FreeDelete> params_;
 };
 
 // What the version of a blob says about its fields.

@@ -4,9 +4,9 @@
 #include <openssl/err.h>
 
 #include <climits>
-#include <optional>
 
 #include "CryptoPtr.h"
+#include "MallocedBytes.h"
 
 // Macros, so that the compiler checks every format against its arguments.
 #define LOG_ERROR(...) __android_log_print(ANDROID_LOG_ERROR, "KeyMasterCryptoDevice", __VA_ARGS__)
@@ -41,8 +41,8 @@ uint32_t byteCount(const BIGNUM* number) {
 }
 
 // An unsigned big-endian string of minimal length, in a block from malloc; null when out of memory.
-MallocPtr toBytes(const BIGNUM* number) {
-    MallocPtr block(static_cast<uint8_t*>(std::malloc(byteCount(number))));
+MallocedBytes toBytes(const BIGNUM* number) {
+    MallocedBytes block(static_cast<uint8_t*>(std::malloc(byteCount(number))));
     if (block) BN_bn2bin(number, block.get());
     return block;
 }
@@ -104,7 +104,7 @@ keymaster_error_t encodePublicKey(EVP_PKEY* key, keymaster_blob_t* out) {
         return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID, "Len returned is < 0 len = %d",
                          length);
     }
-    MallocPtr block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(length))));
+    MallocedBytes block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(length))));
     if (!block) return noMemoryForKey();
     uint8_t* cursor = block.get();
     if (i2d_PUBKEY(key, &cursor) != length) {
@@ -226,7 +226,7 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
 
     const BIGNUM* scalar = EC_KEY_get0_private_key(ec_key.get());
     if (scalar == nullptr) return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "pEcPrivKey get failed");
-    MallocPtr priv_key = toBytes(scalar);
+    MallocedBytes priv_key = toBytes(scalar);
     if (!priv_key) return noMemoryForKey();
 
     const EC_POINT* point = EC_KEY_get0_public_key(ec_key.get());
@@ -237,9 +237,9 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
     if (EC_POINT_get_affine_coordinates_GFp(group.get(), point, x.get(), y.get(), nullptr) != 1) {
         return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "EC_POINT_get_affine_coordinates_GFp failed");
     }
-    MallocPtr pubkey_x = toBytes(x.get());
+    MallocedBytes pubkey_x = toBytes(x.get());
     if (!pubkey_x) return noMemoryForKey();
-    MallocPtr pubkey_y = toBytes(y.get());
+    MallocedBytes pubkey_y = toBytes(y.get());
     if (!pubkey_y) return noMemoryForKey();
 
     out->priv_key = priv_key.release();
@@ -280,10 +280,10 @@ keymaster_error_t KeymasterCryptoDevice::ecsig_to_internal(const keymaster_blob_
     const BIGNUM* s = nullptr;
     ECDSA_SIG_get0(signature.get(), &r, &s);
     if (byteCount(r) == 0) return KM_ERROR_VERIFICATION_FAILED;
-    MallocPtr r_bytes = toBytes(r);
+    MallocedBytes r_bytes = toBytes(r);
     if (!r_bytes) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     if (byteCount(s) == 0) return KM_ERROR_VERIFICATION_FAILED;
-    MallocPtr s_bytes = toBytes(s);
+    MallocedBytes s_bytes = toBytes(s);
     if (!s_bytes) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
 
     *out = {r_bytes.release(), byteCount(r), s_bytes.release(), byteCount(s)};
@@ -310,7 +310,7 @@ keymaster_error_t KeymasterCryptoDevice::internal_to_ecsig(_keymaster_ec_sig_int
 
     const int size = i2d_ECDSA_SIG(signature.get(), nullptr);
     if (size <= 0) return FAIL_WITH(KM_ERROR_MEMORY_ALLOCATION_FAILED, "i2d_ECDSA_SIG failed");
-    MallocPtr block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(size))));
+    MallocedBytes block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(size))));
     if (!block) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     uint8_t* cursor = block.get();
     const int written = i2d_ECDSA_SIG(signature.get(), &cursor);

@@ -12,6 +12,7 @@
 #include "CryptoPtr.h"
 #include "KeymasterCryptoDevice.h"
 #include "LogCapture.h"
+#include "MallocedBytes.h"
 #include "Outputs.h"
 
 namespace {
@@ -31,7 +32,7 @@ constexpr bool kReadsDerAlone = false;
 
 // The bytes of a block from malloc, which is released.
 Bytes taken(uint8_t* block, uint32_t size) {
-    const MallocPtr owner(block);
+    const MallocedBytes owner(block);
     return block == nullptr ? Bytes() : Bytes(block, block + size);
 }
 

@@ -18,6 +18,7 @@
 
 #include "KeyBlobReader.h"
 #include "LegacyCommands.h"
+#include "MallocedBytes.h"
 
 namespace keymasterutils {
 class KeymasterUtils;
@@ -36,11 +37,6 @@ uint32_t narrowLength(uint64_t length);
 
 // Whether an optional item is there: an empty one is absent.
 bool isPresent(const keymaster_blob_t* blob);
-
-struct FreeDeleter {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using MallocedBytes = std::unique_ptr<uint8_t[], FreeDeleter>;
 
 // Bytes that belong to someone else.
 struct ByteSpan {
