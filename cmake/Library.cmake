@@ -1,14 +1,14 @@
-# liblumokeymaster4.so, from the four folders that ship on a device. The host build adds nothing to
+# liblumokeymaster4.so, from the five folders that ship on a device. The host build adds nothing to
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
-    crypto/KeyBlobReader.cpp
     crypto/KeymasterCryptoDevice.cpp
     crypto/TagNames.cpp
-    device/AttestationDates.cpp
+    crypto/keyblob/AttestationDates.cpp
+    crypto/keyblob/KeyBlobReader.cpp
     device/KeymasterHalDevice.cpp
-    device/KeymasterHalDeviceCbor.cpp
     device/KeymasterHalDeviceDiagnostics.cpp
+    device/cbor/KeymasterHalDeviceCbor.cpp
     device/legacy/FbeKey.cpp
     device/legacy/LegacyAttestation.cpp
     device/legacy/LegacyEcKey.cpp
@@ -33,7 +33,7 @@ set(LUMO_LIBRARY_SOURCES
 add_library(lumokeymaster4_headers INTERFACE)
 target_include_directories(lumokeymaster4_headers INTERFACE
     ${CMAKE_SOURCE_DIR}/service ${CMAKE_SOURCE_DIR}/device ${CMAKE_SOURCE_DIR}/serialize
-    ${CMAKE_SOURCE_DIR}/crypto)
+    ${CMAKE_SOURCE_DIR}/crypto ${CMAKE_SOURCE_DIR}/crypto/keyblob ${CMAKE_SOURCE_DIR}/base)
 target_link_libraries(lumokeymaster4_headers INTERFACE lumo::platform lumo::qcbor lumo::crypto
                                                        lumo_transport_api)
 
