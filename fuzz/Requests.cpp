@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "Property.h"
-#include "SecureApp.h"
 #include "TestServices.h"
+#include "secureapp/protocol/SecureApp.h"
 
 namespace {
 

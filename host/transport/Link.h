@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "Frame.h"
-#include "Types.h"
+#include "secureapp/base/Types.h"
+#include "secureapp/daemon/Frame.h"
 
 namespace lumo::transport {
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "Exchange.h"
 #include "Failures.h"
+#include "secureapp/protocol/Exchange.h"
 
 namespace lumo::transport {
 namespace {

@@ -1,8 +1,8 @@
 // To the secure application in this process.
 #pragma once
 
-#include "Device.h"
 #include "Link.h"
+#include "secureapp/device/Device.h"
 
 namespace lumo::transport {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "SecureApp.h"
+#include "secureapp/protocol/SecureApp.h"
 
 namespace lumo::transport {
 

@@ -10,8 +10,8 @@
 
 #include "Hex.h"
 #include "Program.h"
-#include "SharedHmac.h"
 #include "Words.h"
+#include "secureapp/access/SharedHmac.h"
 
 namespace android::hardware::keymaster::V4_1 {
 inline void PrintTo(ErrorCode error, std::ostream* out) {

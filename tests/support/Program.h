@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Types.h"
+#include "secureapp/base/Types.h"
 
 namespace lumo::test {
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
-#include "Types.h"
+#include "secureapp/base/Types.h"
 
 namespace lumo::test {
 

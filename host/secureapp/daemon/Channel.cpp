@@ -1,4 +1,4 @@
-#include "Channel.h"
+#include "secureapp/daemon/Channel.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "Posix.h"
-#include "Types.h"
+#include "secureapp/base/Posix.h"
+#include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {
 

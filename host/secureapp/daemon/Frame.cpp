@@ -1,6 +1,6 @@
-#include "Frame.h"
+#include "secureapp/daemon/Frame.h"
 
-#include "RecordReader.h"
+#include "secureapp/protocol/RecordReader.h"
 
 namespace lumo::secureapp {
 namespace {

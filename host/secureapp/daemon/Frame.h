@@ -4,8 +4,8 @@
 // Every count has a bound, checked before anything is allocated for it.
 #pragma once
 
-#include "Channel.h"
-#include "Types.h"
+#include "secureapp/base/Types.h"
+#include "secureapp/daemon/Channel.h"
 
 namespace lumo::secureapp {
 

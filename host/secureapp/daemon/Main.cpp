@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "Frame.h"
-#include "Server.h"
+#include "secureapp/daemon/Frame.h"
+#include "secureapp/daemon/Server.h"
 
 namespace {
 

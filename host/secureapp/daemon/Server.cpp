@@ -1,4 +1,4 @@
-#include "Server.h"
+#include "secureapp/daemon/Server.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "Exchange.h"
-#include "Frame.h"
+#include "secureapp/daemon/Frame.h"
+#include "secureapp/protocol/Exchange.h"
 
 namespace lumo::secureapp {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "Channel.h"
-#include "Device.h"
+#include "secureapp/daemon/Channel.h"
+#include "secureapp/device/Device.h"
 
 namespace lumo::secureapp {
 

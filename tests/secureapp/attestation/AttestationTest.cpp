@@ -1,12 +1,12 @@
 // Attestations as a relying party sees them: judged by the openssl command and by a gem.
 #include <gtest/gtest.h>
 
-#include "../keys/Device.h"
-#include "Attestation.h"
-#include "AttestationKeys.h"
-#include "Certificate.h"
 #include "Hex.h"
+#include "KeymasterUnderTest.h"
 #include "Program.h"
+#include "secureapp/attestation/Attestation.h"
+#include "secureapp/attestation/AttestationKeys.h"
+#include "secureapp/attestation/Certificate.h"
 
 namespace lumo::secureapp {
 namespace {

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <sstream>
 
-#include "Device.h"
-#include "KeyBlob.h"
+#include "KeymasterUnderTest.h"
+#include "secureapp/keys/KeyBlob.h"
 
 namespace lumo::test {
 namespace {

@@ -1,7 +1,7 @@
 // What clients of the service cannot see of new keys, and imports in forms that are rare.
-#include "Crypto.h"
-#include "Device.h"
+#include "KeymasterUnderTest.h"
 #include "SampleKeys.h"
+#include "secureapp/crypto/Crypto.h"
 
 namespace lumo::test {
 namespace {

@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include "../support/TestServices.h"
-#include "Crypto.h"
 #include "Hex.h"
-#include "Keymaster.h"
-#include "Operation.h"
+#include "TestServices.h"
+#include "secureapp/crypto/Crypto.h"
+#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/operations/Operation.h"
 
 namespace lumo::test {
 

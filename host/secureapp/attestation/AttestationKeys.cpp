@@ -1,0 +1,178 @@
+#include "secureapp/attestation/AttestationKeys.h"
+
+#include "secureapp/attestation/AttestationTestKeys.h"
+#include "secureapp/attestation/Certificate.h"
+#include "secureapp/crypto/Der.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr uint32_t kRsaBits = 2048;
+constexpr uint64_t kRsaExponent = 65537;
+
+constexpr char kRootRecord[] = "attestation-root";
+constexpr char kRsaRecord[] = "attestation-rsa";
+constexpr char kEcRecord[] = "attestation-ec";
+
+// Serial numbers under the root.
+constexpr uint64_t kRootSerial = 1;
+constexpr uint64_t kRsaBatchSerial = 2;
+constexpr uint64_t kEcBatchSerial = 3;
+
+// All certificates above the leaf: 2020-01-01 to 2049-12-31, 23:59:59.
+constexpr uint64_t kValidFrom = 1577836800000;
+constexpr uint64_t kValidTo = 2524607999000;
+
+// A certificate that may sign others.
+struct Authority {
+    std::string name;
+    uint64_t serial;
+    EVP_PKEY* key;
+};
+
+// From the public key, so that verifiers tell apart roots of one name.
+Bytes keyIdentifier(EVP_PKEY* key) {
+    constexpr size_t kIdentifierBytes = 20;
+    Bytes identifier = sha256(encodePublicKey(key));
+    identifier.resize(kIdentifierBytes);
+    return identifier;
+}
+
+Bytes authorityCertificate(const Authority& subject, const Authority& issuer) {
+    constexpr uint32_t kKeyIdentifierTag = 0;  // IMPLICIT
+    const der::Tag key_identifier = {der::kContextClass, kKeyIdentifierTag};
+    CertificateFields fields;
+    fields.serial = subject.serial;
+    fields.issuer = commonName(issuer.name);
+    fields.not_before = certificateTime(kValidFrom);
+    fields.not_after = certificateTime(kValidTo);
+    fields.subject = commonName(subject.name);
+    fields.public_key = encodePublicKey(subject.key);
+    fields.extensions = {
+        extension(der::objectIdentifier({2, 5, 29, 19}), true,  // basicConstraints
+                  der::sequence({der::boolean(true)})),
+        keyUsageExtension({KeyUsage::kKeyCertSign}),
+        extension(der::objectIdentifier({2, 5, 29, 14}), false,  // subjectKeyIdentifier
+                  der::octetString(keyIdentifier(subject.key))),
+        extension(der::objectIdentifier({2, 5, 29, 35}), false,  // authorityKeyIdentifier
+                  der::sequence({der::item(key_identifier, keyIdentifier(issuer.key))})),
+    };
+    return signCertificate(fields, issuer.key);
+}
+
+Authority rootAuthority(const World& world, keymaster_security_level_t level, EVP_PKEY* key) {
+    if (world.test_attestation_keys) {
+        return {"Lumo Test Attestation Root - NOT FOR PRODUCTION", kRootSerial, key};
+    }
+    const bool strongbox = level == KM_SECURITY_LEVEL_STRONGBOX;
+    return {strongbox ? "Lumo StrongBox Attestation Root" : "Lumo Attestation Root", kRootSerial,
+            key};
+}
+
+Authority batchAuthority(const World& world, uint32_t algorithm, EVP_PKEY* key) {
+    const bool rsa = algorithm == KM_ALGORITHM_RSA;
+    const std::string name = rsa ? "RSA Attestation Batch" : "EC Attestation Batch";
+    return {world.test_attestation_keys ? "Lumo Test " + name + " - NOT FOR PRODUCTION"
+                                        : "Lumo " + name,
+            rsa ? kRsaBatchSerial : kEcBatchSerial, key};
+}
+
+CryptoPtr<EVP_PKEY> testKey(const char* digits) {
+    Bytes pkcs8;
+    for (const char* digit = digits; *digit != '\0'; digit += 2) {
+        pkcs8.push_back(static_cast<uint8_t>(std::stoul(std::string(digit, 2), nullptr, 16)));
+    }
+    CryptoPtr<EVP_PKEY> key = parsePrivateKey(pkcs8);
+    if (key == nullptr) fail(KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED);
+    return key;
+}
+
+// A record: SEQUENCE of OCTET STRING, the PKCS#8 key and the certificates of the chain.
+Bytes encodeRecord(const AttestationKey& key) {
+    Bytes contents = der::octetString(encodePrivateKey(key.key.get()));
+    for (const Bytes& certificate : key.chain) {
+        const Bytes part = der::octetString(certificate);
+        contents.insert(contents.end(), part.begin(), part.end());
+    }
+    return der::item(der::kSequence, contents);
+}
+
+AttestationKey decodeRecord(const std::string& name, ByteView record) {
+    AttestationKey decoded;
+    try {
+        der::Reader parts = der::Reader(record).enter(der::kSequence);
+        decoded.key = parsePrivateKey(parts.next(der::kOctetString).contents);
+        while (!parts.atEnd()) {
+            decoded.chain.push_back(parts.next(der::kOctetString).contents.copy());
+            readIssuer(decoded.chain.back());
+        }
+    } catch (const KeymasterError&) {
+        decoded.key = nullptr;
+    }
+    if (decoded.key == nullptr || decoded.chain.empty()) {
+        throw StateError("the record " + name +
+                         " of the attestation keys is damaged; without it, new keys are made");
+    }
+    return decoded;
+}
+
+// What is kept under `name`; what `make` makes when nothing is yet.
+template <typename Make>
+AttestationKey keptKey(State& state, const std::string& name, Make make) {
+    std::optional<Bytes> record = state.read(name);
+    if (!record) {
+        const Bytes made = encodeRecord(make());
+        state.update(name, [&](const std::optional<Bytes>& other) -> std::optional<Bytes> {
+            record = other.value_or(made);
+            return record;
+        });
+    }
+    return decodeRecord(name, *record);
+}
+
+AttestationKey rootOver(const World& world, keymaster_security_level_t level,
+                        CryptoPtr<EVP_PKEY> key) {
+    const Authority self = rootAuthority(world, level, key.get());
+    AttestationKey root;
+    root.chain = {authorityCertificate(self, self)};
+    root.key = std::move(key);
+    return root;
+}
+
+AttestationKey rootKey(State& state, const World& world, keymaster_security_level_t level) {
+    if (world.test_attestation_keys) return rootOver(world, level, testKey(kTestRootKey));
+    return keptKey(state, kRootRecord,
+                   [&] { return rootOver(world, level, makeRsaKey(kRsaBits, kRsaExponent)); });
+}
+
+AttestationKey batchUnder(const AttestationKey& root, const World& world,
+                          keymaster_security_level_t level, uint32_t algorithm,
+                          CryptoPtr<EVP_PKEY> key) {
+    AttestationKey batch;
+    batch.chain = {authorityCertificate(batchAuthority(world, algorithm, key.get()),
+                                        rootAuthority(world, level, root.key.get())),
+                   root.chain.front()};
+    batch.key = std::move(key);
+    return batch;
+}
+
+}  // namespace
+
+AttestationKey attestationKey(State& state, const World& world, keymaster_security_level_t level,
+                              uint32_t algorithm) {
+    const bool rsa = algorithm == KM_ALGORITHM_RSA;
+    if (world.test_attestation_keys) {
+        return batchUnder(rootKey(state, world, level), world, level, algorithm,
+                          testKey(rsa ? kTestRsaBatchKey : kTestEcBatchKey));
+    }
+    return keptKey(state, rsa ? kRsaRecord : kEcRecord, [&] {
+        return batchUnder(rootKey(state, world, level), world, level, algorithm,
+                          rsa ? makeRsaKey(kRsaBits, kRsaExponent) : makeEcKey(KM_EC_CURVE_P_256));
+    });
+}
+
+Bytes attestationRoot(State& state, const World& world, keymaster_security_level_t level) {
+    return rootKey(state, world, level).chain.front();
+}
+
+}  // namespace lumo::secureapp

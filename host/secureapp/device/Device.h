@@ -1,0 +1,53 @@
+// One device on the workstation: its state directory, its world and its two secure applications.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "secureapp/device/FileState.h"
+#include "secureapp/device/HostServices.h"
+#include "secureapp/device/WorldFile.h"
+#include "secureapp/protocol/SecureApp.h"
+
+namespace lumo::secureapp {
+
+struct DeviceOptions {
+    std::string state_directory;
+    const Profile* profile = nullptr;  // one of findProfile()'s
+    bool test_attestation_keys = false;
+};
+
+class Device {
+  public:
+    // Opens the state directory and reads the world. Throws StateError.
+    explicit Device(const DeviceOptions& options);
+
+    const Profile& profile() const { return profile_; }
+
+    // StrongBox's secure application, or the trusted environment's for every other level; made at
+    // the first call, which is its boot. Throws StateError. Safe from several threads.
+    SecureApp& app(keymaster_security_level_t level);
+
+    // Aborts what the client left open. Safe from several threads.
+    void endClient(uint64_t client);
+
+  private:
+    // What an application refers to lives as long as it.
+    struct Instance {
+        std::unique_ptr<FileState> state;
+        std::unique_ptr<SecureApp> app;
+    };
+
+    const Profile profile_;
+    const std::string directory_;
+    WorldSettings settings_;
+    HostClock clock_;
+    HostRandom random_;
+    FileState shared_state_;
+    std::mutex mutex_;
+    std::map<keymaster_security_level_t, Instance> instances_;
+};
+
+}  // namespace lumo::secureapp

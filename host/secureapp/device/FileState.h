@@ -1,0 +1,54 @@
+// Lasting records as files: one folder for each instance below the state directory.
+//
+// Folders have mode 0700 and files 0600, and belong to the user; anything looser is refused. A
+// record is replaced by writing a new file and renaming it, so that a crash at any moment leaves
+// the old or the new one. Writers of one folder, in this and other processes, take turns.
+#pragma once
+
+#include <string>
+
+#include "secureapp/base/Posix.h"
+#include "secureapp/base/Services.h"
+
+namespace lumo::secureapp {
+
+// LUMO_STATE_DIR; else lumokeymaster4 in XDG_STATE_HOME; else in ~/.local/state.
+std::string defaultStateDirectory();
+
+// Makes `path` where it is missing, its parents too, for the owner alone. Throws StateError when it
+// is not a directory of the user's own that nobody else can write to.
+void prepareStateDirectory(const std::string& path);
+
+class FileState : public State {
+  public:
+    // Opens the folder `instance` in `directory`, which prepareStateDirectory() has seen.
+    FileState(const std::string& directory, const std::string& instance);
+
+    std::optional<Bytes> read(const std::string& name) override;
+    // Waits at most ten seconds for other writers. `change` must not call update() of this folder.
+    void update(
+        const std::string& name,
+        const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) override;
+
+  private:
+    std::string path(const std::string& name) const;
+
+    std::string folder_;
+};
+
+// Takes the lock file `path`, made when missing, until the handle closes; no handle when another
+// holds it.
+FileHandle tryLockFile(const std::string& path);
+// Waits at most ten seconds for it and then throws StateError.
+FileHandle lockFile(const std::string& path);
+
+// The lock file of a folder's writers.
+constexpr char kLockName[] = ".lock";
+
+// The whole file, or nothing when there is none. Throws StateError for a file that is not the
+// user's own and private.
+std::optional<Bytes> readPrivateFile(const std::string& path);
+// Replaces the file in one step, lastingly.
+void writePrivateFile(const std::string& path, ByteView content);
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,162 @@
+#include "secureapp/keymaster/Keymaster.h"
+
+#include <algorithm>
+
+#include "secureapp/keymaster/KeymasterImpl.h"
+#include "secureapp/keys/KeyRules.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr size_t kMaxEntropyBytes = 2048;
+constexpr size_t kVerifiedBootKeyBytes = 32;
+
+// The number for attestations, which orders the states otherwise than the boot loader's colours.
+uint32_t verifiedBootState(uint32_t color) {
+    switch (static_cast<BootColor>(color)) {
+        case BootColor::kGreen:
+            return 0;
+        case BootColor::kYellow:
+            return 1;
+        case BootColor::kOrange:
+            return 2;
+        case BootColor::kRed:
+            return 3;
+    }
+    fail(KM_ERROR_INVALID_ARGUMENT);
+}
+
+// The values that configure is about, in one order.
+ParamSet configuredValues(const ParamSet& params) {
+    ParamSet values;
+    for (const keymaster_tag_t tag :
+         {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL, KM_TAG_VENDOR_PATCHLEVEL}) {
+        const Param* param = params.find(tag);
+        if (param != nullptr) values.add(*param);
+    }
+    return values;
+}
+
+// A HAL that knows no dates sends its vendor patch level without a day. As a date it would be
+// wrong wherever it is read, so it is left out.
+void addPatchDate(ParamSet& versions, keymaster_tag_t tag, std::optional<uint64_t> value) {
+    if (value && isPatchDate(*value)) versions.add(intParam(tag, *value));
+}
+
+}  // namespace
+
+OpenedKey::~OpenedKey() {
+    wipe(material);
+}
+
+ParamSet OpenedKey::all() const {
+    ParamSet result = hardware;
+    result.add(software);
+    result.add(sealed);
+    return result;
+}
+
+uint32_t OpenedKey::algorithm() const {
+    return static_cast<uint32_t>(hardware.integer(KM_TAG_ALGORITHM).value_or(0));
+}
+
+Keymaster::Keymaster(const KeymasterOptions& options, World world, State& state,
+                     State& shared_state, Clock& clock, RandomSource& random)
+    : options_(options),
+      world_(std::move(world)),
+      state_(state),
+      shared_state_(shared_state),
+      clock_(clock),
+      random_(random),
+      hmac_(state, shared_state, random, options.level),
+      impl_(std::make_unique<Impl>(clock, options.trusted_clock, state)) {}
+
+Keymaster::~Keymaster() = default;
+
+void Keymaster::configure(const ParamSet& params) {
+    const ParamSet values = configuredValues(params);
+    if (!values.contains(KM_TAG_OS_VERSION) || !values.contains(KM_TAG_OS_PATCHLEVEL)) {
+        fail(KM_ERROR_INVALID_ARGUMENT);
+    }
+    if (impl_->configured) {
+        if (!std::equal(values.begin(), values.end(), impl_->configured->begin(),
+                        impl_->configured->end())) {
+            fail(KM_ERROR_INVALID_ARGUMENT);
+        }
+        return;
+    }
+    impl_->configured = values;
+    impl_->versions = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
+    std::optional<uint64_t> vendor = world_.vendor_patchlevel;
+    if (!vendor) vendor = values.integer(KM_TAG_VENDOR_PATCHLEVEL);
+    addPatchDate(impl_->versions, KM_TAG_VENDOR_PATCHLEVEL, vendor);
+    addPatchDate(impl_->versions, KM_TAG_BOOT_PATCHLEVEL, world_.boot_patchlevel);
+}
+
+void Keymaster::requireConfigured() const {
+    if (!impl_->configured) fail(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+}
+
+void Keymaster::addEntropy(ByteView entropy) {
+    requireConfigured();
+    if (entropy.size() > kMaxEntropyBytes) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+    random_.mix(entropy);
+}
+
+Bytes Keymaster::computeSharedHmac(const std::vector<HmacSharingParameters>& all) {
+    return hmac_.agree(all);
+}
+
+VerificationToken Keymaster::verifyAuthorization(uint64_t challenge) {
+    if (options_.level == KM_SECURITY_LEVEL_STRONGBOX) fail(KM_ERROR_UNIMPLEMENTED);
+    requireConfigured();
+    VerificationToken token;
+    token.challenge = challenge;
+    token.timestamp = clock_.bootMillis();
+    token.security_level = options_.level;
+    token.mac = verificationTokenMac(hmac_.key(), challenge, token.timestamp, options_.level);
+    return token;
+}
+
+void Keymaster::destroyDeviceIds() {
+    requireConfigured();
+    state_.update(kIdsDestroyedRecord,
+                  [](const std::optional<Bytes>&) { return std::optional<Bytes>(Bytes{1}); });
+}
+
+void Keymaster::earlyBootEnded() {
+    impl_->early_boot = false;
+}
+
+void Keymaster::deviceLocked(bool password_only) {
+    impl_->access.lockDevice(password_only);
+}
+
+void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
+    if (verified_boot_key.size() != kVerifiedBootKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    // Keys hang on the root of trust, so it cannot change under them.
+    if (impl_->root_of_trust_set || !impl_->blob_secret.bytes().empty()) {
+        fail(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+    }
+    world_.verified_boot_key = verified_boot_key.copy();
+    impl_->root_of_trust_set = true;
+}
+
+// The boot loader's idea of the system's version is not used: the HAL delivers that, and a HAL that
+// tells otherwise must not find its keys bound to something else.
+void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_version*/,
+                             uint32_t /*system_patchlevel*/) {
+    const uint32_t state = verifiedBootState(color);
+    if (impl_->boot_state_set || !impl_->blob_secret.bytes().empty()) {
+        fail(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+    }
+    world_.device_locked = locked;
+    world_.verified_boot_state = state;
+    impl_->boot_state_set = true;
+}
+
+void Keymaster::pressButton() {
+    impl_->access.pressButton();
+}
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,351 @@
+#include "secureapp/keys/KeyBlob.h"
+
+#include <algorithm>
+
+#include "secureapp/base/Secret.h"
+#include "secureapp/crypto/Crypto.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr uint32_t kMagic = 0x4B4D4B44;
+constexpr size_t kMagicAt = 0;
+constexpr size_t kVersionMinorAt = 8;
+constexpr size_t kVersionMajorAt = 12;
+constexpr size_t kHardwareCountAt = 24;
+constexpr size_t kSoftwareCountAt = 273;
+constexpr size_t kClearBytes = 352;
+
+constexpr size_t kNonceBytes = 12;
+constexpr size_t kTagBytes = 16;
+constexpr size_t kSealedAt = kClearBytes + kNonceBytes;
+// Id, the lengths of material and authorizations.
+constexpr size_t kLeastSealedBytes = kKeyIdBytes + 4 + 4;
+static_assert(kSealedAt + kLeastSealedBytes + kTagBytes > kMaxRefusedBlobBytes,
+              "the smallest blob is one that the HAL takes");
+
+constexpr uint64_t kMillisPerSecond = 1000;
+
+// Which versions have a field.
+enum class Since { kAlways, k4_1, k4_4 };
+
+enum class List { kHardware, kSoftware };
+
+// A repeatable tag: `capacity` elements of `width` bytes at `values`, the number in use at `count`.
+struct ArrayField {
+    keymaster_tag_t tag;
+    uint32_t capacity;
+    size_t values;
+    size_t count;
+    size_t width;
+};
+
+// A tag that stands once. `flag` says that it is there; a boolean's flag is its value, and the
+// hardware type has no flag (kNoFlag): it is always there.
+struct Field {
+    keymaster_tag_t tag;
+    size_t flag;
+    size_t value;
+    size_t width;
+    List list;
+    Since since;
+};
+constexpr size_t kNoFlag = 0;
+
+constexpr ArrayField kArrays[] = {
+    {KM_TAG_PURPOSE, 5, 28, 48, 4},          {KM_TAG_BLOCK_MODE, 5, 62, 82, 4},
+    {KM_TAG_DIGEST, 8, 86, 118, 4},          {KM_TAG_PADDING, 8, 122, 154, 4},
+    {KM_TAG_USER_SECURE_ID, 5, 195, 235, 8},  // 64-bit
+};
+
+constexpr Field flagged(keymaster_tag_t tag, size_t flag, size_t width,
+                        List list = List::kHardware) {
+    return {tag, flag, flag + 1, width, list, Since::kAlways};
+}
+constexpr Field boolean(keymaster_tag_t tag, size_t at, List list = List::kHardware,
+                        Since since = Since::kAlways) {
+    return {tag, at, at, 1, list, since};
+}
+
+constexpr Field kFields[] = {
+    flagged(KM_TAG_ALGORITHM, 52, 4),
+    flagged(KM_TAG_KEY_SIZE, 57, 4),
+    boolean(KM_TAG_CALLER_NONCE, 158),
+    flagged(KM_TAG_MIN_MAC_LENGTH, 159, 4),
+    flagged(KM_TAG_EC_CURVE, 164, 4),
+    flagged(KM_TAG_RSA_PUBLIC_EXPONENT, 169, 8),
+    boolean(KM_TAG_INCLUDE_UNIQUE_ID, 178),
+    flagged(KM_TAG_BLOB_USAGE_REQUIREMENTS, 179, 4),
+    flagged(KM_TAG_MIN_SECONDS_BETWEEN_OPS, 184, 4),
+    flagged(KM_TAG_MAX_USES_PER_BOOT, 189, 4),
+    boolean(KM_TAG_ALL_USERS, 194),
+    boolean(KM_TAG_NO_AUTH_REQUIRED, 239),
+    flagged(KM_TAG_USER_AUTH_TYPE, 240, 4),
+    flagged(KM_TAG_AUTH_TIMEOUT, 245, 4),
+    boolean(KM_TAG_ALL_APPLICATIONS, 250),
+    boolean(KM_TAG_EXPORTABLE, 251),
+    flagged(KM_TAG_ORIGIN, 252, 4),
+    boolean(KM_TAG_ROLLBACK_RESISTANCE, 257),
+    flagged(KM_TAG_OS_VERSION, 258, 4),
+    flagged(KM_TAG_OS_PATCHLEVEL, 263, 4),
+    // These two flags follow their values.
+    {KM_TAG_BOOT_PATCHLEVEL, 334, 330, 4, List::kHardware, Since::k4_1},
+    {KM_TAG_VENDOR_PATCHLEVEL, 329, 325, 4, List::kHardware, Since::k4_1},
+    {KM_TAG_HARDWARE_TYPE, kNoFlag, 319, 4, List::kHardware, Since::k4_1},
+    boolean(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, 323, List::kHardware, Since::k4_1),
+    boolean(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, 324, List::kHardware, Since::k4_1),
+    boolean(KM_TAG_EARLY_BOOT_ONLY, 351, List::kHardware, Since::k4_4),
+    flagged(KM_TAG_ACTIVE_DATETIME, 277, 8, List::kSoftware),
+    flagged(KM_TAG_ORIGINATION_EXPIRE_DATETIME, 286, 8, List::kSoftware),
+    flagged(KM_TAG_USAGE_EXPIRE_DATETIME, 295, 8, List::kSoftware),
+    flagged(KM_TAG_USER_ID, 304, 4, List::kSoftware),
+    boolean(KM_TAG_ALLOW_WHILE_ON_BODY, 309, List::kSoftware),
+    boolean(KM_TAG_UNLOCKED_DEVICE_REQUIRED, 344, List::kSoftware, Since::k4_1),
+    flagged(KM_TAG_CREATION_DATETIME, 310, 8, List::kSoftware),
+};
+
+bool hasField(const Field& field, uint64_t version) {
+    switch (field.since) {
+        case Since::kAlways:
+            return true;
+        case Since::k4_1:
+            return version >= kBlobVersion4_1;
+        case Since::k4_4:
+            return reportsEarlyBoot(version);
+    }
+    return false;
+}
+
+// Old blobs keep the auth timeout in milliseconds.
+uint64_t unitsPerStored(const Field& field, uint64_t version) {
+    return field.tag == KM_TAG_AUTH_TIMEOUT && version < kBlobVersion4_1 ? kMillisPerSecond : 1;
+}
+
+// The same byte stands for the older tag in old blobs.
+keymaster_tag_t reportedTag(const Field& field, uint64_t version) {
+    if (field.tag == KM_TAG_ROLLBACK_RESISTANCE && version < kBlobVersion4_1) {
+        return KM_TAG_ROLLBACK_RESISTANT;
+    }
+    return field.tag;
+}
+
+uint64_t maxOf(size_t width) {
+    return width == 8 ? UINT64_MAX : (uint64_t{1} << (8 * width)) - 1;
+}
+
+void store(uint8_t* to, uint64_t value, size_t width) {
+    for (size_t i = 0; i < width; ++i) to[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+uint64_t load(const uint8_t* from, size_t width) {
+    uint64_t value = 0;
+    for (size_t i = width; i-- > 0;) value = (value << 8) | from[i];
+    return value;
+}
+
+void append(Bytes& to, uint64_t value, size_t width) {
+    to.resize(to.size() + width);
+    store(to.data() + to.size() - width, value, width);
+}
+
+void append(Bytes& to, ByteView bytes) {
+    to.insert(to.end(), bytes.begin(), bytes.end());
+}
+
+void appendPrefixed(Bytes& to, ByteView bytes) {
+    append(to, bytes.size(), 8);
+    append(to, bytes);
+}
+
+Bytes ascii(const char* text) {
+    const std::string string = text;
+    return {string.begin(), string.end()};
+}
+
+// Fills the clear part; what it has no room for is left over.
+class ClearWriter {
+  public:
+    ClearWriter(uint64_t version, bool early_boot_byte)
+        : version_(version), early_boot_byte_(early_boot_byte) {
+        store(clear_.data() + kMagicAt, kMagic, 4);
+        store(clear_.data() + kVersionMinorAt, version & UINT32_MAX, 4);
+        store(clear_.data() + kVersionMajorAt, version >> 32, 4);
+    }
+
+    void write(const Param& param) {
+        if (!writeElement(param) && !writeField(param)) sealed_.add(param);
+    }
+
+    const Bytes& finish() {
+        store(clear_.data() + kHardwareCountAt, hardware_count_, 4);
+        store(clear_.data() + kSoftwareCountAt, software_count_, 4);
+        return clear_;
+    }
+
+    const ParamSet& sealed() const { return sealed_; }
+
+  private:
+    bool writeElement(const Param& param) {
+        for (const ArrayField& array : kArrays) {
+            if (array.tag != param.tag) continue;
+            const uint64_t used = load(clear_.data() + array.count, 4);
+            if (used == array.capacity || param.integer > maxOf(array.width)) return false;
+            store(clear_.data() + array.values + used * array.width, param.integer, array.width);
+            store(clear_.data() + array.count, used + 1, 4);
+            ++hardware_count_;
+            return true;
+        }
+        return false;
+    }
+
+    bool writeField(const Param& param) {
+        for (const Field& field : kFields) {
+            if (field.tag != param.tag || !usable(field)) continue;
+            const uint64_t units = unitsPerStored(field, version_);
+            if (param.integer > maxOf(field.width) / units) return false;
+            if (field.flag != kNoFlag) store(clear_.data() + field.flag, 1, 1);
+            store(clear_.data() + field.value, param.integer * units, field.width);
+            ++(field.list == List::kHardware ? hardware_count_ : software_count_);
+            return true;
+        }
+        return false;
+    }
+
+    bool usable(const Field& field) const {
+        return hasField(field, version_) && (field.since != Since::k4_4 || early_boot_byte_);
+    }
+
+    uint64_t version_;
+    bool early_boot_byte_;
+    Bytes clear_ = Bytes(kClearBytes, 0);
+    uint32_t hardware_count_ = 0;
+    uint32_t software_count_ = 0;
+    ParamSet sealed_;
+};
+
+void readClear(ByteView clear, OpenedKey& key) {
+    for (const ArrayField& array : kArrays) {
+        const uint64_t count = load(clear.data() + array.count, 4);
+        if (count > array.capacity) fail(KM_ERROR_INVALID_KEY_BLOB);
+        for (uint64_t i = 0; i < count; ++i) {
+            const uint8_t* value = clear.data() + array.values + i * array.width;
+            key.hardware.add(intParam(array.tag, load(value, array.width)));
+        }
+    }
+    for (const Field& field : kFields) {
+        if (!hasField(field, key.version)) continue;
+        if (field.flag != kNoFlag && clear[field.flag] == 0) continue;
+        const uint64_t value =
+            load(clear.data() + field.value, field.width) / unitsPerStored(field, key.version);
+        ParamSet& list = field.list == List::kHardware ? key.hardware : key.software;
+        list.add(intParam(reportedTag(field, key.version), value));
+    }
+}
+
+Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
+    if (contents.material.size() > UINT32_MAX) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+    size_t size = kLeastSealedBytes + contents.material.size();
+    for (const Param& param : sealed) size += 4 + 8 + 4 + param.bytes.size();
+
+    Bytes plain;
+    plain.reserve(size);  // so that no copy of the material is left behind by growing
+    append(plain, contents.id);
+    append(plain, contents.material.size(), 4);
+    append(plain, contents.material);
+    append(plain, sealed.size(), 4);
+    for (const Param& param : sealed) {
+        append(plain, static_cast<uint32_t>(param.tag), 4);
+        append(plain, param.integer, 8);
+        append(plain, param.bytes.size(), 4);
+        append(plain, param.bytes);
+    }
+    return plain;
+}
+
+// Reads what encodeSealed wrote; anything else is no key blob.
+class SealedReader {
+  public:
+    explicit SealedReader(ByteView data) : rest_(data) {}
+
+    ByteView take(uint64_t count) {
+        if (count > rest_.size()) fail(KM_ERROR_INVALID_KEY_BLOB);
+        const auto size = static_cast<size_t>(count);
+        const ByteView taken = rest_.sub(0, size);
+        rest_ = rest_.sub(size);
+        return taken;
+    }
+    uint64_t number(size_t width) { return load(take(width).data(), width); }
+    bool done() const { return rest_.empty(); }
+
+  private:
+    ByteView rest_;
+};
+
+void readSealed(ByteView plain, OpenedKey& key) {
+    SealedReader reader(plain);
+    key.id = reader.take(kKeyIdBytes).copy();
+    key.material = reader.take(reader.number(4)).copy();
+    const uint64_t count = reader.number(4);
+    for (uint64_t i = 0; i < count; ++i) {
+        Param param;
+        param.tag = static_cast<keymaster_tag_t>(static_cast<int32_t>(reader.number(4)));
+        param.integer = reader.number(8);
+        param.bytes = reader.take(reader.number(4)).copy();
+        key.sealed.add(std::move(param));
+    }
+    if (!reader.done()) fail(KM_ERROR_INVALID_KEY_BLOB);
+}
+
+}  // namespace
+
+Bytes deriveBlobSecret(const BlobRoots& roots) {
+    Bytes context = ascii("key blobs");
+    append(context, roots.level, 4);
+    append(context, roots.device_locked ? 1 : 0, 1);
+    appendPrefixed(context, roots.verified_boot_key);
+    appendPrefixed(context, sha256(roots.shared_secret));
+    return hmacSha256(roots.device_key, context);
+}
+
+Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding) {
+    Bytes context = ascii("one key");
+    appendPrefixed(context, binding.bytes(KM_TAG_APPLICATION_ID));
+    appendPrefixed(context, binding.bytes(KM_TAG_APPLICATION_DATA));
+    return hmacSha256(blob_secret, context);
+}
+
+bool reportsEarlyBoot(uint64_t version) {
+    return version >= kBlobVersion4_4;
+}
+
+Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_byte,
+               ByteView blob_key, RandomSource& random) {
+    ClearWriter writer(version, early_boot_byte);
+    for (const Param& param : contents.authorizations) writer.write(param);
+    Bytes blob = writer.finish();
+    const Bytes clear = blob;
+
+    const Secret plain(encodeSealed(contents, writer.sealed()));
+    const Bytes nonce = random.bytes(kNonceBytes);
+    append(blob, nonce);
+    append(blob, aesGcmSeal(blob_key, nonce, clear, plain.bytes()));
+    return blob;
+}
+
+OpenedKey openBlob(ByteView blob, ByteView blob_key) {
+    if (blob.size() < kSealedAt + kTagBytes) fail(KM_ERROR_INVALID_KEY_BLOB);
+    const ByteView clear = blob.sub(0, kClearBytes);
+    const ByteView nonce = blob.sub(kClearBytes, kNonceBytes);
+    std::optional<Bytes> opened = aesGcmOpen(blob_key, nonce, clear, blob.sub(kSealedAt));
+    if (!opened) fail(KM_ERROR_INVALID_KEY_BLOB);
+    const Secret plain(std::move(*opened));
+
+    OpenedKey key;
+    key.version =
+        load(clear.data() + kVersionMajorAt, 4) << 32 | load(clear.data() + kVersionMinorAt, 4);
+    readClear(clear, key);
+    readSealed(plain.bytes(), key);
+    return key;
+}
+
+}  // namespace lumo::secureapp

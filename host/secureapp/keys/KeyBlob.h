@@ -1,0 +1,51 @@
+// Key blobs: what is known about a key in clear at fixed places, for the HAL to read, and behind it
+// the key itself, sealed together with everything the clear part has no place for.
+//
+// All integers are little-endian and packed. Clear part: kClearBytes. Then a 12-byte nonce and
+// AES-256-GCM over the sealed part, tag last, with the whole clear part as associated data. The
+// sealed part is the key's id (16 bytes), the material (length, bytes), a count, and that many
+// authorizations (tag u32, value u64, length u32, bytes).
+#pragma once
+
+#include "secureapp/base/Services.h"
+#include "secureapp/base/Types.h"
+#include "secureapp/keymaster/Keymaster.h"
+
+namespace lumo::secureapp {
+
+constexpr size_t kKeyIdBytes = 16;
+
+// The HAL takes anything up to this size for no key blob at all.
+constexpr size_t kMaxRefusedBlobBytes = 394;
+
+struct BlobContents {
+    ByteView material;
+    ParamSet authorizations;  // in any order
+    Bytes id;
+};
+
+// What a sealing key is derived from, APPLICATION_ID and APPLICATION_DATA excepted.
+struct BlobRoots {
+    ByteView device_key;
+    ByteView shared_secret;
+    uint32_t level = 0;
+    ByteView verified_boot_key;
+    bool device_locked = false;
+};
+
+// The secret that all blobs of this device in this boot state hang on.
+Bytes deriveBlobSecret(const BlobRoots& roots);
+// The sealing key of one key: absent and empty id or data are the same.
+Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding);
+
+// Whether blobs of this version have the byte that says EARLY_BOOT_ONLY.
+bool reportsEarlyBoot(uint64_t version);
+
+// `early_boot_byte`: whether that byte may be used where the version has it.
+Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_byte,
+               ByteView blob_key, RandomSource& random);
+
+// KM_ERROR_INVALID_KEY_BLOB for everything that sealBlob did not make with the same key.
+OpenedKey openBlob(ByteView blob, ByteView blob_key);
+
+}  // namespace lumo::secureapp

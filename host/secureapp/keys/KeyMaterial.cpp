@@ -1,0 +1,206 @@
+#include "secureapp/keys/KeyMaterial.h"
+
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/rsa.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "secureapp/crypto/Crypto.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr size_t kTripleDesBytes = 24;
+constexpr unsigned kTripleDesKeyBitsPerByte = 7;  // the eighth is parity
+
+struct NamedCurve {
+    uint32_t curve;
+    int nid;
+    Bytes oid;  // the content octets
+};
+
+const std::vector<NamedCurve>& namedCurves() {
+    static const std::vector<NamedCurve> curves = {
+        {KM_EC_CURVE_P_224, NID_secp224r1, {0x2B, 0x81, 0x04, 0x00, 0x21}},
+        {KM_EC_CURVE_P_256, NID_X9_62_prime256v1, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07}},
+        {KM_EC_CURVE_P_384, NID_secp384r1, {0x2B, 0x81, 0x04, 0x00, 0x22}},
+        {KM_EC_CURVE_P_521, NID_secp521r1, {0x2B, 0x81, 0x04, 0x00, 0x23}},
+    };
+    return curves;
+}
+
+bool isAsymmetric(uint32_t algorithm) {
+    return algorithm == KM_ALGORITHM_RSA || algorithm == KM_ALGORITHM_EC;
+}
+
+int keyType(uint32_t algorithm) {
+    return algorithm == KM_ALGORITHM_RSA ? EVP_PKEY_RSA : EVP_PKEY_EC;
+}
+
+struct NumberDelete {
+    void operator()(BIGNUM* number) const { BN_free(number); }
+};
+using NumberPtr = std::unique_ptr<BIGNUM, NumberDelete>;
+
+Bytes numberBytes(const BIGNUM* number) {
+    Bytes bytes(static_cast<size_t>(BN_num_bytes(number)));
+    BN_bn2bin(number, bytes.data());
+    return bytes;
+}
+
+// The content of the DER element `tag` at the start of `data`, which moves behind it. Lengths of up
+// to two octets suffice for what is looked at here.
+std::optional<ByteView> takeElement(ByteView& data, uint8_t tag) {
+    if (data.size() < 2 || data[0] != tag) return std::nullopt;
+    const size_t octets = data[1] < 0x80 ? 0 : data[1] - 0x80U;
+    if (octets > 2 || data.size() - 2 < octets) return std::nullopt;
+    size_t length = octets == 0 ? data[1] : 0;
+    for (size_t i = 0; i < octets; ++i) length = length << 8 | data[2 + i];
+    if (length > data.size() - 2 - octets) return std::nullopt;
+    const ByteView content = data.sub(2 + octets, length);
+    data = data.sub(2 + octets + length);
+    return content;
+}
+
+// Whether an EC key in PKCS#8 names a curve that is none of ours. Asked without libcrypto, whose
+// makers disagree about which curves are worth parsing.
+bool namesForeignCurve(ByteView pkcs8) {
+    constexpr uint8_t kInteger = 0x02;
+    constexpr uint8_t kOid = 0x06;
+    constexpr uint8_t kSequence = 0x30;
+    std::optional<ByteView> info = takeElement(pkcs8, kSequence);
+    if (!info || !takeElement(*info, kInteger)) return false;
+    std::optional<ByteView> identifier = takeElement(*info, kSequence);
+    if (!identifier || !takeElement(*identifier, kOid)) return false;
+    const std::optional<ByteView> oid = takeElement(*identifier, kOid);
+    if (!oid) return false;
+    const std::vector<NamedCurve>& curves = namedCurves();
+    return std::none_of(curves.begin(), curves.end(), [&oid](const NamedCurve& each) {
+        return std::equal(each.oid.begin(), each.oid.end(), oid->begin(), oid->end());
+    });
+}
+
+uint32_t curveOf(EVP_PKEY* key) {
+    const EC_KEY* ec = EVP_PKEY_get0_EC_KEY(key);
+    const EC_GROUP* group = ec == nullptr ? nullptr : EC_KEY_get0_group(ec);
+    const int nid = group == nullptr ? NID_undef : EC_GROUP_get_curve_name(group);
+    for (const NamedCurve& each : namedCurves()) {
+        if (each.nid == nid) return each.curve;
+    }
+    fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+}
+
+const BIGNUM* exponentOf(EVP_PKEY* key) {
+    const RSA* rsa = EVP_PKEY_get0_RSA(key);
+    const BIGNUM* exponent = nullptr;
+    if (rsa != nullptr) RSA_get0_key(rsa, nullptr, &exponent, nullptr);
+    if (exponent == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
+    return exponent;
+}
+
+uint64_t exponentValue(EVP_PKEY* key) {
+    const Bytes bytes = numberBytes(exponentOf(key));
+    if (bytes.size() > sizeof(uint64_t)) fail(KM_ERROR_INVALID_ARGUMENT);
+    uint64_t value = 0;
+    for (const uint8_t byte : bytes) value = value << 8 | byte;
+    return value;
+}
+
+void checkPkcs8(uint32_t algorithm, ByteView data) {
+    const CryptoPtr<EVP_PKEY> key = parsePrivateKey(data);
+    if (key == nullptr) {
+        const bool foreign = algorithm == KM_ALGORITHM_EC && namesForeignCurve(data);
+        fail(foreign ? KM_ERROR_UNSUPPORTED_EC_CURVE : KM_ERROR_INVALID_ARGUMENT);
+    }
+    if (EVP_PKEY_id(key.get()) != keyType(algorithm)) fail(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+    if (algorithm == KM_ALGORITHM_EC) {
+        curveOf(key.get());
+    } else {
+        exponentValue(key.get());
+    }
+}
+
+void setOddParity(Bytes& key) {
+    for (uint8_t& byte : key) {
+        uint8_t folded = static_cast<uint8_t>(byte & 0xFE);
+        folded = static_cast<uint8_t>(folded ^ (folded >> 4));
+        folded = static_cast<uint8_t>(folded ^ (folded >> 2));
+        folded = static_cast<uint8_t>(folded ^ (folded >> 1));
+        byte = static_cast<uint8_t>((byte & 0xFE) | (~folded & 1));
+    }
+}
+
+}  // namespace
+
+Secret makeMaterial(const KeyFacts& facts, RandomSource& random) {
+    switch (facts.algorithm) {
+        case KM_ALGORITHM_RSA:
+            return Secret(encodePrivateKey(
+                makeRsaKey(static_cast<uint32_t>(facts.bits), facts.exponent.value()).get()));
+        case KM_ALGORITHM_EC:
+            return Secret(encodePrivateKey(makeEcKey(facts.curve.value()).get()));
+        case KM_ALGORITHM_TRIPLE_DES: {
+            Secret key(random.bytes(kTripleDesBytes));
+            setOddParity(key.bytes());
+            return key;
+        }
+        default:
+            return Secret(random.bytes(static_cast<size_t>(facts.bits / 8)));
+    }
+}
+
+void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data) {
+    const uint32_t expected = isAsymmetric(algorithm) ? KM_KEY_FORMAT_PKCS8 : KM_KEY_FORMAT_RAW;
+    if (format != expected) fail(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
+    if (isAsymmetric(algorithm)) checkPkcs8(algorithm, data);
+}
+
+KeyFacts materialFacts(uint32_t algorithm, ByteView material) {
+    KeyFacts facts;
+    facts.algorithm = algorithm;
+    if (!isAsymmetric(algorithm)) {
+        facts.bits = uint64_t{material.size()} *
+                     (algorithm == KM_ALGORITHM_TRIPLE_DES ? kTripleDesKeyBitsPerByte : 8);
+        return facts;
+    }
+    const CryptoPtr<EVP_PKEY> key = openPrivateKey(material);
+    facts.bits = static_cast<uint64_t>(EVP_PKEY_bits(key.get()));
+    if (algorithm == KM_ALGORITHM_RSA) {
+        facts.exponent = exponentValue(key.get());
+    } else {
+        facts.curve = curveOf(key.get());
+    }
+    return facts;
+}
+
+Bytes publicKeyOf(ByteView material) {
+    return encodePublicKey(openPrivateKey(material).get());
+}
+
+PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material) {
+    const CryptoPtr<EVP_PKEY> key = openPrivateKey(material);
+    PublicKeyParts parts;
+    parts.algorithm = algorithm;
+    if (algorithm == KM_ALGORITHM_RSA) {
+        const BIGNUM* modulus = nullptr;
+        RSA_get0_key(EVP_PKEY_get0_RSA(key.get()), &modulus, nullptr, nullptr);
+        parts.modulus = numberBytes(modulus);
+        parts.exponent = numberBytes(exponentOf(key.get()));
+        return parts;
+    }
+    const EC_KEY* ec = EVP_PKEY_get0_EC_KEY(key.get());
+    const NumberPtr x(BN_new());
+    const NumberPtr y(BN_new());
+    if (ec == nullptr || x == nullptr || y == nullptr ||
+        EC_POINT_get_affine_coordinates_GFp(EC_KEY_get0_group(ec), EC_KEY_get0_public_key(ec),
+                                            x.get(), y.get(), nullptr) != 1) {
+        fail(KM_ERROR_UNKNOWN_ERROR);
+    }
+    parts.x = numberBytes(x.get());
+    parts.y = numberBytes(y.get());
+    return parts;
+}
+
+}  // namespace lumo::secureapp

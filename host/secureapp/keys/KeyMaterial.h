@@ -1,0 +1,25 @@
+// Making keys, reading them in, and giving their public half out.
+#pragma once
+
+#include "secureapp/base/Secret.h"
+#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/keys/KeyRules.h"
+
+namespace lumo::secureapp {
+
+// PKCS#8 of RSA and EC keys, the bytes of others.
+Secret makeMaterial(const KeyFacts& facts, RandomSource& random);
+
+// Refuses what an importer hands in when it is no key of the algorithm:
+// KM_ERROR_UNSUPPORTED_KEY_FORMAT, INVALID_ARGUMENT (does not parse), INCOMPATIBLE_ALGORITHM or
+// UNSUPPORTED_EC_CURVE. What passes is the material as it stands.
+void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data);
+
+// What the material says of the key; it passed checkMaterial or came from makeMaterial.
+KeyFacts materialFacts(uint32_t algorithm, ByteView material);
+
+// DER SubjectPublicKeyInfo of PKCS#8 material.
+Bytes publicKeyOf(ByteView material);
+PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material);
+
+}  // namespace lumo::secureapp

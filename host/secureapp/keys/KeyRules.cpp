@@ -1,0 +1,290 @@
+#include "secureapp/keys/KeyRules.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "secureapp/crypto/Crypto.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr keymaster_tag_t kForbiddenTags[] = {
+    KM_TAG_ORIGIN,
+    KM_TAG_ROOT_OF_TRUST,
+    KM_TAG_UNIQUE_ID,
+    KM_TAG_IDENTITY_CREDENTIAL_KEY,
+};
+
+// Arguments of operations and attestations, and what the secure side states itself.
+constexpr keymaster_tag_t kDroppedTags[] = {
+    KM_TAG_OS_VERSION,
+    KM_TAG_OS_PATCHLEVEL,
+    KM_TAG_VENDOR_PATCHLEVEL,
+    KM_TAG_BOOT_PATCHLEVEL,
+    KM_TAG_NONCE,
+    KM_TAG_MAC_LENGTH,
+    KM_TAG_ASSOCIATED_DATA,
+    KM_TAG_AUTH_TOKEN,
+    KM_TAG_CONFIRMATION_TOKEN,
+    KM_TAG_ATTESTATION_CHALLENGE,
+    KM_TAG_ATTESTATION_APPLICATION_ID,
+    KM_TAG_ATTESTATION_ID_BRAND,
+    KM_TAG_ATTESTATION_ID_DEVICE,
+    KM_TAG_ATTESTATION_ID_PRODUCT,
+    KM_TAG_ATTESTATION_ID_SERIAL,
+    KM_TAG_ATTESTATION_ID_IMEI,
+    KM_TAG_ATTESTATION_ID_MEID,
+    KM_TAG_ATTESTATION_ID_MANUFACTURER,
+    KM_TAG_ATTESTATION_ID_MODEL,
+    KM_TAG_RESET_SINCE_ID_ROTATION,
+    KM_TAG_DEVICE_UNIQUE_ATTESTATION,
+};
+
+constexpr uint32_t kAlgorithms[] = {KM_ALGORITHM_RSA, KM_ALGORITHM_EC, KM_ALGORITHM_AES,
+                                    KM_ALGORITHM_TRIPLE_DES, KM_ALGORITHM_HMAC};
+
+constexpr uint32_t kRsaBits[] = {1024, 2048, 3072, 4096};
+constexpr uint32_t kStrongBoxRsaBits = 2048;
+constexpr uint64_t kRsaExponents[] = {3, 65537};
+
+constexpr uint32_t kTripleDesBits = 168;
+constexpr uint32_t kMinHmacBits = 64;
+constexpr uint32_t kMaxHmacBits = 1024;
+constexpr uint32_t kMaxStrongBoxHmacBits = 512;
+constexpr uint32_t kMinHmacMacBits = 64;
+constexpr uint32_t kMinGcmMacBits = 96;
+constexpr uint32_t kMaxGcmMacBits = 128;
+
+struct Curve {
+    uint32_t curve;
+    uint32_t bits;
+};
+constexpr Curve kCurves[] = {
+    {KM_EC_CURVE_P_224, 224},
+    {KM_EC_CURVE_P_256, 256},
+    {KM_EC_CURVE_P_384, 384},
+    {KM_EC_CURVE_P_521, 521},
+};
+constexpr uint32_t kStrongBoxCurve = KM_EC_CURVE_P_256;
+
+template <typename T, size_t N>
+bool isIn(const T (&values)[N], uint64_t value) {
+    return std::any_of(std::begin(values), std::end(values),
+                       [value](T each) { return static_cast<uint64_t>(each) == value; });
+}
+
+template <size_t N>
+bool isTagIn(const keymaster_tag_t (&tags)[N], keymaster_tag_t tag) {
+    return std::find(std::begin(tags), std::end(tags), tag) != std::end(tags);
+}
+
+bool isStrongBox(keymaster_security_level_t level) {
+    return level == KM_SECURITY_LEVEL_STRONGBOX;
+}
+
+const Curve* curveOfBits(uint64_t bits) {
+    const auto* found = std::find_if(std::begin(kCurves), std::end(kCurves),
+                                     [bits](const Curve& each) { return each.bits == bits; });
+    return found == std::end(kCurves) ? nullptr : found;
+}
+
+const Curve* findCurve(uint64_t curve) {
+    const auto* found = std::find_if(std::begin(kCurves), std::end(kCurves),
+                                     [curve](const Curve& each) { return each.curve == curve; });
+    return found == std::end(kCurves) ? nullptr : found;
+}
+
+// As the caller's parameter stands in a key, or nothing when it does not belong there.
+std::optional<Param> stored(const Param& param) {
+    const keymaster_tag_type_t type = keymaster_tag_get_type(param.tag);
+    if (type == KM_INVALID || isTagIn(kDroppedTags, param.tag)) return std::nullopt;
+    if (type != KM_BOOL) return param;
+    // The older name of the same promise; a promise that is made must be kept.
+    if (param.tag == KM_TAG_ROLLBACK_RESISTANT) return boolParam(KM_TAG_ROLLBACK_RESISTANCE);
+    return boolParam(param.tag);  // being there is what counts
+}
+
+ParamSet withoutRepetition(const ParamSet& params) {
+    ParamSet result;
+    for (const Param& each : params) {
+        const std::optional<Param> param = stored(each);
+        if (!param || std::find(result.begin(), result.end(), *param) != result.end()) continue;
+        if (!keymaster_tag_repeatable(param->tag) && result.contains(param->tag)) {
+            fail(KM_ERROR_INVALID_ARGUMENT);
+        }
+        result.add(*param);
+    }
+    return result;
+}
+
+void checkAbilities(const ParamSet& params, const CreationContext& context) {
+    if (params.contains(KM_TAG_EARLY_BOOT_ONLY) && !context.early_boot) {
+        fail(KM_ERROR_EARLY_BOOT_ENDED);
+    }
+    // Such keys are for inline encryption hardware, of which there is none.
+    if (params.contains(KM_TAG_STORAGE_KEY)) fail(KM_ERROR_STORAGE_KEY_UNSUPPORTED);
+    if (params.contains(KM_TAG_ROLLBACK_RESISTANCE) && !context.rollback_resistance) {
+        fail(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
+    }
+    if (params.integer(KM_TAG_HARDWARE_TYPE).value_or(context.level) != context.level) {
+        fail(KM_ERROR_HARDWARE_TYPE_UNAVAILABLE);
+    }
+    if (params.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED) && !context.user_presence) {
+        fail(KM_ERROR_UNIMPLEMENTED);
+    }
+}
+
+bool supportsSymmetricSize(uint32_t algorithm, uint64_t bits, keymaster_security_level_t level) {
+    switch (algorithm) {
+        case KM_ALGORITHM_AES:
+            return bits == 128 || bits == 256 || (bits == 192 && !isStrongBox(level));
+        case KM_ALGORITHM_TRIPLE_DES:
+            return bits == kTripleDesBits;
+        default:
+            return bits >= kMinHmacBits && bits % 8 == 0 &&
+                   bits <= (isStrongBox(level) ? kMaxStrongBoxHmacBits : kMaxHmacBits);
+    }
+}
+
+bool supportsSize(const KeyFacts& facts, keymaster_security_level_t level) {
+    switch (facts.algorithm) {
+        case KM_ALGORITHM_RSA:
+            return isStrongBox(level) ? facts.bits == kStrongBoxRsaBits
+                                      : isIn(kRsaBits, facts.bits);
+        case KM_ALGORITHM_EC:
+            return !isStrongBox(level) || facts.curve == kStrongBoxCurve;
+        default:
+            return supportsSymmetricSize(facts.algorithm, facts.bits, level);
+    }
+}
+
+KeyFacts planEc(const ParamSet& params, keymaster_security_level_t level) {
+    const std::optional<uint64_t> bits = params.integer(KM_TAG_KEY_SIZE);
+    const std::optional<uint64_t> wanted = params.integer(KM_TAG_EC_CURVE);
+    if (!bits && !wanted) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (bits && curveOfBits(*bits) == nullptr) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    const Curve* curve = wanted ? findCurve(*wanted) : curveOfBits(*bits);
+    if (curve == nullptr) fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    if (bits && curve->bits != *bits) fail(KM_ERROR_INVALID_ARGUMENT);
+
+    const KeyFacts facts = {KM_ALGORITHM_EC, curve->bits, curve->curve, std::nullopt};
+    if (!supportsSize(facts, level)) {
+        fail(bits ? KM_ERROR_UNSUPPORTED_KEY_SIZE : KM_ERROR_UNSUPPORTED_EC_CURVE);
+    }
+    return facts;
+}
+
+void checkHmacRules(const ParamSet& params, keymaster_security_level_t level) {
+    const std::vector<uint64_t> digests = params.integers(KM_TAG_DIGEST);
+    if (digests.size() != 1 || digests[0] > UINT32_MAX) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    const auto digest = static_cast<uint32_t>(digests[0]);
+    const uint32_t digest_bits = digestBits(digest);
+    if (digest_bits == 0) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (isStrongBox(level) && digest != KM_DIGEST_SHA_2_256) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+
+    const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
+    if (!least) fail(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (*least < kMinHmacMacBits || *least > digest_bits || *least % 8 != 0) {
+        fail(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+    }
+}
+
+void checkGcmRules(const ParamSet& params) {
+    if (!params.contains(KM_TAG_BLOCK_MODE, KM_MODE_GCM)) return;
+    const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
+    if (!least) fail(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (*least < kMinGcmMacBits || *least > kMaxGcmMacBits || *least % 8 != 0) {
+        fail(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+    }
+}
+
+void replace(ParamSet& params, Param param) {
+    params.removeAll(param.tag);
+    params.add(std::move(param));
+}
+
+}  // namespace
+
+ParamSet acceptCreation(const ParamSet& params, const CreationContext& context) {
+    if (!isIn(kAlgorithms, params.integer(KM_TAG_ALGORITHM).value_or(0))) {
+        fail(KM_ERROR_UNSUPPORTED_ALGORITHM);
+    }
+    for (const Param& param : params) {
+        if (isTagIn(kForbiddenTags, param.tag)) fail(KM_ERROR_INVALID_TAG);
+    }
+    ParamSet accepted = withoutRepetition(params);
+    if (accepted.contains(KM_TAG_NO_AUTH_REQUIRED) && accepted.contains(KM_TAG_USER_SECURE_ID)) {
+        fail(KM_ERROR_INVALID_ARGUMENT);
+    }
+    checkAbilities(accepted, context);
+    return accepted;
+}
+
+KeyFacts planGeneration(const ParamSet& params, keymaster_security_level_t level) {
+    const auto algorithm = static_cast<uint32_t>(params.integer(KM_TAG_ALGORITHM).value_or(0));
+    if (algorithm == KM_ALGORITHM_EC) return planEc(params, level);
+
+    KeyFacts facts;
+    facts.algorithm = algorithm;
+    facts.bits = params.integer(KM_TAG_KEY_SIZE).value_or(0);
+    if (!supportsSize(facts, level)) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (algorithm == KM_ALGORITHM_RSA) {
+        facts.exponent = params.integer(KM_TAG_RSA_PUBLIC_EXPONENT);
+        if (!isIn(kRsaExponents, facts.exponent.value_or(0))) fail(KM_ERROR_INVALID_ARGUMENT);
+    }
+    return facts;
+}
+
+void checkImport(const ParamSet& params, const KeyFacts& facts, keymaster_security_level_t level) {
+    const auto differs = [&params](keymaster_tag_t tag, std::optional<uint64_t> fact) {
+        const std::optional<uint64_t> wanted = params.integer(tag);
+        return wanted && fact && *wanted != *fact;
+    };
+    if (differs(KM_TAG_KEY_SIZE, facts.bits) || differs(KM_TAG_EC_CURVE, facts.curve) ||
+        differs(KM_TAG_RSA_PUBLIC_EXPONENT, facts.exponent)) {
+        fail(KM_ERROR_IMPORT_PARAMETER_MISMATCH);
+    }
+    if (!supportsSize(facts, level)) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+}
+
+void checkMacRules(const ParamSet& params, keymaster_security_level_t level) {
+    switch (params.integer(KM_TAG_ALGORITHM).value_or(0)) {
+        case KM_ALGORITHM_HMAC:
+            return checkHmacRules(params, level);
+        case KM_ALGORITHM_AES:
+            return checkGcmRules(params);
+        default:
+            return;
+    }
+}
+
+ParamSet finishAuthorizations(const ParamSet& params, const KeyFacts& facts,
+                              const Additions& additions) {
+    ParamSet result = params;
+    result.removeAll(KM_TAG_APPLICATION_ID);
+    result.removeAll(KM_TAG_APPLICATION_DATA);
+    replace(result, intParam(KM_TAG_KEY_SIZE, facts.bits));
+    if (facts.curve) replace(result, intParam(KM_TAG_EC_CURVE, *facts.curve));
+    if (facts.exponent) replace(result, intParam(KM_TAG_RSA_PUBLIC_EXPONENT, *facts.exponent));
+    replace(result, intParam(KM_TAG_ORIGIN, additions.origin));
+    replace(result, intParam(KM_TAG_BLOB_USAGE_REQUIREMENTS, KM_BLOB_STANDALONE));
+    if (!result.contains(KM_TAG_CREATION_DATETIME)) {
+        result.add(intParam(KM_TAG_CREATION_DATETIME, additions.now));
+    }
+    setVersions(result, additions.versions);
+    return result;
+}
+
+void setVersions(ParamSet& authorizations, const ParamSet& versions) {
+    for (const keymaster_tag_t tag : kVersionTags) authorizations.removeAll(tag);
+    authorizations.add(versions);
+}
+
+bool isPatchDate(uint64_t value) {
+    const uint64_t year = value / 10000;
+    const uint64_t month = value / 100 % 100;
+    const uint64_t day = value % 100;
+    return year >= 2011 && year <= 2099 && month >= 1 && month <= 12 && day <= 31;
+}
+
+}  // namespace lumo::secureapp

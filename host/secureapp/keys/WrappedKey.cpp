@@ -1,0 +1,66 @@
+#include "secureapp/keys/WrappedKey.h"
+
+#include <hardware/hw_auth_token.h>
+
+#include "secureapp/crypto/Der.h"
+#include "secureapp/keys/AuthorizationList.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr uint64_t kWrapperVersion = 0;
+constexpr size_t kNonceBytes = 12;
+constexpr size_t kTagBytes = 16;
+
+void parseDescription(ByteView contents, WrappedKey& wrapped) {
+    der::Reader fields(contents);
+    const uint64_t format = fields.nextUnsigned();
+    if (format > UINT32_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+    wrapped.format = static_cast<uint32_t>(format);
+    wrapped.params = decodeAuthorizationList(fields.next(der::kSequence).encoding);
+    fields.expectEnd();
+}
+
+}  // namespace
+
+WrappedKey parseWrappedKey(ByteView encoding) {
+    der::Reader outer(encoding);
+    der::Reader fields = outer.enter(der::kSequence);
+    outer.expectEnd();
+
+    WrappedKey wrapped;
+    if (fields.nextUnsigned() != kWrapperVersion) fail(KM_ERROR_INVALID_ARGUMENT);
+    wrapped.encrypted_transport_key = fields.next(der::kOctetString).contents;
+    wrapped.nonce = fields.next(der::kOctetString).contents;
+    const der::Item description = fields.next(der::kSequence);
+    wrapped.key_description = description.encoding;
+    wrapped.sealed = fields.next(der::kOctetString).contents.copy();
+    const ByteView tag = fields.next(der::kOctetString).contents;
+    fields.expectEnd();
+    if (wrapped.nonce.size() != kNonceBytes || tag.size() != kTagBytes) {
+        fail(KM_ERROR_INVALID_ARGUMENT);
+    }
+    wrapped.sealed.insert(wrapped.sealed.end(), tag.begin(), tag.end());
+    parseDescription(description.contents, wrapped);
+    return wrapped;
+}
+
+ParamSet resolveSecureIds(const ParamSet& params, uint64_t password_sid, uint64_t biometric_sid) {
+    if (!params.contains(KM_TAG_USER_SECURE_ID)) return params;
+    uint64_t authenticators = 0;
+    for (const uint64_t bits : params.integers(KM_TAG_USER_SECURE_ID)) authenticators |= bits;
+
+    ParamSet resolved = params;
+    resolved.removeAll(KM_TAG_USER_SECURE_ID);
+    if ((authenticators & HW_AUTH_PASSWORD) != 0) {
+        resolved.add(intParam(KM_TAG_USER_SECURE_ID, password_sid));
+    }
+    if ((authenticators & HW_AUTH_FINGERPRINT) != 0) {
+        resolved.add(intParam(KM_TAG_USER_SECURE_ID, biometric_sid));
+    }
+    // Without any the key would need no authentication at all.
+    if (!resolved.contains(KM_TAG_USER_SECURE_ID)) fail(KM_ERROR_INVALID_ARGUMENT);
+    return resolved;
+}
+
+}  // namespace lumo::secureapp

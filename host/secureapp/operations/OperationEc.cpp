@@ -1,0 +1,47 @@
+#include "secureapp/operations/OperationParts.h"
+
+namespace lumo::secureapp {
+namespace {
+
+// ECDSA with DER signatures. Without a digest the data itself stands for it: libcrypto uses the
+// leftmost bits of it, as many as the group order has, so no byte beyond those need be kept.
+class EcOperation : public Operation {
+  public:
+    EcOperation(uint32_t purpose, CryptoPtr<EVP_PKEY> key, uint32_t digest)
+        : purpose_(purpose), key_(std::move(key)), message_(digest, orderBytes()) {}
+
+    Bytes update(const ParamSet&, ByteView input) override {
+        message_.add(input);
+        return {};
+    }
+
+    Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
+        message_.add(input);
+        const Bytes digest = message_.take();
+        if (purpose_ == KM_PURPOSE_SIGN) return sign(digest);
+        const auto context = keyContext(key_.get(), EVP_PKEY_verify_init);
+        if (!verifies(context.get(), signature, digest)) fail(KM_ERROR_VERIFICATION_FAILED);
+        return {};
+    }
+
+  private:
+    size_t orderBytes() const { return (static_cast<size_t>(EVP_PKEY_bits(key_.get())) + 7) / 8; }
+
+    Bytes sign(ByteView digest) const {
+        const auto context = keyContext(key_.get(), EVP_PKEY_sign_init);
+        return transform(EVP_PKEY_sign, key_.get(), context.get(), digest);
+    }
+
+    uint32_t purpose_;
+    CryptoPtr<EVP_PKEY> key_;
+    MessageCollector message_;
+};
+
+}  // namespace
+
+std::unique_ptr<Operation> startEc(const OperationRequest& request) {
+    const uint32_t digest = chooseDigest(request);
+    return std::make_unique<EcOperation>(request.purpose, openPrivateKey(request.material), digest);
+}
+
+}  // namespace lumo::secureapp

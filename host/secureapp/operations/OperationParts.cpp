@@ -1,0 +1,104 @@
+#include "secureapp/operations/OperationParts.h"
+
+#include <openssl/err.h>
+
+#include <algorithm>
+
+namespace lumo::secureapp {
+namespace {
+
+bool digestSupported(const OperationRequest& request, uint64_t digest) {
+    if (request.level == KM_SECURITY_LEVEL_STRONGBOX) {
+        return digest == KM_DIGEST_NONE || digest == KM_DIGEST_SHA_2_256;
+    }
+    if (request.algorithm == KM_ALGORITHM_EC && digest == KM_DIGEST_MD5) return false;
+    return digest <= KM_DIGEST_SHA_2_512;
+}
+
+}  // namespace
+
+bool OperationRequest::authorizes(keymaster_tag_t tag, uint64_t value) const {
+    return isPublicKeyOperation(purpose, algorithm) || authorizations.contains(tag, value);
+}
+
+uint64_t onlyValue(const ParamSet& params, keymaster_tag_t tag, keymaster_error_t error) {
+    if (params.count(tag) != 1) fail(error);
+    return params.find(tag)->integer;
+}
+
+uint32_t chooseDigest(const OperationRequest& request) {
+    const uint64_t digest = onlyValue(request.params, KM_TAG_DIGEST, KM_ERROR_UNSUPPORTED_DIGEST);
+    if (!digestSupported(request, digest)) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (!request.authorizes(KM_TAG_DIGEST, digest)) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+    return static_cast<uint32_t>(digest);
+}
+
+size_t chooseMacBytes(const OperationRequest& request, uint32_t floor_bits, uint32_t max_bits) {
+    const std::optional<uint64_t> bits = request.params.integer(KM_TAG_MAC_LENGTH);
+    if (!bits) fail(KM_ERROR_MISSING_MAC_LENGTH);
+    if (*bits > max_bits || *bits % 8 != 0) fail(KM_ERROR_UNSUPPORTED_MAC_LENGTH);
+    const uint64_t min_bits =
+        request.authorizations.integer(KM_TAG_MIN_MAC_LENGTH).value_or(floor_bits);
+    if (*bits < min_bits) fail(KM_ERROR_INVALID_MAC_LENGTH);
+    return static_cast<size_t>(*bits / 8);
+}
+
+void requireCrypto(bool success) {
+    if (success) return;
+    ERR_clear_error();
+    fail(KM_ERROR_UNKNOWN_ERROR);
+}
+
+const uint8_t* nonNull(ByteView data) {
+    static const uint8_t nothing = 0;
+    return data.empty() ? &nothing : data.data();
+}
+
+CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*)) {
+    CryptoPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
+    requireCrypto(context != nullptr && init(context.get()) == 1);
+    return context;
+}
+
+Bytes transform(KeyTransform run, EVP_PKEY* key, EVP_PKEY_CTX* context, ByteView in) {
+    Bytes out(static_cast<size_t>(EVP_PKEY_size(key)));
+    size_t out_len = out.size();
+    requireCrypto(run(context, out.data(), &out_len, nonNull(in), in.size()) == 1);
+    out.resize(out_len);
+    return out;
+}
+
+bool verifies(EVP_PKEY_CTX* context, ByteView signature, ByteView digest) {
+    const bool good = EVP_PKEY_verify(context, nonNull(signature), signature.size(),
+                                      nonNull(digest), digest.size()) == 1;
+    ERR_clear_error();
+    return good;
+}
+
+MessageCollector::MessageCollector(uint32_t digest, size_t limit) : limit_(limit) {
+    const EVP_MD* md = evpDigest(digest);
+    if (md == nullptr) return;
+    hash_.reset(EVP_MD_CTX_new());
+    requireCrypto(hash_ != nullptr && EVP_DigestInit_ex(hash_.get(), md, nullptr) == 1);
+}
+
+void MessageCollector::add(ByteView input) {
+    if (hash_ != nullptr) {
+        requireCrypto(EVP_DigestUpdate(hash_.get(), nonNull(input), input.size()) == 1);
+        return;
+    }
+    const size_t taken = std::min(input.size(), limit_ - kept_.size());
+    kept_.insert(kept_.end(), input.begin(), input.begin() + taken);
+    overflowed_ = overflowed_ || taken < input.size();
+}
+
+Bytes MessageCollector::take() {
+    if (hash_ == nullptr) return std::move(kept_);
+    Bytes digest(EVP_MAX_MD_SIZE);
+    unsigned int digest_len = 0;
+    requireCrypto(EVP_DigestFinal_ex(hash_.get(), digest.data(), &digest_len) == 1);
+    digest.resize(digest_len);
+    return digest;
+}
+
+}  // namespace lumo::secureapp

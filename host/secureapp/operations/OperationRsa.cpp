@@ -1,0 +1,246 @@
+#include <openssl/bn.h>
+#include <openssl/crypto.h>
+#include <openssl/rsa.h>
+
+#include <algorithm>
+
+#include "secureapp/operations/OperationParts.h"
+
+namespace lumo::secureapp {
+namespace {
+
+// What PKCS#1 v1.5 needs beside the data: 00, the block type, eight filler bytes and 00.
+constexpr size_t kPkcs1Overhead = 11;
+
+bool isSignature(uint32_t purpose) {
+    return purpose == KM_PURPOSE_SIGN || purpose == KM_PURPOSE_VERIFY;
+}
+
+// What PSS and OAEP need: two digests and two more bytes (RFC 8017, 7.1.1 and 9.1.1). In OAEP that
+// is beside the message.
+size_t encodingOverhead(uint32_t digest) {
+    return 2 * size_t{digestBits(digest) / 8} + 2;
+}
+
+uint32_t choosePadding(const OperationRequest& request) {
+    const uint64_t padding =
+        onlyValue(request.params, KM_TAG_PADDING, KM_ERROR_UNSUPPORTED_PADDING_MODE);
+    const bool usable =
+        padding == KM_PAD_NONE ||
+        (isSignature(request.purpose)
+             ? padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_PKCS1_1_5_SIGN
+             : padding == KM_PAD_RSA_OAEP || padding == KM_PAD_RSA_PKCS1_1_5_ENCRYPT);
+    if (!usable) fail(KM_ERROR_UNSUPPORTED_PADDING_MODE);
+    if (!request.authorizes(KM_TAG_PADDING, padding)) fail(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
+    return static_cast<uint32_t>(padding);
+}
+
+// The digest of a signature or of OAEP. Other encryption needs none and gets KM_DIGEST_NONE.
+uint32_t chooseRsaDigest(const OperationRequest& request, uint32_t padding, size_t key_bytes) {
+    if (!isSignature(request.purpose) && padding != KM_PAD_RSA_OAEP) return KM_DIGEST_NONE;
+    const uint32_t digest = chooseDigest(request);
+    if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+    if (padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_OAEP) {
+        const bool fits = key_bytes >= encodingOverhead(digest);
+        if (digest == KM_DIGEST_NONE || !fits) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+    }
+    return digest;
+}
+
+// The content of a type 2 block: 00 02, at least eight bytes other than 00, 00, content. By hand,
+// because a libcrypto may answer bad padding with made-up content, and without branching on bytes.
+Bytes contentOfEncryptionBlock(const Bytes& block) {
+    uint32_t bad = static_cast<uint32_t>(block[0]) | (block[1] ^ 2u);
+    uint32_t searching = 1;
+    size_t end_of_filler = 0;
+    for (size_t i = 2; i < block.size(); ++i) {
+        const uint32_t is_zero = (static_cast<uint32_t>(block[i]) - 1u) >> 31;
+        end_of_filler |= i & (size_t{0} - (searching & is_zero));
+        searching &= ~is_zero;
+    }
+    if (bad != 0 || end_of_filler < kPkcs1Overhead - 1) fail(KM_ERROR_UNKNOWN_ERROR);
+    return ByteView(block).sub(end_of_filler + 1).copy();
+}
+
+class RsaOperation : public Operation {
+  public:
+    RsaOperation(uint32_t purpose, CryptoPtr<EVP_PKEY> key, uint32_t padding, uint32_t digest)
+        : purpose_(purpose),
+          padding_(padding),
+          digest_(digest),
+          key_(std::move(key)),
+          modulus_(static_cast<size_t>(EVP_PKEY_size(key_.get()))),
+          message_(isSignature(purpose) ? digest : uint32_t{KM_DIGEST_NONE}, maxMessage()) {
+        const BIGNUM* n = RSA_get0_n(EVP_PKEY_get0_RSA(key_.get()));
+        requireCrypto(BN_bn2binpad(n, modulus_.data(), EVP_PKEY_size(key_.get())) >= 0);
+    }
+
+    Bytes update(const ParamSet&, ByteView input) override {
+        message_.add(input);
+        // A message too long for a signature to stand for it is one that does not verify.
+        if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
+            fail(KM_ERROR_INVALID_INPUT_LENGTH);
+        }
+        return {};
+    }
+
+    Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
+        update(params, input);
+        const Bytes message = message_.take();
+        switch (purpose_) {
+            case KM_PURPOSE_SIGN:
+                return digest_ == KM_DIGEST_NONE ? signBlock(message) : signDigest(message);
+            case KM_PURPOSE_VERIFY:
+                verify(message, signature);
+                return {};
+            case KM_PURPOSE_ENCRYPT:
+                return encrypt(message);
+            default:
+                return decrypt(message);
+        }
+    }
+
+  private:
+    size_t keyBytes() const { return modulus_.size(); }
+
+    // The longest message that can be worked on; without meaning where it is hashed.
+    size_t maxMessage() const {
+        if (purpose_ == KM_PURPOSE_DECRYPT) return keyBytes();
+        switch (padding_) {
+            case KM_PAD_RSA_PKCS1_1_5_SIGN:
+            case KM_PAD_RSA_PKCS1_1_5_ENCRYPT:
+                return keyBytes() - kPkcs1Overhead;
+            case KM_PAD_RSA_OAEP:
+                return keyBytes() - encodingOverhead(digest_);
+            default:
+                return keyBytes();
+        }
+    }
+
+    // `block` is as long as the key.
+    bool belowModulus(ByteView block) const {
+        return std::lexicographical_compare(block.begin(), block.end(), modulus_.begin(),
+                                            modulus_.end());
+    }
+
+    Bytes paddedLeft(const Bytes& message) const {
+        Bytes block(keyBytes() - message.size(), 0);
+        block.insert(block.end(), message.begin(), message.end());
+        return block;
+    }
+
+    // An undigested message as it is signed: zeros before it, or a type 1 block.
+    Bytes signatureBlock(const Bytes& message) const {
+        Bytes block = paddedLeft(message);
+        if (padding_ == KM_PAD_NONE) return block;
+        const size_t zero = block.size() - message.size() - 1;
+        block[1] = 1;
+        std::fill(block.begin() + 2, block.begin() + static_cast<ptrdiff_t>(zero), uint8_t{0xFF});
+        return block;
+    }
+
+    Bytes rawPrivate(ByteView block) const {
+        const auto context = keyContext(key_.get(), EVP_PKEY_decrypt_init);
+        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
+        return transform(EVP_PKEY_decrypt, key_.get(), context.get(), block);
+    }
+
+    Bytes rawPublic(ByteView block) const {
+        const auto context = keyContext(key_.get(), EVP_PKEY_encrypt_init);
+        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
+        return transform(EVP_PKEY_encrypt, key_.get(), context.get(), block);
+    }
+
+    Bytes signBlock(const Bytes& message) const {
+        const Bytes block = signatureBlock(message);
+        if (!belowModulus(block)) fail(KM_ERROR_INVALID_ARGUMENT);
+        return rawPrivate(block);
+    }
+
+    // PSS: a salt as long as the digest, and MGF1 with the same digest.
+    CryptoPtr<EVP_PKEY_CTX> digestContext(int (*init)(EVP_PKEY_CTX*)) const {
+        const EVP_MD* md = evpDigest(digest_);
+        const bool pss = padding_ == KM_PAD_RSA_PSS;
+        auto context = keyContext(key_.get(), init);
+        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(
+                          context.get(), pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING) == 1);
+        requireCrypto(EVP_PKEY_CTX_set_signature_md(context.get(), md) == 1);
+        if (!pss) return context;
+        requireCrypto(EVP_PKEY_CTX_set_rsa_pss_saltlen(context.get(),
+                                                       static_cast<int>(EVP_MD_size(md))) == 1 &&
+                      EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), md) == 1);
+        return context;
+    }
+
+    Bytes signDigest(ByteView digest) const {
+        const auto context = digestContext(EVP_PKEY_sign_init);
+        return transform(EVP_PKEY_sign, key_.get(), context.get(), digest);
+    }
+
+    void verify(const Bytes& message, ByteView signature) const {
+        if (signature.size() != keyBytes() || !belowModulus(signature) || message_.overflowed()) {
+            fail(KM_ERROR_VERIFICATION_FAILED);
+        }
+        const bool good =
+            digest_ == KM_DIGEST_NONE
+                ? rawPublic(signature) == signatureBlock(message)
+                : verifies(digestContext(EVP_PKEY_verify_init).get(), signature, message);
+        if (!good) fail(KM_ERROR_VERIFICATION_FAILED);
+    }
+
+    Bytes encrypt(const Bytes& message) const {
+        if (padding_ != KM_PAD_NONE) return encryptPadded(message);
+        const Bytes block = paddedLeft(message);
+        if (!belowModulus(block)) fail(KM_ERROR_INVALID_ARGUMENT);
+        return rawPublic(block);
+    }
+
+    // OAEP's mask is made with SHA-1, whatever its digest, and the label is empty.
+    Bytes encryptPadded(ByteView message) const {
+        const bool oaep = padding_ == KM_PAD_RSA_OAEP;
+        const auto context = keyContext(key_.get(), EVP_PKEY_encrypt_init);
+        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(
+                          context.get(), oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING) == 1);
+        if (oaep) {
+            requireCrypto(EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), evpDigest(digest_)) == 1 &&
+                          EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), EVP_sha1()) == 1);
+        }
+        return transform(EVP_PKEY_encrypt, key_.get(), context.get(), message);
+    }
+
+    Bytes decrypt(const Bytes& ciphertext) const {
+        const bool whole = ciphertext.size() == keyBytes();
+        if (padding_ == KM_PAD_NONE) {
+            if (!whole) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+            if (!belowModulus(ciphertext)) fail(KM_ERROR_INVALID_ARGUMENT);
+            return rawPrivate(ciphertext);
+        }
+        // From here on every fault looks the same, so that nothing tells about the padding.
+        if (!whole || !belowModulus(ciphertext)) fail(KM_ERROR_UNKNOWN_ERROR);
+        if (padding_ == KM_PAD_RSA_PKCS1_1_5_ENCRYPT) {
+            return contentOfEncryptionBlock(rawPrivate(ciphertext));
+        }
+        std::optional<Bytes> message = rsaOaepDecrypt(key_.get(), digest_, ciphertext);
+        if (!message) fail(KM_ERROR_UNKNOWN_ERROR);
+        return std::move(*message);
+    }
+
+    uint32_t purpose_;
+    uint32_t padding_;
+    uint32_t digest_;
+    CryptoPtr<EVP_PKEY> key_;
+    Bytes modulus_;  // big-endian
+    MessageCollector message_;
+};
+
+}  // namespace
+
+std::unique_ptr<Operation> startRsa(const OperationRequest& request) {
+    const uint32_t padding = choosePadding(request);
+    CryptoPtr<EVP_PKEY> key = openPrivateKey(request.material);
+    const size_t key_bytes = static_cast<size_t>(EVP_PKEY_size(key.get()));
+    const uint32_t digest = chooseRsaDigest(request, padding, key_bytes);
+    return std::make_unique<RsaOperation>(request.purpose, std::move(key), padding, digest);
+}
+
+}  // namespace lumo::secureapp

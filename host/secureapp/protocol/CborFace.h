@@ -1,0 +1,24 @@
+// The CBOR protocol in front of a keymaster.
+#pragma once
+
+#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/protocol/SecureApp.h"
+
+namespace lumo::secureapp {
+
+class CborFace {
+  public:
+    CborFace(Keymaster& keymaster, const Profile& profile)
+        : keymaster_(keymaster), legacy_(profile.legacy) {}
+
+    // The body of the answer. Throws what the keymaster throws, KM_ERROR_UNIMPLEMENTED for a
+    // command that this level and protocol do not have, and KM_ERROR_INVALID_ARGUMENT for a
+    // request that differs in anything from the command's message.
+    Bytes handle(uint32_t command, ByteView request);
+
+  private:
+    Keymaster& keymaster_;
+    bool legacy_;
+};
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,125 @@
+#include "secureapp/protocol/EcConversions.h"
+
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/ecdsa.h>
+#include <openssl/objects.h>
+
+#include "secureapp/crypto/Crypto.h"
+
+namespace lumo::secureapp {
+namespace {
+
+struct EcDelete {
+    void operator()(BIGNUM* number) const { BN_clear_free(number); }
+    void operator()(EC_KEY* key) const { EC_KEY_free(key); }
+    void operator()(ECDSA_SIG* signature) const { ECDSA_SIG_free(signature); }
+};
+template <typename T>
+using EcPtr = std::unique_ptr<T, EcDelete>;
+
+struct Curve {
+    uint32_t curve;
+    uint32_t key_bits;
+    int nid;
+};
+
+constexpr Curve kCurves[] = {
+    {KM_EC_CURVE_P_224, 224, NID_secp224r1},
+    {KM_EC_CURVE_P_256, 256, NID_X9_62_prime256v1},
+    {KM_EC_CURVE_P_384, 384, NID_secp384r1},
+    {KM_EC_CURVE_P_521, 521, NID_secp521r1},
+};
+
+template <typename T>
+T* require(T* object) {
+    if (object == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
+    return object;
+}
+
+EcPtr<BIGNUM> number(ByteView bytes) {
+    if (bytes.size() > UINT16_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+    // The two libcryptos differ in the type of a length; this one fits both.
+    const uint16_t length = static_cast<uint16_t>(bytes.size());
+    return EcPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
+}
+
+// A null place asks for the size only.
+size_t encode(const ECDSA_SIG* signature, uint8_t** place) {
+    const int size = i2d_ECDSA_SIG(signature, place);
+    if (size <= 0) fail(KM_ERROR_UNKNOWN_ERROR);
+    return static_cast<size_t>(size);
+}
+
+void putPadded(const BIGNUM* value, uint8_t* place, size_t width) {
+    const int size = static_cast<int>(width);
+    if (BN_bn2binpad(value, place, size) != size) fail(KM_ERROR_UNKNOWN_ERROR);
+}
+
+}  // namespace
+
+size_t ecWidth(uint32_t key_bits) {
+    return (key_bits + 7) / 8;
+}
+
+uint32_t ecCurveBits(uint32_t curve) {
+    for (const Curve& known : kCurves) {
+        if (known.curve == curve) return known.key_bits;
+    }
+    fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+}
+
+Bytes ecPrivateKey(const EcKeyParts& parts) {
+    const Curve* curve = nullptr;
+    for (const Curve& known : kCurves) {
+        if (known.key_bits == parts.key_bits) curve = &known;
+    }
+    if (curve == nullptr) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    const size_t width = ecWidth(parts.key_bits);
+    for (const ByteView part : {parts.scalar, parts.x, parts.y}) {
+        if (part.size() != width) fail(KM_ERROR_INVALID_ARGUMENT);
+    }
+
+    const EcPtr<EC_KEY> key(require(EC_KEY_new_by_curve_name(curve->nid)));
+    const bool good = EC_KEY_set_private_key(key.get(), number(parts.scalar).get()) == 1 &&
+                      EC_KEY_set_public_key_affine_coordinates(key.get(), number(parts.x).get(),
+                                                               number(parts.y).get()) == 1 &&
+                      EC_KEY_check_key(key.get()) == 1;
+    if (!good) fail(KM_ERROR_INVALID_ARGUMENT);
+
+    const CryptoPtr<EVP_PKEY> wrapped(require(EVP_PKEY_new()));
+    if (EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1) fail(KM_ERROR_UNKNOWN_ERROR);
+    return encodePrivateKey(wrapped.get());
+}
+
+Bytes ecDerSignature(ByteView r, ByteView s) {
+    const EcPtr<ECDSA_SIG> signature(require(ECDSA_SIG_new()));
+    EcPtr<BIGNUM> r_number = number(r);
+    EcPtr<BIGNUM> s_number = number(s);
+    if (ECDSA_SIG_set0(signature.get(), r_number.get(), s_number.get()) != 1) {
+        fail(KM_ERROR_UNKNOWN_ERROR);
+    }
+    // The signature owns them from here on.
+    static_cast<void>(r_number.release());
+    static_cast<void>(s_number.release());
+
+    Bytes der(encode(signature.get(), nullptr));
+    uint8_t* cursor = der.data();
+    encode(signature.get(), &cursor);
+    return der;
+}
+
+Bytes ecRawSignature(ByteView der, size_t width) {
+    const uint8_t* cursor = der.data();
+    const EcPtr<ECDSA_SIG> signature(
+        require(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(der.size()))));
+    const BIGNUM* r = nullptr;
+    const BIGNUM* s = nullptr;
+    ECDSA_SIG_get0(signature.get(), &r, &s);
+    Bytes raw(2 * width);
+    putPadded(r, raw.data(), width);
+    putPadded(s, raw.data() + width, width);
+    return raw;
+}
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,132 @@
+#include "secureapp/protocol/RecordReader.h"
+
+#include <algorithm>
+
+namespace lumo::secureapp {
+namespace {
+
+// A parameter: tag, first and second value word.
+constexpr size_t kParamBytes = 3 * kWordBytes;
+constexpr size_t kFirstValue = kWordBytes;
+constexpr size_t kSecondValue = 2 * kWordBytes;
+
+constexpr uint32_t kTagTypeMask = 0xF0000000;
+constexpr uint32_t kNoTag = 0xFFFFFFFF;
+
+[[noreturn]] void refuse() {
+    fail(KM_ERROR_INVALID_ARGUMENT);
+}
+
+bool equal(ByteView a, ByteView b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
+}  // namespace
+
+uint32_t loadWord(ByteView bytes, size_t offset) {
+    uint32_t word = 0;
+    for (size_t i = kWordBytes; i-- > 0;) word = word << 8 | bytes[offset + i];
+    return word;
+}
+
+RecordReader::RecordReader(ByteView request, size_t header_words)
+    : request_(request), header_bytes_(header_words * kWordBytes) {
+    if (request.size() < header_bytes_) refuse();
+}
+
+uint32_t RecordReader::word(size_t index) const {
+    if (index >= header_bytes_ / kWordBytes) refuse();
+    return loadWord(request_, index * kWordBytes);
+}
+
+uint64_t RecordReader::longWord(size_t index) const {
+    return word(index) | static_cast<uint64_t>(word(index + 1)) << 32;
+}
+
+ByteView RecordReader::itemAt(uint32_t offset, uint32_t length) const {
+    if (offset == 0 && length == 0) return {};
+    if (offset < header_bytes_ || offset > request_.size()) refuse();
+    if (length > request_.size() - offset) refuse();
+    return request_.sub(offset, length);
+}
+
+ByteView RecordReader::item(size_t index) const {
+    return itemAt(word(index), word(index + 1));
+}
+
+ParamSet RecordReader::params(size_t index) const {
+    const uint32_t count = word(index + 1);
+    if (count > request_.size() / kParamBytes) refuse();
+    const ByteView array = itemAt(word(index), count * static_cast<uint32_t>(kParamBytes));
+    ParamSet params;
+    ByteView previous;
+    for (size_t i = 0; i < count; ++i) {
+        const ByteView record = array.sub(i * kParamBytes, kParamBytes);
+        // For a parameter of a type that it does not know the client sends the record before once
+        // more. Said twice or once, a parameter means the same.
+        if (equal(record, previous)) continue;
+        previous = record;
+        if (std::optional<Param> read = param(record)) params.add(std::move(*read));
+    }
+    return params;
+}
+
+// Words that a type does not need are left over from earlier parameters and not looked at.
+std::optional<Param> RecordReader::param(ByteView record) const {
+    const uint32_t tag = loadWord(record, 0);
+    // A parameter of unknown type that comes first in its set: nothing was written.
+    if (tag == kNoTag) return std::nullopt;
+
+    const uint32_t first = loadWord(record, kFirstValue);
+    const uint32_t second = loadWord(record, kSecondValue);
+    Param param;
+    param.tag = static_cast<keymaster_tag_t>(tag);
+    switch (static_cast<int32_t>(tag & kTagTypeMask)) {
+        case KM_ENUM:
+        case KM_ENUM_REP:
+        case KM_UINT:
+        case KM_UINT_REP:
+            param.integer = first;
+            return param;
+        case KM_ULONG:
+        case KM_DATE:
+        case KM_ULONG_REP:
+            param.integer = first | static_cast<uint64_t>(second) << 32;
+            return param;
+        case KM_BOOL:
+            // A boolean that is false is one that is not there.
+            if ((first & 0xFF) == 0) return std::nullopt;
+            param.integer = 1;
+            return param;
+        case KM_BIGNUM:
+        case KM_BYTES:
+            param.bytes = itemAt(first, second).copy();
+            return param;
+        default:
+            refuse();
+    }
+}
+
+void RecordWriter::word(size_t index, uint32_t value) {
+    for (size_t i = 0; i < kWordBytes; ++i) {
+        bytes_[index * kWordBytes + i] = static_cast<uint8_t>(value >> (8 * i));
+    }
+}
+
+void RecordWriter::longWord(size_t index, uint64_t value) {
+    word(index, static_cast<uint32_t>(value));
+    word(index + 1, static_cast<uint32_t>(value >> 32));
+}
+
+void RecordWriter::fill(size_t index, ByteView value) {
+    std::copy(value.begin(), value.end(),
+              bytes_.begin() + static_cast<std::ptrdiff_t>(index * kWordBytes));
+}
+
+void RecordWriter::append(size_t index, ByteView value) {
+    word(index, static_cast<uint32_t>(bytes_.size()));
+    word(index + 1, static_cast<uint32_t>(value.size()));
+    bytes_.insert(bytes_.end(), value.begin(), value.end());
+}
+
+}  // namespace lumo::secureapp

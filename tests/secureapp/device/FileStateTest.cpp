@@ -1,0 +1,176 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
+#include "Folder.h"
+#include "secureapp/device/FileState.h"
+
+namespace lumo::secureapp {
+namespace {
+
+using test::Folder;
+using ::testing::HasSubstr;
+
+std::string failureOf(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const StateError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+void put(State& state, const std::string& name, const std::optional<Bytes>& record) {
+    state.update(name, [&](const std::optional<Bytes>&) { return record; });
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+}
+
+TEST(FileState, KeepsRecordsForTheOwnerAlone) {
+    const Folder folder;
+    const std::string directory = folder / "deep/state";
+    const mode_t before = ::umask(0);
+    prepareStateDirectory(directory);
+    FileState state(directory, "default");
+    put(state, "key", Bytes{1, 2, 3});
+    ::umask(before);
+
+    EXPECT_EQ(modeOf(directory), 0700U);
+    EXPECT_EQ(modeOf(directory + "/default"), 0700U);
+    EXPECT_EQ(modeOf(directory + "/default/key"), 0600U);
+    EXPECT_EQ(FileState(directory, "default").read("key"), (Bytes{1, 2, 3}));
+    EXPECT_EQ(FileState(directory, "strongbox").read("key"), std::nullopt);
+
+    put(state, "key", std::nullopt);
+    EXPECT_EQ(state.read("key"), std::nullopt);
+    // A change that fails changes nothing and lets go of the lock.
+    put(state, "key", Bytes{4});
+    EXPECT_THROW(state.update("key",
+                              [](const std::optional<Bytes>&) -> std::optional<Bytes> {
+                                  throw std::runtime_error("no");
+                              }),
+                 std::runtime_error);
+    EXPECT_EQ(state.read("key"), Bytes{4});
+    put(state, "key", Bytes{5});
+}
+
+TEST(FileState, RefusesWhatOthersCouldReadOrPlant) {
+    const Folder folder;
+    const std::string key = folder / "default/key";
+    FileState state(folder.path(), "default");
+    put(state, "key", Bytes{1});
+
+    ::chmod(key.c_str(), 0640);
+    EXPECT_THAT(failureOf([&] { state.read("key"); }), HasSubstr(key + " is open to other users"));
+    ::chmod(key.c_str(), 0600);
+    ::chmod((folder / "default").c_str(), 0755);
+    EXPECT_THAT(failureOf([&] { FileState(folder.path(), "default"); }),
+                HasSubstr("open to other users"));
+    ::chmod((folder / "default").c_str(), 0700);
+    ::chmod(folder.path().c_str(), 0777);
+    EXPECT_THAT(failureOf([&] { prepareStateDirectory(folder.path()); }), HasSubstr("chmod"));
+    ::chmod(folder.path().c_str(), 0700);
+
+    std::ofstream(folder / "elsewhere") << "secret";
+    ::unlink(key.c_str());
+    ASSERT_EQ(::symlink((folder / "elsewhere").c_str(), key.c_str()), 0);
+    EXPECT_THAT(failureOf([&] { state.read("key"); }), HasSubstr("cannot open"));
+    EXPECT_THAT(failureOf([&] { state.read("../elsewhere"); }), HasSubstr("cannot name a record"));
+    EXPECT_THAT(failureOf([&] { prepareStateDirectory(folder / "elsewhere"); }),
+                HasSubstr("not a directory"));
+}
+
+TEST(FileState, WritersTakeTurns) {
+    const Folder folder;
+    const auto count_up = [&] {
+        FileState state(folder.path(), "shared");
+        for (int i = 0; i < 20; ++i) {
+            state.update("count", [](const std::optional<Bytes>& before) {
+                return std::optional<Bytes>(Bytes(before ? before->size() + 1 : 1, 'x'));
+            });
+        }
+    };
+    std::thread other(count_up);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        count_up();
+        ::_exit(0);
+    }
+    count_up();
+    other.join();
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(FileState(folder.path(), "shared").read("count")->size(), 60U);
+}
+
+// A child replaces a record as fast as it can and is killed at some moment: the record is always a
+// whole one, never older than what the child had told to be written.
+TEST(FileState, SurvivesAKillAtAnyMoment) {
+    const Folder folder;
+    FileState state(folder.path(), "default");
+    const auto record = [](uint32_t number) {
+        Bytes bytes(5000, static_cast<uint8_t>(number));
+        bytes[0] = static_cast<uint8_t>(number >> 8);
+        return bytes;
+    };
+    uint32_t last = 0;
+    put(state, "key", record(last));
+    for (int round = 0; round < 40; ++round) {
+        int told[2];
+        ASSERT_EQ(::pipe(told), 0);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            for (uint32_t number = last + 1;; ++number) {
+                put(state, "key", record(number));
+                if (::write(told[1], &number, sizeof(number)) < 0) ::_exit(1);
+            }
+        }
+        ::close(told[1]);
+        uint32_t finished = last;
+        EXPECT_EQ(::read(told[0], &finished, sizeof(finished)), sizeof(finished));
+        ::usleep(static_cast<useconds_t>(97 * round));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        for (uint32_t number = 0; ::read(told[0], &number, sizeof(number)) == sizeof(number);) {
+            finished = number;
+        }
+        ::close(told[0]);
+
+        const std::optional<Bytes> found = state.read("key");
+        ASSERT_TRUE(found);
+        ASSERT_TRUE(*found == record(finished) || *found == record(finished + 1)) << round;
+        last = *found == record(finished) ? finished : finished + 1;
+    }
+    EXPECT_GE(last, 40U);
+    put(state, "key", Bytes{1});
+}
+
+TEST(FileState, ChoosesTheDirectoryByTheEnvironment) {
+    const std::pair<std::vector<const char*>, const char*> cases[] = {
+        {{"/a", "/b", "/c"}, "/a"},
+        {{"", "/b", "/c"}, "/b/lumokeymaster4"},
+        {{"", "", "/c"}, "/c/.local/state/lumokeymaster4"},
+    };
+    for (const auto& [values, expected] : cases) {
+        ::setenv("LUMO_STATE_DIR", values[0], 1);
+        ::setenv("XDG_STATE_HOME", values[1], 1);
+        ::setenv("HOME", values[2], 1);
+        EXPECT_EQ(defaultStateDirectory(), expected);
+    }
+    ::setenv("HOME", "", 1);
+    EXPECT_THAT(failureOf([] { defaultStateDirectory(); }), HasSubstr("LUMO_STATE_DIR"));
+}
+
+}  // namespace
+}  // namespace lumo::secureapp

@@ -1,0 +1,105 @@
+// CBOR requests that differ from the message, byte by byte.
+#include "SecureAppUnderTest.h"
+
+namespace lumo::test {
+namespace {
+
+TEST(CborFace, RefusesWhatDiffersFromTheMessage) {
+    App phone("cbor");
+    phone.configureByCbor();
+    struct {
+        const char* what;
+        uint32_t command;
+        const char* request;
+    } const cases[] = {
+        {"no body", 0x2108, ""},
+        {"no map", 0x2108, "81 00"},
+        {"an indefinite map", 0x2108, "bf 16 00 ff"},
+        {"a map count not in its shortest form", 0x2108, "b801 16 00"},
+        {"a label not in its shortest form", 0x2108, "a1 1816 00"},
+        {"a count not in its shortest form", 0x2108, "a1 16 1800"},
+        {"a count that promises more than the map", 0x2108, "a1 16 01"},
+        {"a huge count", 0x2108, "a1 16 1bffffffffffffffff"},
+        {"a huge map", 0x2108, "bbffffffffffffffff 16 00"},
+        {"a huge byte string", 0x210D, "a1 17 5bffffffffffffffff 00"},
+        {"a huge date array", 0x2115, "a4 16 00 17 40 1827 9bffffffffffffffff 00 1828 80"},
+        {"a byte behind the map", 0x2108, "a1 16 00 00"},
+        {"an entry too many", 0x2108, "a2 16 00 17 40"},
+        {"another order", 0x210C, "a3 17 40 16 00 1818 00"},
+        {"an optional entry too early", 0x2111, "a3 1822 01 1823 40 16 00"},
+        {"a byte-string tag with a positive label", 0x2108, "a2 16 01 1a90000259 40"},
+        {"an integer tag with a negative label", 0x2108, "a2 16 01 3a10000002 03"},
+        {"a tag of type 0", 0x2108, "a2 16 01 17 40"},
+        {"a tag of type 11", 0x2108, "a2 16 01 3a4fffffff 00"},
+        {"a label of 33 bits", 0x2108, "a2 16 01 1b0000000110000002 03"},
+        {"a boolean that is false", 0x2108, "a2 16 01 1a700001f7 f4"},
+        {"a boolean as a number", 0x2108, "a2 16 01 1a700001f7 01"},
+        {"a 32-bit value of 33 bits", 0x2108, "a2 16 01 1a30000003 1b0000000100000000"},
+        {"a negative enumeration", 0x2108, "a2 16 01 1a10000002 22"},
+        {"a 64-bit value above the signed range", 0x2108, "a2 16 01 1a500000c8 1b8000000000000000"},
+        {"text for bytes", 0x210D, "a1 17 61 78"},
+        {"a tagged item", 0x210D, "a1 17 c1 40"},
+        {"null", 0x210D, "a1 17 f6"},
+        {"a float", 0x2108, "a1 16 f90000"},
+        {"no purpose at the end", 0x210F, "a4 16 02 1a20000001 02 1a20000005 04 17 40"},
+        {"no parameter at all in begin", 0x210F, "a2 16 00 17 40"},
+        {"a date of eight fields", 0x2115,
+         "a4 16 00 17 40 1827 88 00 00 00 01 01 00 20 20 1828 89 00 00 00 01 01 00 20 20 20"},
+        {"a flag that asks for the unknown", 0x220B, "a1 182d f5"},
+        {"a body where there is none", 0x210E, "a0"},
+        {"a flag as a number", 0x211A, "a1 182e 01"},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(phone.cbor(test.command, hex(test.request)).error, KM_ERROR_INVALID_ARGUMENT)
+            << test.what;
+    }
+    // The like of them, as they should be, reach the keymaster.
+    EXPECT_EQ(phone.cbor(0x210D, hex("a1 17 40")).error, KM_ERROR_OK);
+    EXPECT_EQ(phone.cbor(0x211A, hex("a1 182e f5")).error, KM_ERROR_OK);
+    EXPECT_EQ(phone.cbor(0x220B, hex("a1 182d f4")).error, KM_ERROR_OK);
+}
+
+TEST(CborFace, AnswersOnlyItsOwnCommands) {
+    struct {
+        const char* profile;
+        keymaster_security_level_t level;
+        uint32_t command;
+        bool known;
+    } const cases[] = {
+        {"cbor", kTee, 0x2119, true},
+        {"cbor", kStrongBox, 0x2119, false},
+        {"cbor", kTee, 0x211C, false},
+        {"cbor", kStrongBox, 0x211C, true},
+        {"cbor", kTee, 0x2508, false},
+        {"cbor", kStrongBox, 0x2108, false},
+        {"cbor", kTee, 0x210E, true},
+        {"cbor", kStrongBox, 0x210E, true},
+        {"cbor", kStrongBox, 0x250E, false},
+        {"cbor", kTee, 0x2109, false},
+        {"cbor", kTee, 0, false},
+        {"cbor", kTee, 0x108, false},
+        {"legacy-4", kTee, 0x2119, true},
+        {"legacy-4", kStrongBox, 0x211C, true},
+        {"legacy-3", kTee, 0x210E, false},
+        {"legacy-3", kTee, 0x2108, false},
+    };
+    for (const auto& test : cases) {
+        App phone(test.profile, test.level);
+        const keymaster_error_t error = phone.cbor(test.command, {}).error;
+        EXPECT_EQ(error != KM_ERROR_UNIMPLEMENTED, test.known)
+            << test.profile << " " << test.level << " " << test.command << ": " << error;
+    }
+}
+
+TEST(SecureApp, TellsTheStorageFailureInWords) {
+    App phone("cbor");
+    phone.configureByCbor();
+    EXPECT_EQ(phone.app.lastStateFailure(), "");
+    phone.own.broken = true;
+    phone.shared.broken = true;
+    EXPECT_EQ(phone.cbor(0x220B, hex("a1 182d f4")).error, KM_ERROR_SECURE_HW_ACCESS_DENIED);
+    EXPECT_EQ(phone.app.lastStateFailure(), "the test's storage is broken");
+}
+
+}  // namespace
+}  // namespace lumo::test
