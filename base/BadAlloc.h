@@ -1,4 +1,4 @@
-// Keeps exceptions inside the device core.
+// Keeps std::bad_alloc, the only exception that the device core meets, inside it.
 #pragma once
 
 #include <hardware/keymaster_defs.h>
@@ -9,7 +9,7 @@ namespace keymasterdevice {
 
 // The result of `operation`, or KM_ERROR_MEMORY_ALLOCATION_FAILED when an allocation threw.
 template <typename Operation>
-keymaster_error_t withoutExceptions(Operation operation) {
+[[nodiscard]] keymaster_error_t catchBadAlloc(Operation operation) {
     try {
         return operation();
     } catch (const std::bad_alloc&) {

@@ -1,6 +1,7 @@
-// Memory from malloc on its way to a caller, who releases it with free.
+// Memory from malloc on its way to a caller, who releases it with free, and the wiping of secrets.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -12,5 +13,28 @@ struct FreeDelete {
 };
 
 using MallocedBytes = std::unique_ptr<uint8_t[], FreeDelete>;
+
+// `size` bytes from malloc; null when there is no memory. With a size of 0 the result may be null
+// or not, as malloc decides.
+inline MallocedBytes mallocBytes(size_t size) {
+    return MallocedBytes(static_cast<uint8_t*>(std::malloc(size)));
+}
+
+// Overwrites `size` bytes in a way that the compiler does not leave out. Null is allowed with 0.
+void wipe(void* memory, size_t size);
+
+// Wipes a buffer of the caller's when it goes out of scope. The buffer must outlive this object and
+// must not be moved by then.
+class WipeAtExit {
+  public:
+    WipeAtExit(void* memory, size_t size) : memory_(memory), size_(size) {}
+    ~WipeAtExit() { wipe(memory_, size_); }
+    WipeAtExit(const WipeAtExit&) = delete;
+    WipeAtExit& operator=(const WipeAtExit&) = delete;
+
+  private:
+    void* memory_;
+    size_t size_;
+};
 
 }  // namespace keymasterdevice

@@ -2,6 +2,8 @@
 # them but the include path. Android.bp lists the same sources; a check compares the two lists.
 
 set(LUMO_LIBRARY_SOURCES
+    base/Memory.cpp
+    base/Outputs.cpp
     crypto/KeymasterCryptoDevice.cpp
     crypto/TagNames.cpp
     crypto/keyblob/AttestationDates.cpp

@@ -1,16 +1,15 @@
 #include "KeymasterCryptoDevice.h"
 
-#include <android/log.h>
 #include <openssl/err.h>
 
 #include <climits>
 
 #include "CryptoPtr.h"
-#include "MallocedBytes.h"
+#include "Log.h"
+#include "Memory.h"
 
-// Macros, so that the compiler checks every format against its arguments.
-#define LOG_ERROR(...) __android_log_print(ANDROID_LOG_ERROR, "KeyMasterCryptoDevice", __VA_ARGS__)
-#define FAIL_WITH(code, ...) (LOG_ERROR(__VA_ARGS__), (code))
+// A macro, so that the compiler checks the format.
+#define FAIL_WITH(code, ...) (KM_LOG_ERROR(kCryptoLogTag, __VA_ARGS__), (code))
 
 namespace keymasterdevice {
 namespace {
@@ -85,7 +84,8 @@ CryptoPtr<EVP_PKEY> parsePkcs8(keymaster_algorithm_t algorithm, const keymaster_
     const int actual = EVP_PKEY_type(EVP_PKEY_id(key.get()));
     const int expected = expectedKeyType(algorithm);
     if (actual != expected) {
-        LOG_ERROR("EVP key algorithm was %d, not the expected %d", actual, expected);
+        KM_LOG_ERROR(kCryptoLogTag, "EVP key algorithm was %d, not the expected %d", actual,
+                     expected);
         return nullptr;
     }
     return key;
@@ -214,10 +214,10 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
     }
     CryptoPtr<EVP_PKEY> key = parsePkcs8(algorithm, *key_data);
     if (!key) {
-        LOG_ERROR("convert_pkcs8_blob_to_evp failed with ret:%d",
-                  static_cast<int>(KM_ERROR_INVALID_KEY_BLOB));
-        LOG_ERROR("import_alg:%u", static_cast<unsigned>(algorithm));
-        LOG_ERROR("key_data->data_length:%zu", key_data->data_length);
+        KM_LOG_ERROR(kCryptoLogTag, "convert_pkcs8_blob_to_evp failed with ret:%d",
+                     static_cast<int>(KM_ERROR_INVALID_KEY_BLOB));
+        KM_LOG_ERROR(kCryptoLogTag, "import_alg:%u", static_cast<unsigned>(algorithm));
+        KM_LOG_ERROR(kCryptoLogTag, "key_data->data_length:%zu", key_data->data_length);
         return KM_ERROR_INVALID_KEY_BLOB;
     }
     // Kept: an RSA key that matches its algorithm passes the check above and ends here.

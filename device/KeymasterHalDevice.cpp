@@ -2,8 +2,8 @@
 
 #include <KeymasterUtils.h>
 
+#include "BadAlloc.h"
 #include "KeymasterCryptoDevice.h"
-#include "NoThrow.h"
 
 namespace keymasterdevice {
 
@@ -19,18 +19,18 @@ uint32_t KeymasterHalDevice::get_keymaster_version() {
 }
 
 keymaster_error_t KeymasterHalDevice::get_date_support(bool* supported) {
-    return withoutExceptions([&] { return legacy_get_date_support(supported); });
+    return catchBadAlloc([&] { return legacy_get_date_support(supported); });
 }
 
 keymaster_error_t KeymasterHalDevice::verifyAuthorization(uint64_t challenge,
                                                           verification_token_t* token) {
-    return withoutExceptions([&] { return LegacyVerifyAuthorization(challenge, token); });
+    return catchBadAlloc([&] { return LegacyVerifyAuthorization(challenge, token); });
 }
 
 keymaster_error_t KeymasterHalDevice::SetRot(uint8_t* root_of_trust, uint8_t* unused, bool locked,
                                              uint8_t* boot_state, _km_boot_state_color_t color,
                                              uint32_t system_version, uint32_t system_patchlevel) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         return LegacySetRot(root_of_trust, unused, locked, boot_state, color, system_version,
                             system_patchlevel);
     });

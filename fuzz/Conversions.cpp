@@ -12,7 +12,7 @@
 #include "CryptoPtr.h"
 #include "KeymasterCryptoDevice.h"
 #include "LogCapture.h"
-#include "MallocedBytes.h"
+#include "Memory.h"
 #include "Outputs.h"
 
 namespace {

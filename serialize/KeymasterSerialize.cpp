@@ -8,27 +8,20 @@
 #include <new>
 #include <utility>
 
+#include "Limits.h"
 #include "MessageLabels.h"
+#include "Presence.h"
 
 namespace {
 
-constexpr size_t kMaxUpdateInput = 16384;
-
-// The largest counts whose arrays a 32-bit device can address. Above them allocation fails.
-constexpr uint32_t kMaxParams = 0x0FFFFFFF;
-constexpr uint32_t kMaxCerts = 0x1FFFFFFF;
+using keymasterdevice::isPresent;
+using keymasterdevice::kMaxCertificates;
+using keymasterdevice::kMaxInputBytes;
+using keymasterdevice::kMaxParams;
 
 using ParamSetHolder = std::unique_ptr<keymaster_key_param_set_t, keymasterKeyParamSetDelete>;
 using ChainHolder =
     std::unique_ptr<keymaster_cert_chain_t, keymasterdevice::CertificateChain_Delete>;
-
-bool isPresent(const keymaster_blob_t* blob) {
-    return blob != nullptr && blob->data != nullptr && blob->data_length != 0;
-}
-
-bool isPresent(const keymaster_key_param_set_t* params) {
-    return params != nullptr && params->params != nullptr && params->length != 0;
-}
 
 keymaster_blob_t orEmpty(const keymaster_blob_t* blob) {
     return isPresent(blob) ? *blob : keymaster_blob_t{nullptr, 0};
@@ -211,26 +204,6 @@ void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params) {
 }
 
 }  // namespace
-
-void keymasterKeyParamSetDelete::operator()(keymaster_key_param_set_t* set) const {
-    for (size_t i = 0; i < set->length; ++i) {
-        const keymaster_key_param_t& param = set->params[i];
-        const keymaster_tag_type_t type = keymaster_tag_get_type(param.tag);
-        if (type == KM_BIGNUM || type == KM_BYTES) delete[] param.blob.data;
-    }
-    delete[] set->params;
-    delete set;
-}
-
-void keymasterdevice::CertificateChain_Delete::operator()(keymaster_cert_chain_t* chain) const {
-    for (size_t i = 0; i < chain->entry_count; ++i) {
-        // Kept: free, whoever filled the chain: CBOR with array new, the records with malloc, the
-        // two of one heap. NOLINTNEXTLINE(clang-analyzer-unix.MismatchedDeallocator)
-        free(const_cast<uint8_t*>(chain->entries[i].data));
-    }
-    delete[] chain->entries;
-    delete chain;
-}
 
 std::unique_ptr<uint8_t[]> KeymasterSerialize::copyOf(const keymaster_blob_t& source) {
     std::unique_ptr<uint8_t[]> copy(new uint8_t[source.data_length]);
@@ -442,7 +415,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientAttestKey(
     keymaster_blob_t response, keymaster_cert_chain_t* cert_chain) {
     ResponseMap map(response);
     const uint32_t count = map.number32(MessageLabel::kCertCount);
-    if (count > kMaxCerts) throw std::bad_alloc();
+    if (count > kMaxCertificates) throw std::bad_alloc();
 
     ChainHolder chain(new keymaster_cert_chain_t{nullptr, 0});
     // More than the response has bytes cannot be there: the reader stops at a missing one.
@@ -493,7 +466,7 @@ keymaster_error_t KeymasterSerialize::serializeClientUpdate(uint64_t op_handle,
                                                             const keymaster_blob_t* input,
                                                             keymaster_blob_t* request) {
     keymaster_blob_t taken = orEmpty(input);
-    taken.data_length = std::min(taken.data_length, kMaxUpdateInput);
+    taken.data_length = std::min(taken.data_length, kMaxInputBytes);
     RequestMap map(*this, request);
     map.number(MessageLabel::kOperationHandle, op_handle);
     map.optionalParams(params);

@@ -10,26 +10,11 @@
 
 #include "CborHelpers.h"
 #include "KeymasterRecords.h"
+#include "Outputs.h"
 
 namespace keymasterutils {
 class KeymasterUtils;
 }
-
-// Releases a decoded parameter set: blob values, array and holder, all from new. Every element has
-// been cleared or filled.
-struct keymasterKeyParamSetDelete {
-    void operator()(keymaster_key_param_set_t* set) const;
-};
-
-namespace keymasterdevice {
-
-// Releases a chain: the certificates with free, the array with delete[], the holder with delete.
-// Every entry has been cleared or filled.
-struct CertificateChain_Delete {
-    void operator()(keymaster_cert_chain_t* chain) const;
-};
-
-}  // namespace keymasterdevice
 
 // Built for one call.
 //

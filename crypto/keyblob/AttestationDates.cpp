@@ -1,10 +1,9 @@
 #include "AttestationDates.h"
 
-#include <android/log.h>
-
 #include <ctime>
 
 #include "KeyBlobReader.h"
+#include "Log.h"
 
 namespace keymasterdevice {
 namespace {
@@ -42,13 +41,13 @@ AttestationDates readAttestationDates(const keymaster_key_blob_t& key_blob) {
 
     // Kept: the flag of the active date is not asked; the field is taken whatever it says.
     if (!breakDown(blob.longAt(kActiveDate) / 1000, &dates.active)) {
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "activeDateTime handle is NULL");
+        KM_LOG_ERROR(kDeviceLogTag, "activeDateTime handle is NULL");
         return dates;
     }
     // Kept: no expiry is told by the second before 1970, not by a record that tells no date.
     const bool expires = blob.byteAt(kUsageExpireFlag) != 0;
     if (!breakDown(expires ? blob.longAt(kUsageExpire) / 1000 : kNoExpiry, &dates.expire)) {
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "usageExpireDateTime handle is NULL");
+        KM_LOG_ERROR(kDeviceLogTag, "usageExpireDateTime handle is NULL");
     }
     return dates;
 }

@@ -1,13 +1,12 @@
 #include "KeyBlobReader.h"
 
-#include <android/log.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
-#include "MallocedBytes.h"
+#include "Log.h"
+#include "Memory.h"
 
 namespace keymasterdevice {
 namespace {
@@ -100,9 +99,9 @@ class EntryWriter {
 
     void logMismatch(const SetMessages& messages) const {
         const char* name = messages.count_name;
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "%s", messages.mismatch);
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "%s: %zu", name, declared_);
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "%sTemp: %zu", name, written_);
+        KM_LOG_ERROR(kDeviceLogTag, "%s", messages.mismatch);
+        KM_LOG_ERROR(kDeviceLogTag, "%s: %zu", name, declared_);
+        KM_LOG_ERROR(kDeviceLogTag, "%sTemp: %zu", name, written_);
     }
 
     const KeyBlobView& blob_;
@@ -188,8 +187,7 @@ keymaster_error_t readSet(const KeyBlobView& blob, size_t count_offset, const Se
     EntryWriter entries(blob, declared);
     if (!entries.allocate()) {
         // Kept: the line names the hardware-enforced set whichever set it was.
-        __android_log_print(ANDROID_LOG_ERROR, kDeviceLogTag, "hw_enforced allocation failed: %zu",
-                            declared);
+        KM_LOG_ERROR(kDeviceLogTag, "hw_enforced allocation failed: %zu", declared);
         return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     }
     fill(entries);

@@ -10,9 +10,6 @@
 
 namespace keymasterdevice {
 
-// The tag of the device core's log lines.
-inline constexpr char kDeviceLogTag[] = "KeyMasterHalDevice";
-
 // The bytes of a blob, borrowed. The caller of a getter has made sure that the blob reaches past
 // the field, with holds().
 class KeyBlobView {

@@ -8,10 +8,10 @@
 #include <utility>
 
 #include "AttestationDates.h"
+#include "BadAlloc.h"
 #include "KeyBlobReader.h"
 #include "KeymasterHalDevice.h"
 #include "KeymasterSerialize.h"
-#include "NoThrow.h"
 
 namespace keymasterdevice {
 
@@ -94,7 +94,7 @@ keymaster_error_t KeymasterHalDevice::exchange(const CborCommand& command, Encod
 // ---- Keys ----
 
 keymaster_error_t KeymasterHalDevice::configure(const keymaster_key_param_set_t* params) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_configure(params);
         return exchange(
             kConfigure,
@@ -108,7 +108,7 @@ keymaster_error_t KeymasterHalDevice::configure(const keymaster_key_param_set_t*
 keymaster_error_t KeymasterHalDevice::generate_key(
     const keymaster_key_param_set_t* params, keymaster_key_blob_t* key_blob,
     keymaster_key_characteristics_t* characteristics) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_generate_key(params, key_blob, characteristics);
         if (key_blob == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
         const keymaster_error_t result = exchange(
@@ -127,7 +127,7 @@ keymaster_error_t KeymasterHalDevice::generate_key(
 keymaster_error_t KeymasterHalDevice::get_key_characteristics(
     const keymaster_key_blob_t* key_blob, const keymaster_blob_t* client_id,
     const keymaster_blob_t* app_data, keymaster_key_characteristics_t* characteristics) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_get_key_characteristics(key_blob, client_id, app_data, characteristics);
         }
@@ -142,7 +142,7 @@ keymaster_error_t KeymasterHalDevice::import_key(const keymaster_key_param_set_t
                                                  const keymaster_blob_t* key_data,
                                                  keymaster_key_blob_t* key_blob,
                                                  keymaster_key_characteristics_t* characteristics) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_import_key(params, format, key_data, key_blob, characteristics);
         }
@@ -169,7 +169,7 @@ keymaster_error_t KeymasterHalDevice::import_wrapped_key(
     uint64_t biometric_sid, std::vector<uint8_t> wrapped_key_data,
     std::vector<uint8_t> wrapping_key_blob, std::vector<uint8_t> masking_key,
     keymaster_key_blob_t* key_blob, keymaster_key_characteristics_t* characteristics) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_import_wrapped_key(
                 unwrapping_params, password_sid, biometric_sid, std::move(wrapped_key_data),
@@ -196,7 +196,7 @@ keymaster_error_t KeymasterHalDevice::export_key(keymaster_key_format_t format,
                                                  const keymaster_blob_t* client_id,
                                                  const keymaster_blob_t* app_data,
                                                  keymaster_blob_t* export_data) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_export_key(format, key_blob, client_id, app_data, export_data);
         }
@@ -216,7 +216,7 @@ keymaster_error_t KeymasterHalDevice::export_key(keymaster_key_format_t format,
 keymaster_error_t KeymasterHalDevice::attest_key(const keymaster_key_blob_t* key_blob,
                                                  const keymaster_key_param_set_t* params,
                                                  keymaster_cert_chain_t* cert_chain) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_attest_key(key_blob, params, cert_chain);
         if (!hasMaterial(key_blob) || params == nullptr || cert_chain == nullptr) {
             return KM_ERROR_UNEXPECTED_NULL_POINTER;
@@ -241,7 +241,7 @@ keymaster_error_t KeymasterHalDevice::attest_key(const keymaster_key_blob_t* key
 keymaster_error_t KeymasterHalDevice::upgrade_key(const keymaster_key_blob_t* key_blob,
                                                   const keymaster_key_param_set_t* upgrade_params,
                                                   keymaster_key_blob_t* upgraded_key) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_upgrade_key(key_blob, upgrade_params, upgraded_key);
         }
@@ -263,7 +263,7 @@ keymaster_error_t KeymasterHalDevice::upgrade_key(const keymaster_key_blob_t* ke
 }
 
 keymaster_error_t KeymasterHalDevice::delete_key(const keymaster_key_blob_t* key_blob) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_delete_key(key_blob);
         return exchange(
             kDeleteKey,
@@ -275,14 +275,14 @@ keymaster_error_t KeymasterHalDevice::delete_key(const keymaster_key_blob_t* key
 }
 
 keymaster_error_t KeymasterHalDevice::delete_all_keys() {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_delete_all_keys();
         return exchange(kDeleteAllKeys, kNoBody, kIgnoreBody);
     });
 }
 
 keymaster_error_t KeymasterHalDevice::destroy_device_ids() {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_destroy_device_ids();
         return exchange(
             kDestroyDeviceIds,
@@ -301,7 +301,7 @@ keymaster_error_t KeymasterHalDevice::begin_operation(keymaster_purpose_t purpos
                                                       const keymaster_key_param_set_t* params,
                                                       keymaster_key_param_set_t* out_params,
                                                       uint64_t* op_handle) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_begin_operation(purpose, key_blob, params, out_params, op_handle);
         }
@@ -325,7 +325,7 @@ keymaster_error_t KeymasterHalDevice::begin_operation(keymaster_purpose_t purpos
 keymaster_error_t KeymasterHalDevice::update_operation(
     uint64_t op_handle, const keymaster_key_param_set_t* params, const keymaster_blob_t* input,
     uint32_t* input_consumed, keymaster_key_param_set_t* out_params, keymaster_blob_t* output) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_update_operation(op_handle, params, input, input_consumed, out_params,
                                            output);
@@ -351,7 +351,7 @@ keymaster_error_t KeymasterHalDevice::finish_operation(uint64_t op_handle,
                                                        const keymaster_blob_t* signature,
                                                        keymaster_key_param_set_t* out_params,
                                                        keymaster_blob_t* output) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_finish_operation(op_handle, params, input, signature, out_params, output);
         }
@@ -369,7 +369,7 @@ keymaster_error_t KeymasterHalDevice::finish_operation(uint64_t op_handle,
 }
 
 keymaster_error_t KeymasterHalDevice::abort_operation(uint64_t op_handle) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_abort_operation(op_handle);
         return exchange(
             kAbortOperation,
@@ -383,7 +383,7 @@ keymaster_error_t KeymasterHalDevice::abort_operation(uint64_t op_handle) {
 // ---- HMAC agreement and device state ----
 
 keymaster_error_t KeymasterHalDevice::get_hmac_sharing_parameters(hmac_sharing_params_t* params) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) return legacy_get_hmac_sharing_parameters(params);
         if (params == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
         return exchange(kGetHmacSharingParameters, kNoBody, [&](auto& codec, auto& response) {
@@ -394,7 +394,7 @@ keymaster_error_t KeymasterHalDevice::get_hmac_sharing_parameters(hmac_sharing_p
 
 keymaster_error_t KeymasterHalDevice::compute_shared_hmac(std::vector<hmac_sharing_params_t> params,
                                                           std::vector<uint8_t>& sharing_check) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         if (transport_->isLegacy()) {
             return legacy_compute_shared_hmac(std::move(params), sharing_check);
         }
@@ -410,11 +410,11 @@ keymaster_error_t KeymasterHalDevice::compute_shared_hmac(std::vector<hmac_shari
 }
 
 keymaster_error_t KeymasterHalDevice::set_early_boot_ended() {
-    return withoutExceptions([&] { return exchange(kSetEarlyBootEnded, kNoBody, kIgnoreBody); });
+    return catchBadAlloc([&] { return exchange(kSetEarlyBootEnded, kNoBody, kIgnoreBody); });
 }
 
 keymaster_error_t KeymasterHalDevice::set_device_locked(bool password_only) {
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         return exchange(
             kSetDeviceLocked,
             [&](auto& codec, auto* request) {

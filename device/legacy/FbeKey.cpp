@@ -35,7 +35,7 @@ void sendClear(int driver, const uint8_t* key) {
     std::copy_n(key + kHalfBytes, kHalfBytes, record + kSecondHalf);
     storeWord(record + kSecondLength, kHalfBytes);
     if (ioctl(driver, kClearKeyRequest, record) != 0) {
-        LOG_LEGACY_ERROR("Couldn't clear FBE key, errno = %d", errno);
+        KM_LOG_ERROR(kDeviceLogTag, "Couldn't clear FBE key, errno = %d", errno);
     }
 }
 
@@ -44,7 +44,7 @@ void sendClear(int driver, const uint8_t* key) {
 void clearFbeKey(const uint8_t* key) {
     const int driver = open(kDriver, O_RDWR);
     if (driver < 0) {
-        LOG_LEGACY_ERROR("Could not open /dev/vaultlink, errno = %d", errno);
+        KM_LOG_ERROR(kDeviceLogTag, "Could not open /dev/vaultlink, errno = %d", errno);
         return;
     }
     sendClear(driver, key);

@@ -6,8 +6,9 @@
 
 #include "AttestationDates.h"
 #include "KeymasterHalDevice.h"
-#include "KeymasterSerialize.h"
 #include "LegacyExchange.h"
+#include "Limits.h"
+#include "Outputs.h"
 
 namespace keymasterdevice {
 namespace {
@@ -50,9 +51,6 @@ namespace certificate_entry {
 enum Word : uint32_t { kOffset, kBytes, kWords };
 }  // namespace certificate_entry
 
-// With more entries than this the size of their array does not fit a 32-bit device.
-constexpr uint32_t kMostCertificates = 0x1FFFFFFF;
-
 using CertificateChain = std::unique_ptr<keymaster_cert_chain_t, CertificateChain_Delete>;
 
 // Kept: a date that is not told leaves the words as the shared buffer held them, and the last three
@@ -94,7 +92,7 @@ keymaster_error_t takeCertificates(keymasterutils::KeymasterUtils& transport, Le
 keymaster_error_t takeChain(keymasterutils::KeymasterUtils& transport, LegacyResponse& response,
                             keymaster_cert_chain_t* cert_chain) {
     const uint32_t count = response.word(attest_response::kNumCertificates);
-    if (count > kMostCertificates) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    if (count > kMaxCertificates) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     LegacyResponse table;
     if (count != 0) table = response.record(response.word(attest_response::kTableOffset));
     if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;

@@ -45,8 +45,8 @@ keymaster_error_t addEcKey(LegacyExchange& exchange, uint32_t index, KeymasterCr
     const MallocedBytes x(key.pubkey_x);
     const MallocedBytes y(key.pubkey_y);
     if (error != KM_ERROR_OK) {
-        LOG_LEGACY_ERROR("(keymaster_error_t)pkcs8_to_internal failed");
-        LOG_LEGACY_ERROR("ret: %d", error);
+        KM_LOG_ERROR(kDeviceLogTag, "(keymaster_error_t)pkcs8_to_internal failed");
+        KM_LOG_ERROR(kDeviceLogTag, "ret: %d", error);
         return error;
     }
     const uint32_t width = (key.key_size + 7) / 8;

@@ -1,13 +1,11 @@
 #include "LegacyExchange.h"
 
 #include <KeymasterUtils.h>
-#include <android/log.h>
 
 #include <algorithm>
 #include <limits>
 #include <new>
 
-#include "KeyBlobReader.h"
 #include "LegacyParams.h"
 
 namespace keymasterdevice {
@@ -16,9 +14,9 @@ namespace {
 constexpr uint32_t kStatusWord = 0;  // of every response
 
 void logFailure(const char* what, int32_t send_result, int32_t status) {
-    LOG_LEGACY_ERROR("%s", what);
-    LOG_LEGACY_ERROR("ret: %d", send_result);
-    LOG_LEGACY_ERROR("resp->status: %d", status);
+    KM_LOG_ERROR(kDeviceLogTag, "%s", what);
+    KM_LOG_ERROR(kDeviceLogTag, "ret: %d", send_result);
+    KM_LOG_ERROR(kDeviceLogTag, "resp->status: %d", status);
 }
 
 }  // namespace
@@ -36,10 +34,6 @@ void storeWord(uint8_t* bytes, uint32_t value) {
 uint32_t narrowLength(uint64_t length) {
     constexpr uint64_t kMost = std::numeric_limits<uint32_t>::max();
     return static_cast<uint32_t>(std::min(length, kMost));
-}
-
-bool isPresent(const keymaster_blob_t* blob) {
-    return blob != nullptr && blob->data != nullptr && blob->data_length != 0;
 }
 
 keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,
@@ -105,7 +99,7 @@ LegacyExchange::LegacyExchange(keymasterutils::KeymasterUtils& transport,
       command_(command),
       buffer_(static_cast<uint8_t*>(transport.vaultlink_dev_init())) {
     if (buffer_ == nullptr) {
-        LOG_LEGACY_ERROR("%s", command.no_buffer);
+        KM_LOG_ERROR(kDeviceLogTag, "%s", command.no_buffer);
         error_ = KM_ERROR_INVALID_ARGUMENT;
         return;
     }

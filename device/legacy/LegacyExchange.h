@@ -8,7 +8,6 @@
 #pragma once
 
 #include <KeymasterBuffer.h>
-#include <android/log.h>
 #include <hardware/keymaster_defs.h>
 
 #include <cstddef>
@@ -16,9 +15,10 @@
 #include <cstdlib>
 #include <memory>
 
-#include "KeyBlobReader.h"
 #include "LegacyCommands.h"
-#include "MallocedBytes.h"
+#include "Log.h"
+#include "Memory.h"
+#include "Presence.h"
 
 namespace keymasterutils {
 class KeymasterUtils;
@@ -34,9 +34,6 @@ void storeWord(uint8_t* bytes, uint32_t value);
 // A length as the records carry it. One that needs more than 32 bits becomes the largest value,
 // which no builder accepts.
 uint32_t narrowLength(uint64_t length);
-
-// Whether an optional item is there: an empty one is absent.
-bool isPresent(const keymaster_blob_t* blob);
 
 // Bytes that belong to someone else.
 struct ByteSpan {
@@ -153,10 +150,6 @@ class LegacyExchange {
     int32_t status_ = 0;
     bool status_readable_ = false;
 };
-
-// An error line in the log of the device core. A macro, so that the compiler checks the format.
-#define LOG_LEGACY_ERROR(...) \
-    __android_log_print(ANDROID_LOG_ERROR, ::keymasterdevice::kDeviceLogTag, __VA_ARGS__)
 
 // Brings up the link to the secure processor; a failure is logged under the method's name.
 [[nodiscard]] keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,

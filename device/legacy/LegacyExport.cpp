@@ -77,7 +77,7 @@ keymaster_error_t takeApart(LegacyResponse& response, _keymaster_export_internal
         key->exponent = exponent.data;
         key->exponent_len = exponent.length;
     } else {
-        LOG_LEGACY_ERROR("Unsupported alg: %u", algorithm);
+        KM_LOG_ERROR(kDeviceLogTag, "Unsupported alg: %u", algorithm);
         return KM_ERROR_UNSUPPORTED_ALGORITHM;
     }
     return record.ok() ? KM_ERROR_OK : KM_ERROR_UNKNOWN_ERROR;

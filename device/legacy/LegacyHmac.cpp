@@ -2,9 +2,9 @@
 
 #include <KeymasterUtils.h>
 
+#include "BadAlloc.h"
 #include "KeymasterHalDevice.h"
 #include "LegacyExchange.h"
-#include "NoThrow.h"
 
 namespace keymasterdevice {
 namespace {
@@ -59,7 +59,7 @@ keymaster_error_t KeymasterHalDevice::legacy_compute_shared_hmac(
     const ByteSpan check = exchange.response().bytes(kSharingCheckOffset, kSharingCheckBytes);
     if (!exchange.response().ok()) return KM_ERROR_UNKNOWN_ERROR;
     // Kept: the check value goes behind what the vector holds already.
-    return withoutExceptions([&] {
+    return catchBadAlloc([&] {
         sharing_check.insert(sharing_check.end(), check.data, check.data + check.length);
         return KM_ERROR_OK;
     });

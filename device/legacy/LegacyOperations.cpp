@@ -7,16 +7,16 @@
 
 #include <algorithm>
 
+#include "BadAlloc.h"
 #include "KeymasterCryptoDevice.h"
 #include "KeymasterHalDevice.h"
 #include "LegacyExchange.h"
-#include "NoThrow.h"
+#include "Limits.h"
 
 namespace keymasterdevice {
 namespace {
 
 // Input bytes in one request, so that it and its response fit into the shared buffer.
-constexpr size_t kMostInputBytes = 16384;
 constexpr size_t kMostStrongBoxInputBytes = 18432;
 
 namespace begin_request {
@@ -142,7 +142,7 @@ void addInput(LegacyExchange& exchange, uint32_t index, const keymaster_blob_t* 
               bool strongbox) {
     keymaster_blob_t capped = input != nullptr ? *input : keymaster_blob_t{};
     capped.data_length =
-        std::min(capped.data_length, strongbox ? kMostStrongBoxInputBytes : kMostInputBytes);
+        std::min(capped.data_length, strongbox ? kMostStrongBoxInputBytes : kMaxInputBytes);
     exchange.addOptionalItem(index, &capped);
 }
 
@@ -192,7 +192,7 @@ keymaster_error_t handOutSignature(KeymasterCryptoDevice& crypto, const ByteSpan
     const keymaster_error_t error = crypto.internal_to_ecsig(&parts, output);
     if (error != KM_ERROR_OK) {
         // Kept: the line names the opposite conversion.
-        LOG_LEGACY_ERROR("ecsig_to_internal error");
+        KM_LOG_ERROR(kDeviceLogTag, "ecsig_to_internal error");
         return error;
     }
     setEmpty(out_params);
@@ -240,7 +240,7 @@ keymaster_error_t KeymasterHalDevice::legacy_begin_operation(
     OwnedParam nonce;
     error = takeNonce(*transport_, response, out_params != nullptr, &nonce);
     if (error == KM_ERROR_OK && response.word(begin_response::kAlgorithm) == KM_ALGORITHM_EC) {
-        error = withoutExceptions([&] {
+        error = catchBadAlloc([&] {
             operation_purposes_.emplace(handle, purpose);
             return KM_ERROR_OK;
         });

@@ -68,7 +68,7 @@ keymaster_error_t KeymasterHalDevice::legacy_get_date_support(bool* supported) {
     keymaster_error_t error = exchange.transmit();
     if (error != KM_ERROR_OK) return error;
     if (exchange.answered(KM_ERROR_INVALID_TAG)) {
-        LOG_LEGACY_ERROR("Keymaster does not support date for security patch level");
+        KM_LOG_ERROR(kDeviceLogTag, "Keymaster does not support date for security patch level");
         *supported = false;
         return KM_ERROR_OK;
     }
