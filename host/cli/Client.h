@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Bytes.h"
-#include "Words.h"
+#include "Vocabulary.h"
 
 namespace lumo::cli {
 

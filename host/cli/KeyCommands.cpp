@@ -23,17 +23,17 @@ constexpr TagOption kCreationOptions[] = {
     {"--curve", Tag::EC_CURVE, "curve of an EC key"},
     {"--exponent", Tag::RSA_PUBLIC_EXPONENT,
      "public exponent of an RSA key (65537 when one is generated)"},
-    {"--purpose", Tag::PURPOSE, "what the key may be used for, with commas"},
-    {"--digest", Tag::DIGEST, "digests that it may be used with, with commas"},
-    {"--padding", Tag::PADDING, "paddings that it may be used with, with commas"},
-    {"--mode", Tag::BLOCK_MODE, "block modes that it may be used with, with commas"},
+    {"--purpose", Tag::PURPOSE, "what the key may be used for, comma-separated"},
+    {"--digest", Tag::DIGEST, "digests that it may be used with, comma-separated"},
+    {"--padding", Tag::PADDING, "paddings that it may be used with, comma-separated"},
+    {"--mode", Tag::BLOCK_MODE, "block modes that it may be used with, comma-separated"},
     {"--min-mac-length", Tag::MIN_MAC_LENGTH, "shortest MAC in bits, for HMAC and GCM"},
     {"--caller-nonce", Tag::CALLER_NONCE, "nonces may be chosen when encrypting"},
 };
 
 constexpr TagOption kAccessOptions[] = {
     {"--no-auth-required", Tag::NO_AUTH_REQUIRED, "usable without a user; the default"},
-    {"--user-secure-id", Tag::USER_SECURE_ID, "usable by these users only, with commas"},
+    {"--user-secure-id", Tag::USER_SECURE_ID, "usable by these users only, comma-separated"},
     {"--user-auth-type", Tag::USER_AUTH_TYPE, "how the user may prove presence, joined by +"},
     {"--auth-timeout", Tag::AUTH_TIMEOUT, "seconds that a token is good for"},
     {"--allow-while-on-body", Tag::ALLOW_WHILE_ON_BODY, "usable while the device is carried"},
@@ -263,7 +263,7 @@ Action declareExport(CLI::App& app, const Common& common) {
     };
     const auto arguments = std::make_shared<Arguments>();
     arguments->key.declare(app);
-    addFormat(app, arguments->format, "form of the key; there is only x509 to be had");
+    addFormat(app, arguments->format, "form of the key; only x509 is supported");
     app.add_flag("--der", arguments->der, "write DER in place of PEM");
     addOutput(app, arguments->output, "public key to write");
     return [arguments, &common] {

@@ -183,7 +183,7 @@ size_t leadingNonceBytes(const sp<Device>& device, const CipherArguments& argume
     }
 }
 
-void takeNonce(Input& input, size_t size, OperationRequest& request) {
+void readNonce(Input& input, size_t size, OperationRequest& request) {
     if (size == 0) return;
     Bytes nonce(size);
     if (input.read(nonce.data(), size) != size) {
@@ -202,7 +202,7 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
         Input input(arguments->input);
         Output output(arguments->output, Output::Kind::data, Output::Flow::held);
         const sp<Device> device = connect(common.level());
-        takeNonce(input, leadingNonceBytes(device, *arguments, request), request);
+        readNonce(input, leadingNonceBytes(device, *arguments, request), request);
         Operation operation(device, request);
         arguments->authenticate(operation);
         operation.process(input, writeTo(output));

@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "Bytes.h"
+#include "Dates.h"
 #include "Files.h"
 
 namespace lumo::cli {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Words.h"
+#include "Vocabulary.h"
 
 namespace lumo::cli {
 
@@ -19,8 +19,8 @@ Report describe(const std::vector<KeyParameter>& parameters);
 // {"hardwareEnforced": ..., "softwareEnforced": ...}
 Report describe(const km::V4_0::KeyCharacteristics& characteristics);
 
-// "name: value" lines; an object is a name with its members indented below, an array a list with
-// commas.
+// "name: value" lines; an object is a name with its members indented below, an array a
+// comma-separated list.
 std::string toText(const Report& report);
 
 // Writes the report to standard output, as lines or as JSON.

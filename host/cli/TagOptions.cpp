@@ -1,5 +1,6 @@
 #include "TagOptions.h"
 
+#include "Dates.h"
 #include "Failure.h"
 #include "Files.h"
 

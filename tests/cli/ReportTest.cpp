@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "Dates.h"
 #include "Pem.h"
 #include "Report.h"
 #include "TagOptions.h"
-#include "Words.h"
+#include "Vocabulary.h"
 
 namespace lumo::cli {
 namespace {

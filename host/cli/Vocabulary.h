@@ -1,4 +1,4 @@
-// The usual words for the values of keymaster parameters, and the published names for printing.
+// The vocabulary of tags: which words stand for their values, and the published names for printing.
 #pragma once
 
 #include <android/hardware/keymaster/4.1/types.h>
@@ -33,11 +33,6 @@ std::optional<uint32_t> valueOfWord(Tag tag, const std::string& word);
 
 // The published name of an ENUM or ENUM_REP tag's value; unknown values as hexadecimal numbers.
 std::string nameOfValue(Tag tag, uint32_t value);
-
-// "2030-01-31", "2030-01-31T12:00:00Z" or milliseconds since 1970, to the last.
-std::optional<uint64_t> parseDate(const std::string& text);
-// "2030-01-31T12:00:00.000Z"; a number of milliseconds where the year has more than four digits.
-std::string dateText(uint64_t milliseconds);
 
 // Decimal, or hexadecimal after 0x. Nothing if it is neither, or above `maximum`.
 std::optional<uint64_t> parseNumber(const std::string& text, uint64_t maximum);
