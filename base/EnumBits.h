@@ -2,9 +2,9 @@
 //
 // A client of the HIDL service, a caller of the device core and the secure application can send any
 // 32-bit value as a purpose, a format, a level, a colour or an error code. The published C
-// enumerations have no fixed underlying type, so a value beyond the bits of their largest enumerator
-// cannot be held in them: reading such an object as the enumeration is undefined. Values are
-// therefore copied into words right after they enter, handled as words, and copied back right
+// enumerations have no fixed underlying type, so a value beyond the bits of their largest
+// enumerator cannot be held in them: reading such an object as the enumeration is undefined. Values
+// are therefore copied into words right after they enter, handled as words, and copied back right
 // before a signature wants the enumeration. A value without an enumerator passes unchanged.
 #pragma once
 
