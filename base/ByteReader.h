@@ -39,6 +39,9 @@ class ByteReader {
         return offset > size_ ? ByteReader(data_, 0) : ByteReader(data_ + offset, size_ - offset);
     }
 
+    // Fails as a read does where the bytes end before `end`.
+    void require(size_t end) { ok_ = ok_ && end <= size_; }
+
     bool ok() const { return ok_; }
     size_t size() const { return size_; }
 

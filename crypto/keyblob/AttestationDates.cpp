@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "ByteReader.h"
+#include "KeyBlobLayout.h"
 #include "KeyBlobReader.h"
 #include "Log.h"
 
@@ -10,10 +12,11 @@ namespace {
 
 using namespace key_blob;  // NOLINT(google-build-using-namespace): the offsets of one layout
 
-constexpr size_t kShortestBlobWithDates = 395;
-constexpr uint64_t kNoExpiry = UINT64_MAX;  // -1 second, the last one of 1969
+constexpr size_t kMinBytesWithDates = 395;
+constexpr uint64_t kNoExpiry = UINT64_MAX;  // as 32 bits -1: the last second of 1969
 
-// Kept: seconds are cut to 32 bits, as the time_t of a 32-bit device is; hosts must agree with it.
+// Kept: seconds are cut to 32 bits, the width of time_t on a 32-bit device, so that every host
+// gives the same date.
 bool breakDown(uint64_t seconds, tztm* date) {
     const time_t time = static_cast<int32_t>(static_cast<uint32_t>(seconds));
     const tm* utc = gmtime(&time);
@@ -27,26 +30,26 @@ bool breakDown(uint64_t seconds, tztm* date) {
     return true;
 }
 
-bool hasDates(const KeyBlobView& blob) {
-    return blob.holds(kShortestBlobWithDates) && blob.wordAt(kMagic) == kMagicValue &&
-           blob.wordAt(kZero) == 0;
+uint64_t secondsAt(ByteReader& blob, size_t offset) {
+    return blob.le64At(offset) / 1000;
 }
 
 }  // namespace
 
 AttestationDates readAttestationDates(const keymaster_key_blob_t& key_blob) {
     AttestationDates dates;
-    const KeyBlobView blob(key_blob);
-    if (!hasDates(blob)) return dates;
+    ByteReader blob(key_blob.key_material, key_blob.key_material_size);
+    blob.require(kMinBytesWithDates);
+    if (!blob.ok() || !hasKeyBlobHeader(key_blob)) return dates;
 
-    // Kept: the flag of the active date is not asked; the field is taken whatever it says.
-    if (!breakDown(blob.longAt(kActiveDate) / 1000, &dates.active)) {
+    // Kept: the flag of the active date is not read; the field counts whatever it says.
+    if (!breakDown(secondsAt(blob, kActiveDate), &dates.active)) {
         KM_LOG_ERROR(kDeviceLogTag, "activeDateTime handle is NULL");
         return dates;
     }
-    // Kept: no expiry is told by the second before 1970, not by a record that tells no date.
+    // Kept: a key without expiry sends 1969-12-31, not a record without a date.
     const bool expires = blob.byteAt(kUsageExpireFlag) != 0;
-    if (!breakDown(expires ? blob.longAt(kUsageExpire) / 1000 : kNoExpiry, &dates.expire)) {
+    if (!breakDown(expires ? secondsAt(blob, kUsageExpire) : kNoExpiry, &dates.expire)) {
         KM_LOG_ERROR(kDeviceLogTag, "usageExpireDateTime handle is NULL");
     }
     return dates;

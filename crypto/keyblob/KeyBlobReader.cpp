@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "ByteReader.h"
+#include "KeyBlobLayout.h"
 #include "Log.h"
 #include "Memory.h"
 
@@ -15,31 +17,37 @@ using namespace key_blob;  // NOLINT(google-build-using-namespace): the offsets 
 
 constexpr size_t kMaxEntries = 64;  // more than either set can have
 
-// The words of the log lines, which differ from set to set.
-struct SetMessages {
+// The log lines of a set whose number of entries is not the declared one.
+struct CountMessages {
     const char* mismatch;
-    const char* count_name;
+    const char* name;
 };
 
-constexpr SetMessages kHardwareMessages = {"teeparams mismatch", "teeParamsCount"};
-constexpr SetMessages kSoftwareMessages = {"swParamsCount mismatch", "swParamsCount"};
+constexpr CountMessages kHardwareMessages = {"teeparams mismatch", "teeParamsCount"};
+constexpr CountMessages kSoftwareMessages = {"swParamsCount mismatch", "swParamsCount"};
 
-// Collects one set. Every entry that the blob announces is counted, but none is written past the
-// declared number, and an array with more elements than room is not read.
-class EntryWriter {
+// Collects one set. Every entry that the blob has is counted, but none is written past the declared
+// number, and an array with more elements than room is not read.
+class SetReader {
   public:
-    EntryWriter(const KeyBlobView& blob, size_t declared)
-        : blob_(blob), declared_(declared), room_(std::min<size_t>(declared, kMaxEntries)) {}
+    SetReader(const ByteReader& blob, size_t count_offset)
+        : blob_(blob),
+          declared_(blob_.le32At(count_offset)),
+          room_(std::min<size_t>(declared_, kMaxEntries)) {}
 
-    bool allocate() {
+    [[nodiscard]] bool allocate() {
         // At least one byte, so that an empty set gets an array on every platform.
         const size_t bytes = std::max<size_t>(room_ * sizeof(keymaster_key_param_t), 1);
-        params_.reset(static_cast<keymaster_key_param_t*>(malloc(bytes)));
-        return params_ != nullptr;
+        params_.reset(static_cast<keymaster_key_param_t*>(std::malloc(bytes)));
+        if (params_ != nullptr) return true;
+        // Kept: the line names the hardware-enforced set whichever set it was.
+        KM_LOG_ERROR(kDeviceLogTag, "hw_enforced allocation failed: %zu", declared_);
+        return false;
     }
 
+    // `count_offset` elements from `first` on, each an entry of its own.
     void array(keymaster_tag_t tag, size_t first, size_t count_offset, uint32_t capacity) {
-        const uint32_t count = blob_.wordAt(count_offset);
+        const uint32_t count = blob_.le32At(count_offset);
         if (count > capacity) {
             overfull_ = true;
             written_ += count;
@@ -54,37 +62,37 @@ class EntryWriter {
     }
 
     void boolean(keymaster_tag_t tag, size_t offset) {
-        if (blob_.byteAt(offset) != 0) value(tag, offset);
-    }
-
-    void integer(keymaster_tag_t tag, uint32_t number) { add(keymaster_param_int(tag, number)); }
-
-    // Adds the value at `offset`, read as wide as the tag's type says.
-    void value(keymaster_tag_t tag, size_t offset) {
+        const uint8_t byte = blob_.byteAt(offset);
+        if (byte == 0) return;
         keymaster_key_param_t param = {};
         param.tag = tag;
-        switch (keymaster_tag_get_type(tag)) {
-            case KM_BOOL: {
-                // Kept: the byte is copied as it stands, so a true may be any value but 0.
-                const uint8_t byte = blob_.byteAt(offset);
-                std::memcpy(&param.boolean, &byte, sizeof(byte));
-                break;
-            }
-            case KM_ULONG:
-            case KM_ULONG_REP:
-            case KM_DATE:
-                param.long_integer = blob_.longAt(offset);
-                break;
-            default:
-                param.integer = blob_.wordAt(offset);
-        }
+        // Kept: the byte is copied as it stands, so a true may be any value but 0.
+        std::memcpy(&param.boolean, &byte, sizeof(byte));
         add(param);
     }
 
+    // The value at `offset`, as wide as the tag's type says.
+    void value(keymaster_tag_t tag, size_t offset) {
+        const keymaster_tag_type_t type = keymaster_tag_get_type(tag);
+        if (type == KM_ULONG || type == KM_ULONG_REP || type == KM_DATE) {
+            add(keymaster_param_long(tag, blob_.le64At(offset)));
+        } else {
+            add(keymaster_param_int(tag, blob_.le32At(offset)));
+        }
+    }
+
+    // Milliseconds, rounded down to the seconds of the tag.
+    void millisecondsField(keymaster_tag_t tag, size_t flag, size_t offset) {
+        if (blob_.byteAt(flag) != 0) add(keymaster_param_int(tag, blob_.le32At(offset) / 1000));
+    }
+
     // Hands the array to `set` if it has what was declared.
-    keymaster_error_t finish(const SetMessages& messages, keymaster_key_param_set_t* set) {
+    [[nodiscard]] keymaster_error_t finish(const CountMessages& messages,
+                                           keymaster_key_param_set_t* set) {
         if (overfull_ || written_ != declared_) {
-            logMismatch(messages);
+            KM_LOG_ERROR(kDeviceLogTag, "%s", messages.mismatch);
+            KM_LOG_ERROR(kDeviceLogTag, "%s: %zu", messages.name, declared_);
+            KM_LOG_ERROR(kDeviceLogTag, "%sTemp: %zu", messages.name, written_);
             return KM_ERROR_INVALID_ARGUMENT;
         }
         *set = {params_.release(), declared_};
@@ -97,14 +105,7 @@ class EntryWriter {
         ++written_;
     }
 
-    void logMismatch(const SetMessages& messages) const {
-        const char* name = messages.count_name;
-        KM_LOG_ERROR(kDeviceLogTag, "%s", messages.mismatch);
-        KM_LOG_ERROR(kDeviceLogTag, "%s: %zu", name, declared_);
-        KM_LOG_ERROR(kDeviceLogTag, "%sTemp: %zu", name, written_);
-    }
-
-    const KeyBlobView& blob_;
+    ByteReader blob_;
     size_t declared_;
     size_t room_;
     size_t written_ = 0;
@@ -127,13 +128,10 @@ VersionRules rulesFor(uint64_t version_number, EarlyBootRule rule) {
     return {true, early_boot, early_boot ? kEarlyBootEnd : kVersion41End};
 }
 
-void addAuthTimeout(const KeyBlobView& blob, const VersionRules& rules, EntryWriter& entries) {
-    if (blob.byteAt(kAuthTimeoutFlag) == 0) return;
-    const uint32_t timeout = blob.wordAt(kAuthTimeout);
-    entries.integer(KM_TAG_AUTH_TIMEOUT, rules.from_4_1 ? timeout : timeout / 1000);
-}
-
-void addHardwareEnforced(const KeyBlobView& blob, const VersionRules& rules, EntryWriter& entries) {
+keymaster_error_t readHardwareEnforced(const ByteReader& blob, const VersionRules& rules,
+                                       keymaster_key_param_set_t* set) {
+    SetReader entries(blob, kHwCount);
+    if (!entries.allocate()) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     entries.array(KM_TAG_PURPOSE, kPurposes, kNumPurposes, kMaxPurposes);
     entries.array(KM_TAG_BLOCK_MODE, kBlockModes, kNumBlockModes, kMaxBlockModes);
     entries.array(KM_TAG_DIGEST, kDigests, kNumDigests, kMaxDigests);
@@ -152,7 +150,11 @@ void addHardwareEnforced(const KeyBlobView& blob, const VersionRules& rules, Ent
     entries.boolean(KM_TAG_ALL_USERS, kAllUsers);
     entries.boolean(KM_TAG_NO_AUTH_REQUIRED, kNoAuthRequired);
     entries.field(KM_TAG_USER_AUTH_TYPE, kUserAuthTypeFlag, kUserAuthType);
-    addAuthTimeout(blob, rules, entries);
+    if (rules.from_4_1) {
+        entries.field(KM_TAG_AUTH_TIMEOUT, kAuthTimeoutFlag, kAuthTimeout);
+    } else {
+        entries.millisecondsField(KM_TAG_AUTH_TIMEOUT, kAuthTimeoutFlag, kAuthTimeout);
+    }
     entries.boolean(KM_TAG_ALL_APPLICATIONS, kAllApplications);
     entries.boolean(KM_TAG_EXPORTABLE, kExportable);
     entries.field(KM_TAG_ORIGIN, kOriginFlag, kOrigin);
@@ -168,9 +170,13 @@ void addHardwareEnforced(const KeyBlobView& blob, const VersionRules& rules, Ent
         entries.boolean(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, kUserConfirmation);
     }
     if (rules.early_boot) entries.boolean(KM_TAG_EARLY_BOOT_ONLY, kEarlyBootOnly);
+    return entries.finish(kHardwareMessages, set);
 }
 
-void addSoftwareEnforced(const VersionRules& rules, EntryWriter& entries) {
+keymaster_error_t readSoftwareEnforced(const ByteReader& blob, const VersionRules& rules,
+                                       keymaster_key_param_set_t* set) {
+    SetReader entries(blob, kSwCount);
+    if (!entries.allocate()) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     entries.field(KM_TAG_ACTIVE_DATETIME, kActiveDateFlag, kActiveDate);
     entries.field(KM_TAG_ORIGINATION_EXPIRE_DATETIME, kOriginationExpireFlag, kOriginationExpire);
     entries.field(KM_TAG_USAGE_EXPIRE_DATETIME, kUsageExpireFlag, kUsageExpire);
@@ -178,44 +184,29 @@ void addSoftwareEnforced(const VersionRules& rules, EntryWriter& entries) {
     entries.boolean(KM_TAG_ALLOW_WHILE_ON_BODY, kAllowWhileOnBody);
     if (rules.from_4_1) entries.boolean(KM_TAG_UNLOCKED_DEVICE_REQUIRED, kUnlockedDevice);
     entries.field(KM_TAG_CREATION_DATETIME, kCreationDateFlag, kCreationDate);
-}
-
-template <typename Fill>
-keymaster_error_t readSet(const KeyBlobView& blob, size_t count_offset, const SetMessages& messages,
-                          keymaster_key_param_set_t* set, Fill fill) {
-    const size_t declared = blob.wordAt(count_offset);
-    EntryWriter entries(blob, declared);
-    if (!entries.allocate()) {
-        // Kept: the line names the hardware-enforced set whichever set it was.
-        KM_LOG_ERROR(kDeviceLogTag, "hw_enforced allocation failed: %zu", declared);
-        return KM_ERROR_MEMORY_ALLOCATION_FAILED;
-    }
-    fill(entries);
-    return entries.finish(messages, set);
+    return entries.finish(kSoftwareMessages, set);
 }
 
 }  // namespace
 
-uint64_t KeyBlobView::little(size_t offset, size_t width) const {
-    uint64_t value = 0;
-    for (size_t i = width; i > 0; --i) value = value << 8 | bytes_[offset + i - 1];
-    return value;
+bool hasKeyBlobHeader(const keymaster_key_blob_t& blob) {
+    ByteReader reader(blob.key_material, blob.key_material_size);
+    const bool good = reader.le32At(kMagic) == kMagicValue && reader.le32At(kZero) == 0;
+    return good && reader.ok();
 }
 
 keymaster_error_t readCharacteristics(const keymaster_key_blob_t& blob, EarlyBootRule rule,
                                       keymaster_key_characteristics_t* characteristics) {
     if (characteristics == nullptr) return KM_ERROR_OK;
-    const KeyBlobView view(blob);
-    if (!view.holds(kOldestEnd)) return KM_ERROR_INVALID_KEY_BLOB;
-    const VersionRules rules = rulesFor(view.longAt(kVersion), rule);
-    if (!view.holds(rules.end)) return KM_ERROR_INVALID_KEY_BLOB;
+    ByteReader reader(blob.key_material, blob.key_material_size);
+    const VersionRules rules = rulesFor(reader.le64At(kVersion), rule);
+    reader.require(rules.end);
+    if (!reader.ok()) return KM_ERROR_INVALID_KEY_BLOB;
 
     const keymaster_error_t result =
-        readSet(view, kHwCount, kHardwareMessages, &characteristics->hw_enforced,
-                [&](EntryWriter& entries) { addHardwareEnforced(view, rules, entries); });
+        readHardwareEnforced(reader, rules, &characteristics->hw_enforced);
     if (result != KM_ERROR_OK) return result;
-    return readSet(view, kSwCount, kSoftwareMessages, &characteristics->sw_enforced,
-                   [&](EntryWriter& entries) { addSoftwareEnforced(rules, entries); });
+    return readSoftwareEnforced(reader, rules, &characteristics->sw_enforced);
 }
 
 }  // namespace keymasterdevice

@@ -56,7 +56,7 @@ using CertificateChain = std::unique_ptr<keymaster_cert_chain_t, CertificateChai
 // Kept: a date that is not told leaves the words as the shared buffer held them, and the last three
 // words of a date are never written.
 void setDate(LegacyExchange& exchange, uint32_t index, const tztm& date) {
-    if (!tellsDate(date)) return;
+    if (!hasDate(date)) return;
     exchange.setWord(index + date_record::kSecond, static_cast<uint32_t>(date.tm_sec));
     exchange.setWord(index + date_record::kMinute, static_cast<uint32_t>(date.tm_min));
     exchange.setWord(index + date_record::kHour, static_cast<uint32_t>(date.tm_hour));

@@ -3,6 +3,7 @@
 
 #include <KeymasterUtils.h>
 
+#include "KeyBlobLayout.h"
 #include "KeyBlobReader.h"
 #include "KeymasterCryptoDevice.h"
 #include "KeymasterHalDevice.h"
@@ -91,12 +92,6 @@ keymaster_error_t getCharacteristics(const keymaster_key_blob_t& blob,
 
 bool isBlobHeader(uint32_t magic, uint32_t zero) {
     return magic == key_blob::kMagicValue && zero == 0;
-}
-
-bool hasBlobHeader(const keymaster_key_blob_t& blob) {
-    const KeyBlobView view(blob);
-    return view.holds(key_blob::kVersion) &&
-           isBlobHeader(view.wordAt(key_blob::kMagic), view.wordAt(key_blob::kZero));
 }
 
 // The size of the blob in a response if that is a key blob.
@@ -198,7 +193,7 @@ keymaster_error_t KeymasterHalDevice::legacy_get_key_characteristics(
     // Kept: the answered blob may stand in for the size check, but what is read is always the
     // caller's blob.
     size_t size = key_blob->key_material_size;
-    if (!hasBlobHeader(*key_blob)) error = answeredBlobSize(exchange.response(), &size);
+    if (!hasKeyBlobHeader(*key_blob)) error = answeredBlobSize(exchange.response(), &size);
     if (error != KM_ERROR_OK) return error;
     if (size < kShortestKeyBlob) return KM_ERROR_INVALID_KEY_BLOB;
     return getCharacteristics(*key_blob, characteristics);

@@ -66,7 +66,7 @@ TEST(AttestationDates, AreReadFromTheBlob) {
         calls_until_gmtime_fails = 0;
         EXPECT_EQ(text(dates.active), c.active);
         EXPECT_EQ(text(dates.expire), c.expire);
-        EXPECT_EQ(keymasterdevice::tellsDate(dates.active), c.active != kNoDate);
+        EXPECT_EQ(keymasterdevice::hasDate(dates.active), c.active != kNoDate);
         EXPECT_EQ(log.texts(), c.lines);
         for (const auto& line : log.lines()) EXPECT_EQ(line.tag, "KeyMasterHalDevice");
     }
