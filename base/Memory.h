@@ -16,12 +16,24 @@ using MallocedBytes = std::unique_ptr<uint8_t[], FreeDelete>;
 
 // `size` bytes from malloc; null when there is no memory. With a size of 0 the result may be null
 // or not, as malloc decides.
-inline MallocedBytes mallocBytes(size_t size) {
+[[nodiscard]] inline MallocedBytes mallocBytes(size_t size) {
     return MallocedBytes(static_cast<uint8_t*>(std::malloc(size)));
 }
 
 // Overwrites `size` bytes in a way that the compiler does not leave out. Null is allowed with 0.
 void wipe(void* memory, size_t size);
+
+// Memory from malloc that holds a secret of `size` bytes: wiped before it is freed, on every path
+// but that of release().
+struct WipeAndFree {
+    size_t size = 0;
+    void operator()(uint8_t* memory) const {
+        wipe(memory, size);
+        std::free(memory);
+    }
+};
+
+using SecretBytes = std::unique_ptr<uint8_t[], WipeAndFree>;
 
 // Wipes a buffer of the caller's when it goes out of scope. The buffer must outlive this object and
 // must not be moved by then.

@@ -5,6 +5,7 @@
 #include <climits>
 
 #include "CryptoPtr.h"
+#include "EnumBits.h"
 #include "Log.h"
 #include "Memory.h"
 
@@ -41,9 +42,14 @@ uint32_t byteCount(const BIGNUM* number) {
 
 // An unsigned big-endian string of minimal length, in a block from malloc; null when out of memory.
 MallocedBytes toBytes(const BIGNUM* number) {
-    MallocedBytes block(static_cast<uint8_t*>(std::malloc(byteCount(number))));
+    MallocedBytes block = mallocBytes(byteCount(number));
     if (block) BN_bn2bin(number, block.get());
     return block;
+}
+
+// The same for a private number, wiped unless it is handed out.
+SecretBytes toSecretBytes(const BIGNUM* number) {
+    return SecretBytes(toBytes(number).release(), {byteCount(number)});
 }
 
 // Loads big-endian bytes into `number`. The libraries disagree on the type of the length.
@@ -64,15 +70,14 @@ CryptoPtr<BIGNUM> numberFrom(const uint8_t* data, uint32_t length) {
     return number;
 }
 
-int expectedKeyType(keymaster_algorithm_t algorithm) {
+int expectedKeyType(uint32_t algorithm) {
     if (algorithm == KM_ALGORITHM_EC) return EVP_PKEY_EC;
     if (algorithm == KM_ALGORITHM_RSA) return EVP_PKEY_RSA;
     return -1;  // matches no key
 }
 
-// Null when the bytes are no PKCS#8 key of `algorithm`. What follows the structure is not looked
-// at.
-CryptoPtr<EVP_PKEY> parsePkcs8(keymaster_algorithm_t algorithm, const keymaster_blob_t& key_data) {
+// Null when the bytes are not a PKCS#8 key of `algorithm`. Bytes behind the structure are ignored.
+CryptoPtr<EVP_PKEY> parsePkcs8(uint32_t algorithm, const keymaster_blob_t& key_data) {
     if (key_data.data_length > LONG_MAX) return nullptr;
     const uint8_t* cursor = key_data.data;
     CryptoPtr<PKCS8_PRIV_KEY_INFO> info(
@@ -91,7 +96,7 @@ CryptoPtr<EVP_PKEY> parsePkcs8(keymaster_algorithm_t algorithm, const keymaster_
     return key;
 }
 
-// Kept: the line speaks of the public key whatever the memory was for.
+// Kept: the line names the public key whatever the memory was for.
 keymaster_error_t noMemoryForKey() {
     return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID,
                      "Could not allocate memory for public key data");
@@ -104,7 +109,7 @@ keymaster_error_t encodePublicKey(EVP_PKEY* key, keymaster_blob_t* out) {
         return FAIL_WITH(KM_ERROR_KEY_EXPORT_OPTIONS_INVALID, "Len returned is < 0 len = %d",
                          length);
     }
-    MallocedBytes block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(length))));
+    MallocedBytes block = mallocBytes(static_cast<size_t>(length));
     if (!block) return noMemoryForKey();
     uint8_t* cursor = block.get();
     if (i2d_PUBKEY(key, &cursor) != length) {
@@ -115,8 +120,8 @@ keymaster_error_t encodePublicKey(EVP_PKEY* key, keymaster_blob_t* out) {
     return KM_ERROR_OK;
 }
 
-// The narrowest known curve that holds both coordinates and has the point on it; null where none
-// does. The record carries no curve, so the coordinates tell it.
+// The narrowest known curve that is wide enough for both coordinates and has the point on it; null
+// where there is none. The record has no field for the curve, so it follows from the coordinates.
 CryptoPtr<EC_GROUP> curveOfPoint(const BIGNUM* x, const BIGNUM* y) {
     ERR_set_mark();
     CryptoPtr<EC_GROUP> found;
@@ -131,7 +136,7 @@ CryptoPtr<EC_GROUP> curveOfPoint(const BIGNUM* x, const BIGNUM* y) {
             break;
         }
     }
-    // The curves that did not fit have left errors in libcrypto's queue.
+    // Each curve that did not match has left errors in libcrypto's queue.
     ERR_pop_to_mark();
     return found;
 }
@@ -212,11 +217,12 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
         out == nullptr) {
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
-    CryptoPtr<EVP_PKEY> key = parsePkcs8(algorithm, *key_data);
+    const uint32_t algorithm_bits = enumToBits(algorithm);
+    CryptoPtr<EVP_PKEY> key = parsePkcs8(algorithm_bits, *key_data);
     if (!key) {
         KM_LOG_ERROR(kCryptoLogTag, "convert_pkcs8_blob_to_evp failed with ret:%d",
                      static_cast<int>(KM_ERROR_INVALID_KEY_BLOB));
-        KM_LOG_ERROR(kCryptoLogTag, "import_alg:%u", static_cast<unsigned>(algorithm));
+        KM_LOG_ERROR(kCryptoLogTag, "import_alg:%u", algorithm_bits);
         KM_LOG_ERROR(kCryptoLogTag, "key_data->data_length:%zu", key_data->data_length);
         return KM_ERROR_INVALID_KEY_BLOB;
     }
@@ -226,7 +232,7 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
 
     const BIGNUM* scalar = EC_KEY_get0_private_key(ec_key.get());
     if (scalar == nullptr) return FAIL_WITH(KM_ERROR_INVALID_KEY_BLOB, "pEcPrivKey get failed");
-    MallocedBytes priv_key = toBytes(scalar);
+    SecretBytes priv_key = toSecretBytes(scalar);
     if (!priv_key) return noMemoryForKey();
 
     const EC_POINT* point = EC_KEY_get0_public_key(ec_key.get());
@@ -310,7 +316,7 @@ keymaster_error_t KeymasterCryptoDevice::internal_to_ecsig(_keymaster_ec_sig_int
 
     const int size = i2d_ECDSA_SIG(signature.get(), nullptr);
     if (size <= 0) return FAIL_WITH(KM_ERROR_MEMORY_ALLOCATION_FAILED, "i2d_ECDSA_SIG failed");
-    MallocedBytes block(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(size))));
+    MallocedBytes block = mallocBytes(static_cast<size_t>(size));
     if (!block) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
     uint8_t* cursor = block.get();
     const int written = i2d_ECDSA_SIG(signature.get(), &cursor);

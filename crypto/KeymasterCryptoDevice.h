@@ -1,4 +1,4 @@
-// Public-key conversions for secure applications that cannot do them themselves.
+// Key conversions for secure applications that cannot do them themselves.
 #pragma once
 
 #include <hardware/keymaster_defs.h>
@@ -9,7 +9,7 @@ namespace keymasterdevice {
 
 // Big numbers in these records are unsigned, big-endian and of minimal length; lengths are bytes.
 
-// An EC private key taken apart. The three buffers come from malloc and belong to the caller.
+// The parts of an EC private key. The three buffers come from malloc.
 struct _keymaster_ec_import_internal_t {  // NOLINT(bugprone-reserved-identifier): fixed name
     uint8_t* priv_key;
     uint32_t priv_key_len;
@@ -20,8 +20,8 @@ struct _keymaster_ec_import_internal_t {  // NOLINT(bugprone-reserved-identifier
     uint32_t key_size;  // curve size in bits: 224, 256, 384 or 521; 0 for any other curve
 };
 
-// A public key as the secure application returns it. The pointers borrow the response's memory;
-// only the fields of the named algorithm are read.
+// The parts of a public key as the secure application returns it. The pointers are borrowed; only
+// the fields of the named algorithm are read.
 struct _keymaster_export_internal_t {  // NOLINT(bugprone-reserved-identifier): fixed name
     uint32_t algorithm;                // keymaster_algorithm_t: RSA or EC
     const uint8_t* modulus;
@@ -34,7 +34,7 @@ struct _keymaster_export_internal_t {  // NOLINT(bugprone-reserved-identifier): 
     uint32_t pubkey_y_len;
 };
 
-// An ECDSA signature taken apart. As an output its buffers come from malloc.
+// The two numbers of an ECDSA signature. As an output its buffers come from malloc.
 struct _keymaster_ec_sig_internal_t {  // NOLINT(bugprone-reserved-identifier): fixed name
     uint8_t* r;
     uint32_t r_len;
@@ -42,7 +42,9 @@ struct _keymaster_ec_sig_internal_t {  // NOLINT(bugprone-reserved-identifier): 
     uint32_t s_len;
 };
 
-// Stateless and reentrant. Outputs are written only on success and stay as they were on failure.
+// Holds nothing and may be called by any number of threads. An output is written only on success
+// and stays as it was on failure; the buffers in it come from malloc, are the caller's and are
+// released with free. Unless a method says otherwise each failure is logged.
 class KeymasterCryptoDevice {
   public:
     KeymasterCryptoDevice();
@@ -50,29 +52,48 @@ class KeymasterCryptoDevice {
     KeymasterCryptoDevice(const KeymasterCryptoDevice&) = delete;
     KeymasterCryptoDevice& operator=(const KeymasterCryptoDevice&) = delete;
 
-    // PKCS#8 (RFC 5208) EC private key to its parts.
-    // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_INVALID_KEY_BLOB (does not parse, is not an EC key
-    // or not of `algorithm`), KM_ERROR_KEY_EXPORT_OPTIONS_INVALID or
-    // KM_ERROR_MEMORY_ALLOCATION_FAILED (out of memory).
-    keymaster_error_t pkcs8_to_internal(keymaster_algorithm_t algorithm,
-                                        const keymaster_blob_t* key_data,
-                                        _keymaster_ec_import_internal_t* out);
+    // Splits an EC private key in PKCS#8 (RFC 5208, DER) into scalar and public point. Bytes behind
+    // the structure are ignored. The scalar in `out->priv_key` is a secret: the caller wipes it
+    // before it is freed.
+    //
+    //   KM_ERROR_UNEXPECTED_NULL_POINTER     `key_data`, its data or `out` is null, or it is empty;
+    //                                        not logged
+    //   KM_ERROR_INVALID_KEY_BLOB            does not parse, is not of `algorithm`, or is of
+    //                                        KM_ALGORITHM_RSA, whose keys are not converted
+    //   KM_ERROR_KEY_EXPORT_OPTIONS_INVALID  no memory for one of the three buffers
+    //   KM_ERROR_MEMORY_ALLOCATION_FAILED    no memory for the point's coordinates
+    [[nodiscard]] keymaster_error_t pkcs8_to_internal(keymaster_algorithm_t algorithm,
+                                                      const keymaster_blob_t* key_data,
+                                                      _keymaster_ec_import_internal_t* out);
 
-    // Public key parts to a DER SubjectPublicKeyInfo (RFC 5280) in a block from malloc.
-    // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_UNSUPPORTED_ALGORITHM,
-    // KM_ERROR_KEY_EXPORT_OPTIONS_INVALID (a part missing, or it did not encode),
-    // KM_ERROR_INVALID_KEY_BLOB (not a point of any supported curve).
-    keymaster_error_t internal_to_x509(_keymaster_export_internal_t* in, keymaster_blob_t* out);
+    // Encodes a public key as SubjectPublicKeyInfo (RFC 5280, DER). The curve of an EC key is the
+    // narrowest of those named above that has the point on it. `in` is not changed.
+    //
+    //   KM_ERROR_UNEXPECTED_NULL_POINTER     `in` or `out` is null; not logged
+    //   KM_ERROR_UNSUPPORTED_ALGORITHM       neither KM_ALGORITHM_RSA nor KM_ALGORITHM_EC
+    //   KM_ERROR_KEY_EXPORT_OPTIONS_INVALID  a part is null or empty, an RSA key cannot be made of
+    //                                        the parts, or the key cannot be encoded
+    //   KM_ERROR_INVALID_KEY_BLOB            the point is on none of the curves
+    [[nodiscard]] keymaster_error_t internal_to_x509(_keymaster_export_internal_t* in,
+                                                     keymaster_blob_t* out);
 
-    // DER ECDSA-Sig-Value (RFC 3279) to r and s; trailing bytes are refused.
-    // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_VERIFICATION_FAILED (malformed),
-    // KM_ERROR_MEMORY_ALLOCATION_FAILED.
-    keymaster_error_t ecsig_to_internal(const keymaster_blob_t* der_signature,
-                                        _keymaster_ec_sig_internal_t* out);
+    // Splits an ECDSA-Sig-Value (RFC 3279, DER), which fills the blob to its end, into r and s.
+    //
+    //   KM_ERROR_UNEXPECTED_NULL_POINTER   `der_signature`, its data or `out` is null; not logged
+    //   KM_ERROR_VERIFICATION_FAILED       malformed or followed by more bytes; or r or s is zero,
+    //                                      which is not logged
+    //   KM_ERROR_MEMORY_ALLOCATION_FAILED  not logged
+    [[nodiscard]] keymaster_error_t ecsig_to_internal(const keymaster_blob_t* der_signature,
+                                                      _keymaster_ec_sig_internal_t* out);
 
-    // r and s to a DER ECDSA-Sig-Value in a block from malloc.
-    // KM_ERROR_UNEXPECTED_NULL_POINTER, KM_ERROR_MEMORY_ALLOCATION_FAILED (it did not encode).
-    keymaster_error_t internal_to_ecsig(_keymaster_ec_sig_internal_t* in, keymaster_blob_t* out);
+    // Encodes r and s as ECDSA-Sig-Value. Both may have leading zeros. `in` is not changed.
+    //
+    //   KM_ERROR_UNEXPECTED_NULL_POINTER   `in`, `out`, r or s is null, or r or s is of length 0;
+    //                                      not logged
+    //   KM_ERROR_MEMORY_ALLOCATION_FAILED  no memory (not logged for that of the result), or the
+    //                                      signature cannot be encoded
+    [[nodiscard]] keymaster_error_t internal_to_ecsig(_keymaster_ec_sig_internal_t* in,
+                                                      keymaster_blob_t* out);
 };
 
 }  // namespace keymasterdevice
