@@ -6,6 +6,9 @@ namespace {
 // The longest head: one byte of type and eight of argument.
 constexpr size_t kMaxHead = 9;
 
+// Kept free before a container's content: the whole head of one with up to 23 entries.
+constexpr size_t kKeptFree = 1;
+
 // Any position in a buffer then fits into the 32 bits that a level has for it.
 constexpr uint64_t kMaxBuffer = UINT32_MAX;
 
@@ -30,73 +33,88 @@ uint8_t* bytesOf(const QCBOROutBuf& out) {
     return static_cast<uint8_t*>(out.UB.ptr);
 }
 
-// Puts `size` bytes in at `position` and moves what was there behind them, or notes that they do
-// not fit and writes nothing.
-void insert(QCBOROutBuf& out, size_t position, const void* bytes, size_t size) {
-    if (out.bFull || size > out.UB.len - out.uUsed) {
-        out.bFull = true;
-        return;
-    }
-    if (size > 0 && !UsefulBuf_IsNULL(out.UB)) {
-        uint8_t* const place = bytesOf(out) + position;
-        memmove(place + size, place, out.uUsed - position);
-        memcpy(place, bytes, size);
+bool stores(const QCBOROutBuf& out) {
+    return !UsefulBuf_IsNULL(out.UB);
+}
+
+size_t room(const QCBOROutBuf& out) {
+    return out.UB.len - out.uUsed;
+}
+
+// Notes that something did not fit: nothing more is to be written, however small.
+void close(QCBOROutBuf& out) {
+    out.bFull = true;
+    out.UB.len = out.uUsed;
+}
+
+// Takes `size` more bytes of the buffer; false if they do not fit.
+bool take(QCBOROutBuf& out, size_t size) {
+    if (size > room(out)) {
+        close(out);
+        return false;
     }
     out.uUsed += size;
+    return true;
 }
 
-void append(QCBOROutBuf& out, const void* bytes, size_t size) {
-    insert(out, out.uUsed, bytes, size);
+// One of libcbor's encoders. It returns the size of the head, or 0, with nothing written, for one
+// that does not fit.
+template <typename Argument>
+using HeadEncoder = size_t (*)(Argument, unsigned char*, size_t);
+
+template <typename Argument>
+void appendHead(QCBOROutBuf& out, HeadEncoder<Argument> encode, Argument argument) {
+    if (!stores(out)) {
+        uint8_t head[kMaxHead];
+        take(out, encode(argument, head, sizeof(head)));
+        return;
+    }
+    const size_t size = encode(argument, bytesOf(out) + out.uUsed, room(out));
+    out.uUsed += size;
+    if (size == 0) {
+        close(out);
+    }
 }
 
+void appendContent(QCBOREncodeContext& context, UsefulBufC content) {
+    QCBOROutBuf& out = context.OutBuf;
+    if (content.len > 0 && !failed(context) && take(out, content.len) && stores(out)) {
+        memcpy(bytesOf(out) + out.uUsed - content.len, content.ptr, content.len);
+    }
+}
+
+// False when the item may not be written.
 bool countItem(QCBOREncodeContext& context) {
     QCBOREncodeLevel& level = innermost(context);
+    if (failed(context)) {
+        return false;
+    }
     if (level.uCount == kMaxItems) {
-        setFirstError(context, QCBOR_ERR_ARRAY_TOO_LONG);
+        context.uError = QCBOR_ERR_ARRAY_TOO_LONG;
         return false;
     }
     ++level.uCount;
     return true;
 }
 
-// `encodeHead(buffer, size)` is one of libcbor's encoders with its value bound.
-template <typename EncodeHead>
-void appendHead(QCBOREncodeContext& context, EncodeHead encodeHead) {
-    uint8_t head[kMaxHead];
-    append(context.OutBuf, head, encodeHead(head, sizeof(head)));
-}
-
-template <typename EncodeHead>
-void addItem(QCBOREncodeContext& context, EncodeHead encodeHead, UsefulBufC content = {}) {
-    if (failed(context) || !countItem(context)) {
-        return;
+template <typename Argument>
+void addItem(QCBOREncodeContext& context, HeadEncoder<Argument> encode, Argument argument) {
+    if (countItem(context)) {
+        appendHead(context.OutBuf, encode, argument);
     }
-    appendHead(context, encodeHead);
-    append(context.OutBuf, content.ptr, content.len);
 }
 
-void addUnsigned(QCBOREncodeContext& context, uint64_t value) {
-    addItem(context,
-            [&](uint8_t* head, size_t size) { return cbor_encode_uint(value, head, size); });
+HeadEncoder<uint64_t> integerEncoder(int64_t value) {
+    return value < 0 ? cbor_encode_negint : cbor_encode_uint;
+}
+
+// A negative number's argument is -1 - value: all bits the other way round.
+uint64_t integerArgument(int64_t value) {
+    return static_cast<uint64_t>(value < 0 ? ~value : value);
 }
 
 void addInteger(QCBOREncodeContext& context, int64_t value) {
-    if (value >= 0) {
-        addUnsigned(context, static_cast<uint64_t>(value));
-        return;
-    }
-    // -1 - value, without the overflow that negating INT64_MIN would be.
-    const uint64_t magnitude = ~static_cast<uint64_t>(value);
-    addItem(context,
-            [&](uint8_t* head, size_t size) { return cbor_encode_negint(magnitude, head, size); });
-}
-
-using StringHead = size_t (*)(size_t, unsigned char*, size_t);
-
-void addString(QCBOREncodeContext& context, StringHead encodeHead, UsefulBufC string) {
-    addItem(
-        context, [&](uint8_t* head, size_t size) { return encodeHead(string.len, head, size); },
-        string);
+    addItem(context, integerEncoder(value), integerArgument(value));
 }
 
 // False, with the error set, for a string that no buffer could hold.
@@ -108,6 +126,14 @@ bool acceptsLength(QCBOREncodeContext& context, size_t length) {
     return false;
 }
 
+void addTextLabel(QCBOREncodeContext& context, const char* label) {
+    const UsefulBufC text = SZToUsefulBufC(label);
+    if (acceptsLength(context, text.len)) {
+        addItem(context, cbor_encode_string_start, text.len);
+        appendContent(context, text);
+    }
+}
+
 // Both labels are written where both are given.
 void addLabelAndTag(QCBOREncodeContext& context, const char* textLabel, int64_t label,
                     uint64_t tag) {
@@ -115,22 +141,42 @@ void addLabelAndTag(QCBOREncodeContext& context, const char* textLabel, int64_t 
         addInteger(context, label);
     }
     if (textLabel != nullptr) {
-        const UsefulBufC text = SZToUsefulBufC(textLabel);
-        if (acceptsLength(context, text.len)) {
-            addString(context, cbor_encode_string_start, text);
-        }
+        addTextLabel(context, textLabel);
     }
     if (tag != CBOR_TAG_NONE && !failed(context)) {
-        appendHead(context,
-                   [&](uint8_t* head, size_t size) { return cbor_encode_tag(tag, head, size); });
+        appendHead(context.OutBuf, cbor_encode_tag, tag);
     }
 }
 
-void addLabelledString(QCBOREncodeContext& context, const char* textLabel, int64_t label,
-                       uint64_t tag, StringHead encodeHead, UsefulBufC string) {
-    if (acceptsLength(context, string.len)) {
+// Whether two heads can be written and counted without a look at either.
+bool takesTwoHeads(const QCBOREncodeContext& context) {
+    const QCBOROutBuf& out = context.OutBuf;
+    return !failed(context) && stores(out) && room(out) >= 2 * kMaxHead &&
+           context.Levels[context.uLevel].uCount <= kMaxItems - 2;
+}
+
+template <typename Argument>
+void addLabelledItem(QCBOREncodeContext& context, const char* textLabel, int64_t label,
+                     uint64_t tag, HeadEncoder<Argument> encode, Argument argument) {
+    if (textLabel != nullptr || label == QCBOR_NO_INT_LABEL || tag != CBOR_TAG_NONE ||
+        !takesTwoHeads(context)) {
         addLabelAndTag(context, textLabel, label, tag);
-        addString(context, encodeHead, string);
+        addItem(context, encode, argument);
+        return;
+    }
+    // What nearly every entry is.
+    uint8_t* at = bytesOf(context.OutBuf) + context.OutBuf.uUsed;
+    at += integerEncoder(label)(integerArgument(label), at, kMaxHead);
+    at += encode(argument, at, kMaxHead);
+    context.OutBuf.uUsed = static_cast<size_t>(at - bytesOf(context.OutBuf));
+    innermost(context).uCount = static_cast<uint16_t>(innermost(context).uCount + 2);
+}
+
+void addLabelledString(QCBOREncodeContext& context, const char* textLabel, int64_t label,
+                       uint64_t tag, HeadEncoder<size_t> encode, UsefulBufC string) {
+    if (acceptsLength(context, string.len)) {
+        addLabelledItem(context, textLabel, label, tag, encode, string.len);
+        appendContent(context, string);
     }
 }
 
@@ -143,6 +189,7 @@ void open(QCBOREncodeContext& context, const char* textLabel, uint64_t label, ui
         return;
     }
     ++context.uLevel;
+    take(context.OutBuf, kKeptFree);
     innermost(context) = {static_cast<uint32_t>(context.OutBuf.uUsed), 0, majorType, wrap};
 }
 
@@ -153,19 +200,27 @@ size_t encodeContainerHead(const QCBOREncodeLevel& level, uint8_t* head, size_t 
     return cbor_encode_array_start(level.uCount, head, size);
 }
 
-// Inserts the head of a container, and before it that of the byte string it is wrapped in.
-void insertHeads(QCBOROutBuf& out, const QCBOREncodeLevel& level) {
-    uint8_t container[kMaxHead];
-    const size_t containerSize = encodeContainerHead(level, container, sizeof(container));
-
+// Writes the head of a container, and before it that of the byte string it is wrapped in, where
+// open() kept a byte free. Only heads of more bytes than that move the content.
+void fillInHeads(QCBOROutBuf& out, const QCBOREncodeLevel& level) {
+    const size_t contentSize = out.uUsed - level.uStart;
     uint8_t heads[2 * kMaxHead];
     size_t size = 0;
     if (level.bBstrWrap) {
-        const size_t content = containerSize + (out.uUsed - level.uStart);
-        size = cbor_encode_bytestring_start(content, heads, kMaxHead);
+        const size_t wrapped = encodeContainerHead(level, heads, kMaxHead) + contentSize;
+        size = cbor_encode_bytestring_start(wrapped, heads, kMaxHead);
     }
-    memcpy(heads + size, container, containerSize);
-    insert(out, level.uStart, heads, size + containerSize);
+    size += encodeContainerHead(level, heads + size, kMaxHead);
+    if (out.bFull || !take(out, size - kKeptFree) || !stores(out)) {
+        return;
+    }
+    uint8_t* const start = bytesOf(out) + level.uStart - kKeptFree;
+    if (size > kKeptFree) {
+        memmove(start + size, start + kKeptFree, contentSize);
+    }
+    for (size_t i = 0; i < size; ++i) {
+        start[i] = heads[i];
+    }
 }
 
 }  // namespace
@@ -196,21 +251,19 @@ void QCBOREncode_CloseArray(QCBOREncodeContext* pCtx) {
     }
     const QCBOREncodeLevel closed = innermost(*pCtx);
     --pCtx->uLevel;
-    if (!failed(*pCtx) && countItem(*pCtx)) {
-        insertHeads(pCtx->OutBuf, closed);
+    if (countItem(*pCtx)) {
+        fillInHeads(pCtx->OutBuf, closed);
     }
 }
 
 void QCBOREncode_AddUInt64_3(QCBOREncodeContext* pCtx, const char* szLabel, int64_t nLabel,
                              uint64_t uTag, uint64_t uNum) {
-    addLabelAndTag(*pCtx, szLabel, nLabel, uTag);
-    addUnsigned(*pCtx, uNum);
+    addLabelledItem(*pCtx, szLabel, nLabel, uTag, cbor_encode_uint, uNum);
 }
 
 void QCBOREncode_AddInt64_3(QCBOREncodeContext* pCtx, const char* szLabel, int64_t nLabel,
                             uint64_t uTag, int64_t nNum) {
-    addLabelAndTag(*pCtx, szLabel, nLabel, uTag);
-    addInteger(*pCtx, nNum);
+    addLabelledItem(*pCtx, szLabel, nLabel, uTag, integerEncoder(nNum), integerArgument(nNum));
 }
 
 void QCBOREncode_AddBytes_3(QCBOREncodeContext* pCtx, const char* szLabel, int64_t nLabel,
@@ -229,9 +282,7 @@ void QCBOREncode_AddSimple_3(QCBOREncodeContext* pCtx, const char* szLabel, int6
         pCtx->uError = QCBOR_ERR_BAD_SIMPLE;
         return;
     }
-    addLabelAndTag(*pCtx, szLabel, nLabel, uTag);
-    addItem(*pCtx,
-            [&](uint8_t* head, size_t size) { return cbor_encode_ctrl(uSimple, head, size); });
+    addLabelledItem(*pCtx, szLabel, nLabel, uTag, cbor_encode_ctrl, uSimple);
 }
 
 int QCBOREncode_Finish2(QCBOREncodeContext* pCtx, EncodedCBOR* pEncodedCBOR) {

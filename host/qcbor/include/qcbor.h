@@ -114,7 +114,7 @@ extern "C" {
 typedef struct {
     UsefulBuf UB; /* the caller's buffer; ptr is null where only the length is wanted */
     size_t uUsed; /* bytes so far; never more than UB.len */
-    bool bFull;   /* something did not fit; nothing more is written */
+    bool bFull;   /* something did not fit; UB ends there, so that nothing more is written */
 } QCBOROutBuf;
 
 typedef struct {
