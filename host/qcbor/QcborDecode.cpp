@@ -89,34 +89,38 @@ void widened(void* context, Narrow value) {
     onWide(context, value);
 }
 
-cbor_callbacks makeCallbacks() {
-    cbor_callbacks result = cbor_empty_callbacks;
-    result.uint8 = widened<uint8_t, onUnsigned>;
-    result.uint16 = widened<uint16_t, onUnsigned>;
-    result.uint32 = widened<uint32_t, onUnsigned>;
-    result.uint64 = onUnsigned;
-    result.negint8 = widened<uint8_t, onNegative>;
-    result.negint16 = widened<uint16_t, onNegative>;
-    result.negint32 = widened<uint32_t, onNegative>;
-    result.negint64 = onNegative;
-    result.byte_string = onString<QCBOR_TYPE_BYTE_STRING>;
-    result.string = onString<QCBOR_TYPE_TEXT_STRING>;
-    result.array_start = onContainer<QCBOR_TYPE_ARRAY>;
-    result.map_start = onContainer<QCBOR_TYPE_MAP>;
-    result.tag = onTag;
-    result.float2 = onFloat;
-    result.float4 = onFloat;
-    result.float8 = onDouble;
-    result.boolean = onBool;
-    result.null = onSimple<QCBOR_TYPE_NULL>;
-    result.undefined = onSimple<QCBOR_TYPE_UNDEF>;
-    return result;
+// Indefinite lengths and breaks: only their first byte is consumed.
+void onUnsupported(void* context) {
+    headOf(context).error = QCBOR_ERR_UNSUPPORTED;
 }
 
-const cbor_callbacks& callbacks() {
-    static const cbor_callbacks kCallbacks = makeCallbacks();
-    return kCallbacks;
-}
+// In the order of libcbor's structure.
+constexpr cbor_callbacks kCallbacks = {
+    widened<uint8_t, onUnsigned>,
+    widened<uint16_t, onUnsigned>,
+    widened<uint32_t, onUnsigned>,
+    onUnsigned,
+    onNegative,
+    widened<uint32_t, onNegative>,
+    widened<uint16_t, onNegative>,
+    widened<uint8_t, onNegative>,
+    onUnsupported,
+    onString<QCBOR_TYPE_BYTE_STRING>,
+    onString<QCBOR_TYPE_TEXT_STRING>,
+    onUnsupported,
+    onUnsupported,
+    onContainer<QCBOR_TYPE_ARRAY>,
+    onUnsupported,
+    onContainer<QCBOR_TYPE_MAP>,
+    onTag,
+    onFloat,
+    onFloat,
+    onDouble,
+    onSimple<QCBOR_TYPE_UNDEF>,
+    onSimple<QCBOR_TYPE_NULL>,
+    onBool,
+    onUnsupported,
+};
 
 // ---- Reading one head ----
 
@@ -137,22 +141,11 @@ size_t headSize(uint8_t info) {
     return info < LEN_IS_ONE_BYTE ? 1 : size_t{1} + (size_t{1} << (info - LEN_IS_ONE_BYTE));
 }
 
-bool isString(uint8_t majorType) {
-    return majorType == CBOR_MAJOR_TYPE_BYTE_STRING || majorType == CBOR_MAJOR_TYPE_TEXT_STRING;
+bool isUnnamedSimple(uint8_t majorType, uint8_t info) {
+    return majorType == CBOR_MAJOR_TYPE_SIMPLE &&
+           (info < CBOR_SIMPLEV_FALSE || info == CBOR_SIMPLEV_ONEBYTE);
 }
 
-bool isContainer(uint8_t majorType) {
-    return majorType == CBOR_MAJOR_TYPE_ARRAY || majorType == CBOR_MAJOR_TYPE_MAP;
-}
-
-// Whether an eight-byte argument has any of its upper 32 bits set. libcbor would cut them off a
-// length where size_t has 32 bits.
-bool exceeds32Bits(const uint8_t* head, uint8_t info) {
-    return info == LEN_IS_EIGHT_BYTES &&
-           std::any_of(head + 1, head + 5, [](uint8_t byte) { return byte != 0; });
-}
-
-// The simple values that have no name, which libcbor does not know.
 int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item) {
     const uint8_t value = info == CBOR_SIMPLEV_ONEBYTE ? unread(context)[1] : info;
     context.uPosition += headSize(info);
@@ -164,27 +157,15 @@ int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item
     return QCBOR_SUCCESS;
 }
 
-// Reads with libcbor what it knows. The head is complete, so that only a string's content can be
-// missing. The head is consumed in either case.
-int readWithLibcbor(QCBORDecodeContext& context, size_t size, Head& head) {
-    const cbor_decoder_result result =
-        cbor_stream_decode(unread(context), unreadSize(context), &callbacks(), &head);
-    if (result.status != CBOR_DECODER_FINISHED) {
-        context.uPosition += size;
-        return hitEnd(context);
-    }
-    context.uPosition += result.read;
-    return head.error;
-}
-
-// Reads one head, with the content where it is a string's. A tag comes as QCBOR_TYPE_OPTTAG.
-int readHead(QCBORDecodeContext& context, Head& head) {
-    if (context.bHitEnd || unreadSize(context) == 0) {
+// Reads a head that libcbor did not finish: the simple values that have no name, which it does not
+// know, reserved heads, and what the end of the input cuts off. A string's head is consumed where
+// only content is missing.
+[[gnu::noinline]] int readUnfinished(QCBORDecodeContext& context, QCBORItem& item) {
+    if (unreadSize(context) == 0) {
         return QCBOR_ERR_HIT_END;
     }
-    const uint8_t* const first = unread(context);
-    const auto majorType = static_cast<uint8_t>(*first >> 5);
-    const auto info = static_cast<uint8_t>(*first & 0x1f);
+    const auto majorType = static_cast<uint8_t>(*unread(context) >> 5);
+    const auto info = static_cast<uint8_t>(*unread(context) & 0x1f);
     if (info >= ADDINFO_RESERVED1) {
         ++context.uPosition;
         return QCBOR_ERR_UNSUPPORTED;
@@ -193,19 +174,47 @@ int readHead(QCBORDecodeContext& context, Head& head) {
     if (size > unreadSize(context)) {
         return hitEnd(context);
     }
-    if (majorType == CBOR_MAJOR_TYPE_SIMPLE &&
-        (info < CBOR_SIMPLEV_FALSE || info == CBOR_SIMPLEV_ONEBYTE)) {
-        return readUnnamedSimple(context, info, head.item);
+    if (isUnnamedSimple(majorType, info)) {
+        return readUnnamedSimple(context, info, item);
     }
-    if (isContainer(majorType) && exceeds32Bits(first, info)) {
-        context.uPosition += size;
-        return QCBOR_ERR_ARRAY_TOO_LONG;
+    context.uPosition += size;
+    return hitEnd(context);
+}
+
+// Where size_t has 32 bits libcbor cuts longer lengths off. What such a length counts cannot be
+// there, so the head is consumed and refused. Returns QCBOR_SUCCESS for every other head.
+int refuseOverlong(QCBORDecodeContext& context) {
+    constexpr size_t kHeadSize = 9;
+    if (sizeof(size_t) == sizeof(uint64_t) || unreadSize(context) < kHeadSize) {
+        return QCBOR_SUCCESS;
     }
-    if (isString(majorType) && exceeds32Bits(first, info)) {
-        context.uPosition += size;
-        return hitEnd(context);
+    const uint8_t* const head = unread(context);
+    const int majorType = *head >> 5;
+    const bool counts =
+        majorType >= CBOR_MAJOR_TYPE_BYTE_STRING && majorType <= CBOR_MAJOR_TYPE_MAP;
+    if (!counts || (*head & 0x1f) != LEN_IS_EIGHT_BYTES ||
+        std::all_of(head + 1, head + 5, [](uint8_t byte) { return byte == 0; })) {
+        return QCBOR_SUCCESS;
     }
-    return readWithLibcbor(context, size, head);
+    context.uPosition += kHeadSize;
+    return majorType <= CBOR_MAJOR_TYPE_TEXT_STRING ? hitEnd(context) : QCBOR_ERR_ARRAY_TOO_LONG;
+}
+
+// Reads one head, with the content where it is a string's. A tag comes as QCBOR_TYPE_OPTTAG.
+int readHead(QCBORDecodeContext& context, Head& head) {
+    if (context.bHitEnd) {
+        return QCBOR_ERR_HIT_END;
+    }
+    if (const int error = refuseOverlong(context); error != QCBOR_SUCCESS) {
+        return error;
+    }
+    const cbor_decoder_result result =
+        cbor_stream_decode(unread(context), unreadSize(context), &kCallbacks, &head);
+    if (result.status != CBOR_DECODER_FINISHED) {
+        return readUnfinished(context, head.item);
+    }
+    context.uPosition += result.read;
+    return head.error;
 }
 
 // ---- Tags ----
@@ -274,22 +283,30 @@ int applyTags(QCBORItem& item, uint64_t tagBits) {
     }
 }
 
-// Reads a head with all tags before it.
-int readTagged(QCBORDecodeContext& context, QCBORItem& item) {
-    Head head{item};
-    item.uTag = 0;
-    item.uTagBits = 0;
-    for (;;) {
+// Reads what follows a tag: more tags, then the item that they belong to.
+[[gnu::noinline]] int readTags(QCBORDecodeContext& context, Head& head) {
+    QCBORItem& item = head.item;
+    while (item.uDataType == QCBOR_TYPE_OPTTAG) {
+        item.uTag = head.tag;
+        item.uTagBits |= tagBit(head.tag);
         const int error = readHead(context, head);
         if (error != QCBOR_SUCCESS) {
             return error;
         }
-        if (item.uDataType != QCBOR_TYPE_OPTTAG) {
-            return applyTags(item, item.uTagBits);
-        }
-        item.uTag = head.tag;
-        item.uTagBits |= tagBit(head.tag);
     }
+    return applyTags(item, item.uTagBits);
+}
+
+// Reads a head with all tags before it.
+int readTagged(QCBORDecodeContext& context, QCBORItem& item) {
+    Head head{item};
+    const int error = readHead(context, head);
+    if (error != QCBOR_SUCCESS) {
+        return error;
+    }
+    item.uTag = 0;
+    item.uTagBits = 0;
+    return item.uDataType == QCBOR_TYPE_OPTTAG ? readTags(context, head) : QCBOR_SUCCESS;
 }
 
 // ---- Labels and levels ----
@@ -322,7 +339,7 @@ int readEntry(QCBORDecodeContext& context, QCBORItem& item) {
     if (!context.Levels[context.uLevel].bMap) {
         return readTagged(context, item);
     }
-    QCBORItem label{};
+    QCBORItem label;
     const int labelError = readTagged(context, label);
     if (labelError != QCBOR_SUCCESS) {
         return labelError;
@@ -368,19 +385,16 @@ void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode
 }
 
 int QCBORDecode_GetNext(QCBORDecodeContext* pCtx, QCBORItem* pDecodedItem) {
-    // Starts from the caller's item, so that what does not apply stays as it was.
-    QCBORItem item = *pDecodedItem;
-    const int error = readEntry(*pCtx, item);
+    const int error = readEntry(*pCtx, *pDecodedItem);
     if (error != QCBOR_SUCCESS) {
         return error;
     }
-    const uint32_t entries = entriesOf(*pCtx, item);
+    const uint32_t entries = entriesOf(*pCtx, *pDecodedItem);
     if (entries > 0 && pCtx->uLevel == QCBOR_MAX_ARRAY_NESTING) {
         return QCBOR_ERR_ARRAY_NESTING_TOO_DEEP;
     }
-    item.uNestingLevel = pCtx->uLevel;
-    moveOn(*pCtx, item, entries);
-    *pDecodedItem = item;
+    pDecodedItem->uNestingLevel = pCtx->uLevel;
+    moveOn(*pCtx, *pDecodedItem, entries);
     return QCBOR_SUCCESS;
 }
 

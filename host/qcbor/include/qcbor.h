@@ -324,7 +324,8 @@ void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode
  * On success it writes uDataType, the one member of val that the type has, uTag, uTagBits and
  * uNestingLevel, and in a map uLabelType and the one member of label. All else keeps what the
  * caller had there: one who wants to recognise "no label" fills the item beforehand. On an error
- * the item is untouched. Repeated calls always come to QCBOR_ERR_HIT_END and stay there. */
+ * the type, val and the tags may have changed. Repeated calls always come to QCBOR_ERR_HIT_END and
+ * stay there. */
 int QCBORDecode_GetNext(QCBORDecodeContext* pCtx, QCBORItem* pDecodedItem);
 
 /* QCBOR_ERR_EXTRA_BYTES if unread bytes remain, else QCBOR_ERR_ARRAY_OR_MAP_STILL_OPEN if a
