@@ -10,18 +10,18 @@ set(LUMO_LIBRARY_SOURCES
     crypto/keyblob/KeyBlobReader.cpp
     device/KeymasterHalDevice.cpp
     device/KeymasterHalDeviceDiagnostics.cpp
-    device/cbor/KeymasterHalDeviceCbor.cpp
+    device/cbor/CborKeys.cpp
     device/legacy/FbeKey.cpp
+    device/legacy/LegacyAgreement.cpp
     device/legacy/LegacyAttestation.cpp
+    device/legacy/LegacyDeviceState.cpp
     device/legacy/LegacyEcKey.cpp
     device/legacy/LegacyExchange.cpp
-    device/legacy/LegacyExport.cpp
-    device/legacy/LegacyHmac.cpp
-    device/legacy/LegacyKeyBlobs.cpp
     device/legacy/LegacyKeyCommands.cpp
+    device/legacy/LegacyKeys.cpp
     device/legacy/LegacyOperations.cpp
     device/legacy/LegacyParams.cpp
-    device/legacy/LegacyRootOfTrust.cpp
+    device/legacy/LegacyPublicKey.cpp
     device/legacy/LegacyVerification.cpp
     serialize/CborHelpers.cpp
     serialize/KeymasterSerialize.cpp

@@ -15,7 +15,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "LegacyCommands.h"
+#include "Commands.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Presence.h"
