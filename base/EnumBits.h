@@ -36,6 +36,12 @@ __attribute__((no_sanitize("enum"))) Enum enumFromBits(uint32_t bits) {
     return value;
 }
 
+// `value` once more, for a by-value argument.
+template <typename Enum>
+Enum copyEnum(const Enum& value) {
+    return enumFromBits<Enum>(enumToBits(value));
+}
+
 // A keymaster_error_t as a word, signed as its enumerators are, so that the two compare directly.
 using ErrorWord = int32_t;
 

@@ -7,10 +7,11 @@
 
 namespace keymaster::V4_0 {
 
-// The parameters, converted and copied, and behind them the token as a KM_TAG_AUTH_TOKEN of 69
-// bytes: the packed hw_auth_token_t record with authenticator type and timestamp big-endian. The
-// token is added even when it is empty; of a mac longer than the record's 32 bytes the first 32 go
-// in.
+// A copy of the parameters, converted, and behind them the token as a KM_TAG_AUTH_TOKEN of 69
+// bytes: the packed hw_auth_token_t record with authenticator type and timestamp big-endian,
+// everything else in the device's byte order. The token is added even when it is empty. A shorter
+// mac is followed by zeros; of a mac longer than the record's 32 bytes the first 32 are taken. The
+// copies are wiped when they are released. The constructor throws std::bad_alloc.
 class AuthTokenParams {
   public:
     AuthTokenParams(const ::android::hardware::hidl_vec<
@@ -18,7 +19,8 @@ class AuthTokenParams {
                     const ::android::hardware::keymaster::V4_0::HardwareAuthToken& token);
 
     // False when there was no memory for the copies.
-    bool valid() const { return valid_; }
+    [[nodiscard]] bool valid() const { return valid_; }
+    // The set, which is this object's.
     const keymaster_key_param_set_t* get() const { return &set_; }
 
   private:

@@ -1,14 +1,21 @@
 #include "Keymaster41Device.h"
 
+#include "EnumBits.h"
 #include "KeymasterHalDevice.h"
 
 namespace keymaster::V4_1 {
 namespace {
 
+using ::keymasterdevice::copyEnum;
+using ::keymasterdevice::errorToWord;
 using ::keymasterdevice::KeymasterHalDevice;
 
-IKeymasterDevice* createDevice(keymaster_security_level_t level) {
-    return new Keymaster41Device(level, std::make_unique<KeymasterHalDevice>(level));
+V4_1_ErrorCode toErrorCode(const keymaster_error_t& error) {
+    return static_cast<V4_1_ErrorCode>(errorToWord(error));
+}
+
+std::unique_ptr<KeymasterHalDevice> makeCore(keymaster_security_level_t level) {
+    return std::make_unique<KeymasterHalDevice>(level);
 }
 
 }  // namespace
@@ -22,11 +29,13 @@ V4_0_ErrorCode convert(V4_1_ErrorCode error) {
 }
 
 Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level)
-    : Keymaster41Device(security_level, nullptr) {}
+    : Keymaster4Device(copyEnum(security_level)) {}
 
-Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level,
-                                     std::unique_ptr<KeymasterHalDevice> device)
-    : Keymaster4Device(security_level), notified_device_(std::move(device)) {}
+Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level, MakeCore make_core)
+    : Keymaster4Device(copyEnum(security_level)) {
+    // The base has started up by now, so nothing of a second core precedes what it sends.
+    notified_device_ = make_core(copyEnum(security_level));
+}
 
 Keymaster41Device::~Keymaster41Device() = default;
 
@@ -147,20 +156,20 @@ Return<V4_0_ErrorCode> Keymaster41Device::abort(uint64_t operationHandle) {
 Return<V4_1_ErrorCode> Keymaster41Device::deviceLocked(
     bool passwordOnly, const VerificationToken& /*verificationToken*/) {
     if (!notified_device_) return V4_1_ErrorCode::UNIMPLEMENTED;
-    return static_cast<V4_1_ErrorCode>(notified_device_->set_device_locked(passwordOnly));
+    return toErrorCode(notified_device_->set_device_locked(passwordOnly));
 }
 
 Return<V4_1_ErrorCode> Keymaster41Device::earlyBootEnded() {
     if (!notified_device_) return V4_1_ErrorCode::UNIMPLEMENTED;
-    return static_cast<V4_1_ErrorCode>(notified_device_->set_early_boot_ended());
+    return toErrorCode(notified_device_->set_early_boot_ended());
 }
 
 IKeymasterDevice* CreateKeymasterDevice() {
-    return createDevice(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+    return new Keymaster41Device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, makeCore);
 }
 
 IKeymasterDevice* CreateSbKeymasterDevice() {
-    return createDevice(KM_SECURITY_LEVEL_STRONGBOX);
+    return new Keymaster41Device(KM_SECURITY_LEVEL_STRONGBOX, makeCore);
 }
 
 }  // namespace keymaster::V4_1

@@ -23,12 +23,12 @@ using Interface41 = IKeymasterDevice;
 using V4_0_ErrorCode = ::android::hardware::keymaster::V4_0::ErrorCode;
 using V4_1_ErrorCode = ::android::hardware::keymaster::V4_1::ErrorCode;
 
-// The same number in the other version's type.
-V4_1_ErrorCode convert(V4_0_ErrorCode error);
-V4_0_ErrorCode convert(V4_1_ErrorCode error);
+// The same number in the other version's type, also where that version has no name for it.
+[[nodiscard]] V4_1_ErrorCode convert(V4_0_ErrorCode error);
+[[nodiscard]] V4_0_ErrorCode convert(V4_1_ErrorCode error);
 
-// Serves every 4.0 method by handing it to the 4.0 object that it contains. The notifications go
-// through a device core of their own, never through the base's.
+// Serves every 4.0 method by handing it to the 4.0 object that it contains, whose contract it
+// shares. The notifications go through a device core of their own, never through the base's.
 class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device {
   public:
     // Both bases may declare the callback types; they are the same.
@@ -47,12 +47,15 @@ class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device
     using Interface41::upgradeKey_cb;
     using Interface41::verifyAuthorization_cb;
 
-    // Runs the whole start-up of the 4.0 object. Without a device core of its own the notifications
-    // are refused with UNIMPLEMENTED.
+    // Makes a device core for a security level; null is allowed.
+    using MakeCore =
+        std::unique_ptr<::keymasterdevice::KeymasterHalDevice> (*)(keymaster_security_level_t);
+
+    // Starts up as the 4.0 object does, with its fatal errors. There is no device core for the
+    // notifications, so both return UNIMPLEMENTED and send nothing.
     explicit Keymaster41Device(keymaster_security_level_t security_level);
-    // With `device`, made for the same security level, for the notifications.
-    Keymaster41Device(keymaster_security_level_t security_level,
-                      std::unique_ptr<::keymasterdevice::KeymasterHalDevice> device);
+    // Starts up, and then has `make_core` make the device core for the notifications.
+    Keymaster41Device(keymaster_security_level_t security_level, MakeCore make_core);
     ~Keymaster41Device() override;
     Keymaster41Device(const Keymaster41Device&) = delete;
     Keymaster41Device& operator=(const Keymaster41Device&) = delete;
@@ -104,18 +107,24 @@ class Keymaster41Device : public IKeymasterDevice, public V4_0::Keymaster4Device
                         const VerificationToken& verificationToken, finish_cb _hidl_cb) override;
     Return<V4_0_ErrorCode> abort(uint64_t operationHandle) override;
 
-    // The verification token is not used: the secure application has its own clock.
+    // Keys that ask for an unlocked device stop working until it is unlocked, with the password
+    // only if `passwordOnly`. The verification token is not used: the secure application has its
+    // own clock.
     Return<V4_1_ErrorCode> deviceLocked(bool passwordOnly,
                                         const VerificationToken& verificationToken) override;
+    // Keys for early boot stop working until the next boot.
     Return<V4_1_ErrorCode> earlyBootEnded() override;
 
   private:
-    const std::unique_ptr<::keymasterdevice::KeymasterHalDevice> notified_device_;
+    // Set by the constructor only.
+    std::unique_ptr<::keymasterdevice::KeymasterHalDevice> notified_device_;
 };
 
-// A new, not yet published service object for the trusted environment, and one for StrongBox, each
-// with a second device core for the notifications. The caller takes it into a strong pointer.
-IKeymasterDevice* CreateKeymasterDevice();
-IKeymasterDevice* CreateSbKeymasterDevice();
+// A new, started, not yet published service object for the trusted environment, and one for
+// StrongBox, each with a second device core for the notifications. Never null: a start-up that
+// fails ends the process. The object's reference count is 0; the caller takes it into a strong
+// pointer, which releases it.
+[[nodiscard]] IKeymasterDevice* CreateKeymasterDevice();
+[[nodiscard]] IKeymasterDevice* CreateSbKeymasterDevice();
 
 }  // namespace keymaster::V4_1

@@ -1,7 +1,6 @@
 #include "Keymaster4Device.h"
 
 #include <android-base/properties.h>
-#include <android/log.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,10 +10,11 @@
 
 #include "AuthTokenParams.h"
 #include "DeviceOutputs.h"
+#include "EnumBits.h"
 #include "KeymasterHalDevice.h"
 #include "KmParamSet.h"
+#include "Log.h"
 #include "PlatformVersion.h"
-#include "ServiceLog.h"
 
 namespace keymaster::V4_0 {
 namespace {
@@ -23,13 +23,27 @@ using ::android::hardware::hidl_string;
 using ::android::hardware::Void;
 using ::android::hardware::keymaster::V4_0::KeyCharacteristics;
 using ::android::hardware::keymaster::V4_0::SecurityLevel;
+using ::keymasterdevice::copyEnum;
+using ::keymasterdevice::enumFromBits;
+using ::keymasterdevice::enumToBits;
+using ::keymasterdevice::errorToWord;
 using ::keymasterdevice::KeymasterHalDevice;
+using ::keymasterdevice::kServiceLogTag;
 
-ErrorCode toErrorCode(keymaster_error_t error) {
-    return static_cast<ErrorCode>(error);
+// The numbers are the same in both types; one without an enumerator passes unchanged.
+ErrorCode toErrorCode(const keymaster_error_t& error) {
+    return static_cast<ErrorCode>(errorToWord(error));
 }
 
-// Ends the process: the condition text is fixed, the message tells the step that failed.
+keymaster_key_format_t toKeymaster(KeyFormat format) {
+    return enumFromBits<keymaster_key_format_t>(enumToBits(format));
+}
+
+keymaster_purpose_t toKeymaster(KeyPurpose purpose) {
+    return enumFromBits<keymaster_purpose_t>(enumToBits(purpose));
+}
+
+// Ends the process. The condition text is fixed; the message names the step that failed.
 [[noreturn]] void failStart(const char* message) {
     __android_log_assert("ret", kServiceLogTag, "%s", message);
 }
@@ -99,9 +113,9 @@ hidl_vec<hidl_vec<uint8_t>> toHidl(const keymaster_cert_chain_t& chain) {
 
 // The converted output, or an empty one where the call failed.
 template <typename Record>
-auto resultOf(keymaster_error_t error, const Record& record) {
+auto resultOf(ErrorCode error, const Record& record) {
     using Hidl = decltype(toHidl(record));
-    return error == KM_ERROR_OK ? toHidl(record) : Hidl();
+    return error == ErrorCode::OK ? toHidl(record) : Hidl();
 }
 
 hmac_sharing_params_t toRecord(const HmacSharingParameters& params) {
@@ -116,12 +130,13 @@ hmac_sharing_params_t toRecord(const HmacSharingParameters& params) {
 }  // namespace
 
 Keymaster4Device::Keymaster4Device(keymaster_security_level_t security_level)
-    : device_(new KeymasterHalDevice(security_level)), security_level_(security_level) {
+    : device_(new KeymasterHalDevice(copyEnum(security_level))),
+      security_level_(enumToBits(security_level)) {
     bool date_support = false;
     waitForProperty("ro.build.version.security_patch");
     waitForProperty("ro.vendor.build.security_patch");
     waitForProperty("ro.build.version.release");
-    if (device_->get_date_support(&date_support) != KM_ERROR_OK) {
+    if (errorToWord(device_->get_date_support(&date_support)) != KM_ERROR_OK) {
         failStart("get_date_support failed");
     }
     keymaster_key_param_t versions[] = {
@@ -130,7 +145,7 @@ Keymaster4Device::Keymaster4Device(keymaster_security_level_t security_level)
         keymaster_param_int(KM_TAG_VENDOR_PATCHLEVEL, GetVendorPatchlevel(date_support)),
     };
     const keymaster_key_param_set_t params = {versions, std::size(versions)};
-    if (device_->configure(&params) != KM_ERROR_OK) failStart("Configure failed");
+    if (errorToWord(device_->configure(&params)) != KM_ERROR_OK) failStart("Configure failed");
 }
 
 Keymaster4Device::~Keymaster4Device() = default;
@@ -149,13 +164,13 @@ Return<void> Keymaster4Device::getHardwareInfo(getHardwareInfo_cb _hidl_cb) {
 
 Return<void> Keymaster4Device::getHmacSharingParameters(getHmacSharingParameters_cb _hidl_cb) {
     hmac_sharing_params_t record{};
-    const keymaster_error_t error = device_->get_hmac_sharing_parameters(&record);
+    const ErrorCode error = toErrorCode(device_->get_hmac_sharing_parameters(&record));
     HmacSharingParameters params{};
-    if (error == KM_ERROR_OK) {
+    if (error == ErrorCode::OK) {
         params.seed.setToExternal(record.seed, sizeof(record.seed));
         std::memcpy(params.nonce.data(), record.nonce, sizeof(record.nonce));
     }
-    _hidl_cb(toErrorCode(error), params);
+    _hidl_cb(error, params);
     return Void();
 }
 
@@ -166,14 +181,13 @@ Return<void> Keymaster4Device::computeSharedHmac(const hidl_vec<HmacSharingParam
     for (const HmacSharingParameters& one : params) records.push_back(toRecord(one));
 
     std::vector<uint8_t> check;
-    const keymaster_error_t error = device_->compute_shared_hmac(std::move(records), check);
+    const ErrorCode error = toErrorCode(device_->compute_shared_hmac(std::move(records), check));
     hidl_vec<uint8_t> sharing_check;
-    if (error == KM_ERROR_OK) sharing_check = check;
-    _hidl_cb(toErrorCode(error), sharing_check);
+    if (error == ErrorCode::OK) sharing_check = check;
+    _hidl_cb(error, sharing_check);
     return Void();
 }
 
-// Only the challenge reaches the secure application.
 Return<void> Keymaster4Device::verifyAuthorization(
     uint64_t challenge, const hidl_vec<KeyParameter>& /*parametersToVerify*/,
     const HardwareAuthToken& /*authToken*/, verifyAuthorization_cb _hidl_cb) {
@@ -195,7 +209,6 @@ Return<void> Keymaster4Device::verifyAuthorization(
     return Void();
 }
 
-// The secure application has a random source of its own; what is offered is accepted and ignored.
 Return<ErrorCode> Keymaster4Device::addRngEntropy(const hidl_vec<uint8_t>& /*data*/) {
     return ErrorCode::OK;
 }
@@ -205,8 +218,8 @@ Return<void> Keymaster4Device::generateKey(const hidl_vec<KeyParameter>& keyPara
     const KmParamSet params(keyParams);
     Output<keymaster_key_blob_t> blob;
     Output<keymaster_key_characteristics_t> characteristics;
-    const keymaster_error_t error = device_->generate_key(&params, &blob, &characteristics);
-    _hidl_cb(toErrorCode(error), resultOf(error, blob), resultOf(error, characteristics));
+    const ErrorCode error = toErrorCode(device_->generate_key(&params, &blob, &characteristics));
+    _hidl_cb(error, resultOf(error, blob), resultOf(error, characteristics));
     return Void();
 }
 
@@ -217,10 +230,9 @@ Return<void> Keymaster4Device::importKey(const hidl_vec<KeyParameter>& keyParams
     const keymaster_blob_t key_data = blobOf(keyData);
     Output<keymaster_key_blob_t> blob;
     Output<keymaster_key_characteristics_t> characteristics;
-    const keymaster_error_t error =
-        device_->import_key(&params, static_cast<keymaster_key_format_t>(keyFormat), &key_data,
-                            &blob, &characteristics);
-    _hidl_cb(toErrorCode(error), resultOf(error, blob), resultOf(error, characteristics));
+    const ErrorCode error = toErrorCode(
+        device_->import_key(&params, toKeymaster(keyFormat), &key_data, &blob, &characteristics));
+    _hidl_cb(error, resultOf(error, blob), resultOf(error, characteristics));
     return Void();
 }
 
@@ -233,10 +245,10 @@ Return<void> Keymaster4Device::importWrappedKey(const hidl_vec<uint8_t>& wrapped
     const KmParamSet params(unwrappingParams);
     Output<keymaster_key_blob_t> blob;
     Output<keymaster_key_characteristics_t> characteristics;
-    const keymaster_error_t error = device_->import_wrapped_key(
+    const ErrorCode error = toErrorCode(device_->import_wrapped_key(
         &params, passwordSid, biometricSid, copyOf(wrappedKeyData), copyOf(wrappingKeyBlob),
-        copyOf(maskingKey), &blob, &characteristics);
-    _hidl_cb(toErrorCode(error), resultOf(error, blob), resultOf(error, characteristics));
+        copyOf(maskingKey), &blob, &characteristics));
+    _hidl_cb(error, resultOf(error, blob), resultOf(error, characteristics));
     return Void();
 }
 
@@ -248,9 +260,9 @@ Return<void> Keymaster4Device::getKeyCharacteristics(const hidl_vec<uint8_t>& ke
     const keymaster_blob_t client_id = blobOf(clientId);
     const keymaster_blob_t app_data = blobOf(appData);
     Output<keymaster_key_characteristics_t> characteristics;
-    const keymaster_error_t error = device_->get_key_characteristics(
-        optional(blob), optional(client_id), optional(app_data), &characteristics);
-    _hidl_cb(toErrorCode(error), resultOf(error, characteristics));
+    const ErrorCode error = toErrorCode(device_->get_key_characteristics(
+        optional(blob), optional(client_id), optional(app_data), &characteristics));
+    _hidl_cb(error, resultOf(error, characteristics));
     return Void();
 }
 
@@ -261,10 +273,10 @@ Return<void> Keymaster4Device::exportKey(KeyFormat keyFormat, const hidl_vec<uin
     const keymaster_blob_t client_id = blobOf(clientId);
     const keymaster_blob_t app_data = blobOf(appData);
     Output<keymaster_blob_t> exported;
-    const keymaster_error_t error =
-        device_->export_key(static_cast<keymaster_key_format_t>(keyFormat), optional(blob),
-                            optional(client_id), optional(app_data), &exported);
-    _hidl_cb(toErrorCode(error), resultOf(error, exported));
+    const ErrorCode error =
+        toErrorCode(device_->export_key(toKeymaster(keyFormat), optional(blob), optional(client_id),
+                                        optional(app_data), &exported));
+    _hidl_cb(error, resultOf(error, exported));
     return Void();
 }
 
@@ -274,8 +286,8 @@ Return<void> Keymaster4Device::attestKey(const hidl_vec<uint8_t>& keyToAttest,
     const keymaster_key_blob_t blob = keyBlobOf(keyToAttest);
     const KmParamSet params(attestParams);
     OutputChain chain;
-    const keymaster_error_t error = device_->attest_key(&blob, &params, &chain);
-    _hidl_cb(toErrorCode(error), resultOf(error, chain));
+    const ErrorCode error = toErrorCode(device_->attest_key(&blob, &params, &chain));
+    _hidl_cb(error, resultOf(error, chain));
     return Void();
 }
 
@@ -285,8 +297,8 @@ Return<void> Keymaster4Device::upgradeKey(const hidl_vec<uint8_t>& keyBlobToUpgr
     const keymaster_key_blob_t blob = keyBlobOf(keyBlobToUpgrade);
     const KmParamSet params(upgradeParams);
     Output<keymaster_key_blob_t> upgraded;
-    const keymaster_error_t error = device_->upgrade_key(&blob, &params, &upgraded);
-    _hidl_cb(toErrorCode(error), resultOf(error, upgraded));
+    const ErrorCode error = toErrorCode(device_->upgrade_key(&blob, &params, &upgraded));
+    _hidl_cb(error, resultOf(error, upgraded));
     return Void();
 }
 
@@ -310,12 +322,12 @@ Return<void> Keymaster4Device::begin(KeyPurpose purpose, const hidl_vec<uint8_t>
     const AuthTokenParams params(inParams, authToken);
     Output<keymaster_key_param_set_t> out_params;
     uint64_t handle = 0;
-    keymaster_error_t error = KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    ErrorCode error = ErrorCode::MEMORY_ALLOCATION_FAILED;
     if (params.valid()) {
-        error = device_->begin_operation(static_cast<keymaster_purpose_t>(purpose), &blob,
-                                         params.get(), &out_params, &handle);
+        error = toErrorCode(device_->begin_operation(toKeymaster(purpose), &blob, params.get(),
+                                                     &out_params, &handle));
     }
-    _hidl_cb(toErrorCode(error), resultOf(error, out_params), handle);
+    _hidl_cb(error, resultOf(error, out_params), handle);
     return Void();
 }
 
@@ -330,12 +342,12 @@ Return<void> Keymaster4Device::update(uint64_t operationHandle,
     uint32_t consumed = 0;
     Output<keymaster_key_param_set_t> out_params;
     Output<keymaster_blob_t> output;
-    keymaster_error_t error = KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    ErrorCode error = ErrorCode::MEMORY_ALLOCATION_FAILED;
     if (params.valid()) {
-        error = device_->update_operation(operationHandle, params.get(), &data, &consumed,
-                                          &out_params, &output);
+        error = toErrorCode(device_->update_operation(operationHandle, params.get(), &data,
+                                                      &consumed, &out_params, &output));
     }
-    _hidl_cb(toErrorCode(error), consumed, resultOf(error, out_params), resultOf(error, output));
+    _hidl_cb(error, consumed, resultOf(error, out_params), resultOf(error, output));
     return Void();
 }
 
@@ -351,12 +363,12 @@ Return<void> Keymaster4Device::finish(uint64_t operationHandle,
     const keymaster_blob_t to_verify = blobOf(signature);
     Output<keymaster_key_param_set_t> out_params;
     Output<keymaster_blob_t> output;
-    keymaster_error_t error = KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    ErrorCode error = ErrorCode::MEMORY_ALLOCATION_FAILED;
     if (params.valid()) {
-        error = device_->finish_operation(operationHandle, params.get(), &data, &to_verify,
-                                          &out_params, &output);
+        error = toErrorCode(device_->finish_operation(operationHandle, params.get(), &data,
+                                                      &to_verify, &out_params, &output));
     }
-    _hidl_cb(toErrorCode(error), resultOf(error, out_params), resultOf(error, output));
+    _hidl_cb(error, resultOf(error, out_params), resultOf(error, output));
     return Void();
 }
 

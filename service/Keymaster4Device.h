@@ -24,26 +24,37 @@ using ::android::hardware::keymaster::V4_0::KeyPurpose;
 using ::android::hardware::keymaster::V4_0::VerificationToken;
 
 // Serves one security level through one device core. Each method converts its arguments, calls the
-// device core once, converts the results, calls back and releases what the device core handed out.
-// Arguments of a callback are views that live until it returns. The object holds no lock: one
-// thread at a time may call it.
+// device core once, converts the results, calls back once and releases what the device core handed
+// out. What it returns or calls back with is the device core's error, unchanged, and after an error
+// empty outputs. Views of the caller's and the device core's memory are passed on in both
+// directions: the arguments of a callback are valid until it returns. Memory for a conversion that
+// cannot be had is thrown as std::bad_alloc. The object holds no lock: one thread at a time may
+// call it.
 class Keymaster4Device : public IKeymasterDevice {
   public:
-    // Waits for the platform's version properties and configures the secure application with them.
-    // Ends the process with a fatal log when that fails.
+    // Starts up: waits without limit for the platform's version properties, asks the secure
+    // application whether it supports days in patch levels, and tells it the versions. If one of
+    // these fails, a fatal line in the log ends the process. Any `security_level` but
+    // KM_SECURITY_LEVEL_STRONGBOX is served with the commands of the trusted environment.
     explicit Keymaster4Device(keymaster_security_level_t security_level);
     ~Keymaster4Device() override;
     Keymaster4Device(const Keymaster4Device&) = delete;
     Keymaster4Device& operator=(const Keymaster4Device&) = delete;
 
+    // Calls back only at the levels of the trusted environment and of StrongBox.
     Return<void> getHardwareInfo(getHardwareInfo_cb _hidl_cb) override;
     Return<void> getHmacSharingParameters(getHmacSharingParameters_cb _hidl_cb) override;
+    // Seeds are 32 bytes: a shorter one is followed by zeros, of a longer one the first 32 are
+    // taken.
     Return<void> computeSharedHmac(const hidl_vec<HmacSharingParameters>& params,
                                    computeSharedHmac_cb _hidl_cb) override;
+    // Only the challenge reaches the secure application. An answer for another level than those two
+    // gives UNKNOWN_ERROR, with challenge, timestamp and mac filled all the same.
     Return<void> verifyAuthorization(uint64_t challenge,
                                      const hidl_vec<KeyParameter>& parametersToVerify,
                                      const HardwareAuthToken& authToken,
                                      verifyAuthorization_cb _hidl_cb) override;
+    // Accepted and ignored: the secure application has a random source of its own.
     Return<ErrorCode> addRngEntropy(const hidl_vec<uint8_t>& data) override;
     Return<void> generateKey(const hidl_vec<KeyParameter>& keyParams,
                              generateKey_cb _hidl_cb) override;
@@ -71,6 +82,8 @@ class Keymaster4Device : public IKeymasterDevice {
     Return<ErrorCode> deleteKey(const hidl_vec<uint8_t>& keyBlob) override;
     Return<ErrorCode> deleteAllKeys() override;
     Return<ErrorCode> destroyAttestationIds() override;
+    // Parameters go down with the auth token behind them, as a KM_TAG_AUTH_TOKEN (AuthTokenParams).
+    // The verification token stays here. After a failed update what was consumed has no meaning.
     Return<void> begin(KeyPurpose purpose, const hidl_vec<uint8_t>& keyBlob,
                        const hidl_vec<KeyParameter>& inParams, const HardwareAuthToken& authToken,
                        begin_cb _hidl_cb) override;
@@ -85,12 +98,13 @@ class Keymaster4Device : public IKeymasterDevice {
 
   private:
     const std::unique_ptr<::keymasterdevice::KeymasterHalDevice> device_;
-    const keymaster_security_level_t security_level_;
+    const uint32_t security_level_;  // a keymaster_security_level_t, perhaps without an enumerator
 };
 
-// A new, not yet published service object for the trusted environment, and one for StrongBox. The
-// caller takes it into a strong pointer.
-IKeymasterDevice* CreateKeymasterDevice();
-IKeymasterDevice* CreateSbKeymasterDevice();
+// A new, started, not yet published service object for the trusted environment, and one for
+// StrongBox. Never null: a start-up that fails ends the process. The object's reference count is 0;
+// the caller takes it into a strong pointer, which releases it.
+[[nodiscard]] IKeymasterDevice* CreateKeymasterDevice();
+[[nodiscard]] IKeymasterDevice* CreateSbKeymasterDevice();
 
 }  // namespace keymaster::V4_0

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <new>
 
+#include "Limits.h"
+
 namespace keymaster::V4_0 {
 namespace {
 
@@ -10,15 +12,12 @@ using ::android::hardware::hidl_vec;
 using ::android::hardware::keymaster::V4_0::KeyParameter;
 using ::android::hardware::keymaster::V4_0::Tag;
 
-// The most entries whose array a 32-bit device can address.
-constexpr size_t kMaxParams = 0x0FFFFFFF;
-
 keymaster_key_param_t* allocateParams(size_t count) {
-    if (count > kMaxParams) throw std::bad_array_new_length();
+    if (count > ::keymasterdevice::kMaxParams) throw std::bad_array_new_length();
     return new keymaster_key_param_t[count]();
 }
 
-// By its byte: a client's message may hold other values than those of a C++ boolean.
+// Read as a byte: a client's message may hold other values than those of a C++ boolean.
 bool isTrue(const KeyParameter::IntegerParams& value) {
     uint8_t byte = 0;
     std::memcpy(&byte, &value.boolValue, sizeof(byte));
@@ -90,10 +89,15 @@ void toHidl(keymaster_key_param_t* from, KeyParameter* to) {
 
 }  // namespace
 
-KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from) : keymaster_key_param_set_t{} {
-    params = allocateParams(from.size());
-    length = from.size();
-    for (size_t i = 0; i < length; ++i) toKeymaster(from[i], &params[i]);
+KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from)
+    : keymaster_key_param_set_t{allocateParams(from.size()), from.size()} {
+    for (size_t i = 0; i < from.size(); ++i) toKeymaster(from[i], &params[i]);
+}
+
+KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from, const keymaster_key_param_t& last)
+    : keymaster_key_param_set_t{allocateParams(from.size() + 1), from.size() + 1} {
+    for (size_t i = 0; i < from.size(); ++i) toKeymaster(from[i], &params[i]);
+    params[from.size()] = last;
 }
 
 KmParamSet::~KmParamSet() {

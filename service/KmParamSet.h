@@ -15,14 +15,19 @@ class KmParamSet : public keymaster_key_param_set_t {
     explicit KmParamSet(
         const ::android::hardware::hidl_vec<::android::hardware::keymaster::V4_0::KeyParameter>&
             from);
+    // With `last` behind them, taken as it stands.
+    KmParamSet(const ::android::hardware::hidl_vec<
+                   ::android::hardware::keymaster::V4_0::KeyParameter>& from,
+               const keymaster_key_param_t& last);
     ~KmParamSet();
     KmParamSet(const KmParamSet&) = delete;
     KmParamSet& operator=(const KmParamSet&) = delete;
 };
 
-// A keymaster parameter set as HIDL parameters, whose blobs are views of the set's. An entry of an
-// unknown type keeps its tag and a default value in the result and loses the tag in `set`.
-::android::hardware::hidl_vec<::android::hardware::keymaster::V4_0::KeyParameter> kmParamSet2Hidl(
-    const keymaster_key_param_set_t& set);
+// A keymaster parameter set as HIDL parameters, whose blobs are views of the set's. A set without
+// entries or without an array gives an empty vector. An entry of an unknown type keeps its tag and
+// a default value in the result and gets KM_TAG_INVALID in `set`.
+[[nodiscard]] ::android::hardware::hidl_vec<::android::hardware::keymaster::V4_0::KeyParameter>
+kmParamSet2Hidl(const keymaster_key_param_set_t& set);
 
 }  // namespace keymaster::V4_0

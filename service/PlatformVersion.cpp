@@ -1,14 +1,15 @@
 #include "PlatformVersion.h"
 
-#include <android/log.h>
 #include <cutils/properties.h>
 
 #include <string>
 
-#include "ServiceLog.h"
+#include "Log.h"
 
 namespace keymaster::V4_0 {
 namespace {
+
+using ::keymasterdevice::kServiceLogTag;
 
 constexpr char kVersionPattern[] = "^([0-9]{1,2})(\\.([0-9]{1,2}))?(\\.([0-9]{1,2}))?";
 constexpr char kDatePattern[] = "^([0-9]{4})-([0-9]{2})-([0-9]{2})$";
@@ -23,9 +24,6 @@ constexpr size_t kMonth = 2;
 constexpr size_t kDay = 3;
 constexpr size_t kSlotsToMonth = 3;
 constexpr size_t kSlotsToDay = 4;
-
-#define LOG_ERROR(...) __android_log_print(ANDROID_LOG_ERROR, kServiceLogTag, __VA_ARGS__)
-#define LOG_INFO(...) __android_log_print(ANDROID_LOG_INFO, kServiceLogTag, __VA_ARGS__)
 
 enum class Matching { kMatched, kNoMatch, kBadPattern };
 
@@ -42,22 +40,23 @@ bool matchDate(const char* text, const char* mismatch, size_t slots, regmatch_t*
     const Matching outcome = matchPattern(kDatePattern, text, slots, matches);
     if (outcome == Matching::kMatched) return true;
     if (outcome == Matching::kNoMatch) {
-        LOG_INFO("%s", mismatch);
+        KM_LOG_INFO(kServiceLogTag, "%s", mismatch);
     } else {
-        LOG_ERROR("Failed to compile platform patchlevel regex! (%s)", kDatePattern);
+        KM_LOG_ERROR(kServiceLogTag, "Failed to compile platform patchlevel regex! (%s)",
+                     kDatePattern);
     }
     return false;
 }
 
 bool validMonth(uint32_t month) {
     if (month >= 1 && month <= 12) return true;
-    LOG_ERROR("Invalid patch month %d", static_cast<int>(month));
+    KM_LOG_ERROR(kServiceLogTag, "Invalid patch month %d", static_cast<int>(month));
     return false;
 }
 
 bool validDay(uint32_t day) {
     if (day >= 1 && day <= 31) return true;
-    LOG_ERROR("Invalid patch date %d", static_cast<int>(day));
+    KM_LOG_ERROR(kServiceLogTag, "Invalid patch date %d", static_cast<int>(day));
     return false;
 }
 
@@ -76,11 +75,12 @@ uint32_t GetOsVersion() {
     regmatch_t matches[kVersionSlots];
     const Matching outcome = matchPattern(kVersionPattern, release, kVersionSlots, matches);
     if (outcome == Matching::kBadPattern) {
-        LOG_ERROR("Failed to compile version regex! (%s)", kVersionPattern);
+        KM_LOG_ERROR(kServiceLogTag, "Failed to compile version regex! (%s)", kVersionPattern);
         return 0;
     }
     if (outcome == Matching::kNoMatch) {
-        LOG_INFO("Platform version string does not match expected format.  Using version 0.");
+        KM_LOG_INFO(kServiceLogTag,
+                    "Platform version string does not match expected format.  Using version 0.");
         return 0;
     }
     const uint32_t major = match_to_uint32(release, matches[kMajor]);
@@ -123,7 +123,7 @@ uint32_t GetVendorPatchlevel(bool date_support) {
     const uint32_t year = match_to_uint32(date, matches[kYear]);
     const uint32_t month = match_to_uint32(date, matches[kMonth]);
     const uint32_t day = match_to_uint32(date, matches[kDay]);
-    // The day is not held against the month's length.
+    // Kept: the day is checked up to 31 whatever the month.
     if (!validMonth(month) || !validDay(day)) return 0;
     return year * 10000 + month * 100 + day;
 }

@@ -1,5 +1,5 @@
-// OS version and patch levels from the system properties. Nothing here fails: what cannot be read
-// or parsed is 0, with a line in the log.
+// OS version and patch levels from the system properties. Nothing here fails: a property that is
+// missing or not of the expected form gives 0, with a line in the log.
 #pragma once
 
 #include <regex.h>
@@ -8,20 +8,22 @@
 
 namespace keymaster::V4_0 {
 
-// "ro.build.version.release" as major * 10000 + minor * 100 + subminor.
-uint32_t GetOsVersion();
+// "ro.build.version.release" as major * 10000 + minor * 100 + subminor: 110000 for "11". Parts have
+// one or two digits, missing ones are 0, and what follows them is ignored.
+[[nodiscard]] uint32_t GetOsVersion();
 
-// "ro.build.version.security_patch" as YYYYMM.
-uint32_t GetOsPatchlevel();
+// "ro.build.version.security_patch", a date YYYY-MM-DD, as the number YYYYMM.
+[[nodiscard]] uint32_t GetOsPatchlevel();
 
-// "ro.vendor.build.security_patch" as YYYYMMDD where the secure application supports dates in patch
-// levels, else as YYYYMM.
-uint32_t GetVendorPatchlevel(bool date_support);
+// "ro.vendor.build.security_patch", a date YYYY-MM-DD, as the number YYYYMMDD where the secure
+// application supports days in patch levels, else as YYYYMM.
+[[nodiscard]] uint32_t GetVendorPatchlevel(bool date_support);
 
-// YYYYMM of a date YYYY-MM-DD.
-uint32_t GetPatchlevel(const char* date);
+// A date YYYY-MM-DD, which is not null, as the number YYYYMM; the day is not checked.
+[[nodiscard]] uint32_t GetPatchlevel(const char* date);
 
-// The decimal number that a group matched; 0 for a group that took no part in the match.
-uint32_t match_to_uint32(const char* expression, const regmatch_t& match);
+// The number that a group matched in `expression`; 0 for a group that took no part in the match.
+// The group matches decimal digits only, at most nine of them.
+[[nodiscard]] uint32_t match_to_uint32(const char* expression, const regmatch_t& match);
 
 }  // namespace keymaster::V4_0

@@ -1,15 +1,16 @@
 #include <Keymaster41Device.h>
+#include <KeymasterHalDevice.h>
 
 #include "ServiceMethods.h"
 
 namespace {
 
 using namespace ::lumo::test;
-using ::android::wp;
 using ::keymaster::V4_0::Keymaster4Device;
 using ::keymaster::V4_1::CreateKeymasterDevice;
 using ::keymaster::V4_1::CreateSbKeymasterDevice;
 using ::keymaster::V4_1::Keymaster41Device;
+using ::keymasterdevice::KeymasterHalDevice;
 using Interface41 = ::android::hardware::keymaster::V4_1::IKeymasterDevice;
 using ErrorCode41 = ::android::hardware::keymaster::V4_1::ErrorCode;
 
@@ -58,16 +59,18 @@ TEST_F(Keymaster41DeviceTest, AloneItRefusesNotifications) {
     EXPECT_EQ(transport.callNames(), "");
 }
 
-TEST_F(Keymaster41DeviceTest, BothBasesShareOneReferenceCount) {
-    sp<Interface41> device = start(CreateKeymasterDevice);
-    sp<IKeymasterDevice> contained = &containedDevice(*device);
-    const wp<IKeymasterDevice> watch = contained;
-    EXPECT_EQ(device->getStrongCount(), 2);
-    EXPECT_EQ(contained->getStrongCount(), 2);
-    device = nullptr;
-    EXPECT_EQ(ErrorCode(contained->deleteAllKeys()), ErrorCode::OK);
-    contained = nullptr;
-    EXPECT_EQ(watch.promote(), nullptr);
+TEST_F(Keymaster41DeviceTest, MakesItsOwnCoreAfterTheStartUp) {
+    static std::string before;
+    const auto device = start<Interface41>([] {
+        return static_cast<Interface41*>(new Keymaster41Device(
+            KM_SECURITY_LEVEL_STRONGBOX, [](keymaster_security_level_t level) {
+                EXPECT_EQ(level, KM_SECURITY_LEVEL_STRONGBOX);
+                before = ScriptedTransport::instance().callNames();
+                return std::make_unique<KeymasterHalDevice>(level);
+            }));
+    });
+    EXPECT_EQ(before, "vaultlink_dev_init send_cmd isLegacy hsm_init init sendCmd");
+    EXPECT_EQ(ErrorCode41(device->earlyBootEnded()), ErrorCode41::OK);
 }
 
 }  // namespace

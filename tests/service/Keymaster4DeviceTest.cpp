@@ -75,7 +75,7 @@ TEST_F(StartUpDeathTest, PropertyMissing) {
             for (size_t missing = i; missing < std::size(names); ++missing) {
                 setProperty(names[missing], "");
             }
-            CreateKeymasterDevice();
+            static_cast<void>(CreateKeymasterDevice());
         };
         const std::string later = i + 1 < std::size(names) ? names[i + 1] : "date_support";
         EXPECT_DEATH(run(), AllOf(HasSubstr("the property " + names[i] + " does not exist"),
@@ -87,7 +87,7 @@ TEST_F(StartUpDeathTest, PropertyMissing) {
 TEST_F(StartUpDeathTest, SecureApplicationRefuses) {
     const auto run = [&](TransportReply date, TransportReply configure) {
         transport.replies = {std::move(date), std::move(configure)};
-        CreateKeymasterDevice();
+        static_cast<void>(CreateKeymasterDevice());
     };
     const Bytes good = words({0});
     EXPECT_DEATH(run({-5, good}, {}), "get_date_support failed");
