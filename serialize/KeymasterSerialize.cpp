@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -18,6 +19,7 @@ using keymasterdevice::isPresent;
 using keymasterdevice::kMaxCertificates;
 using keymasterdevice::kMaxInputBytes;
 using keymasterdevice::kMaxParams;
+using keymasterutils::KeymasterUtils;
 
 using ParamSetHolder = std::unique_ptr<keymaster_key_param_set_t, keymasterKeyParamSetDelete>;
 using ChainHolder =
@@ -36,11 +38,102 @@ keymaster_blob_t bytesOf(const std::vector<uint8_t>& bytes) {
     return {bytes.data(), bytes.size()};
 }
 
+// What a decoder hands out: a copy from array new.
+std::unique_ptr<uint8_t[]> copyBytes(KeymasterUtils* transport, const keymaster_blob_t& source) {
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[source.data_length]);
+    transport->km_memscpy(copy.get(), source.data_length, source.data, source.data_length);
+    return copy;
+}
+
+void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
+    // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
+    // back that way they are refused, and the secure application sends them as positive numbers.
+    const int64_t label = static_cast<int32_t>(param.tag);
+    switch (keymaster_tag_get_type(param.tag)) {
+        case KM_ENUM:
+        case KM_ENUM_REP:
+        case KM_UINT:
+        case KM_UINT_REP:
+            QCBOREncode_AddUInt64_3(encoder, nullptr, label, CBOR_TAG_NONE, param.integer);
+            break;
+        case KM_ULONG:
+        case KM_DATE:
+        case KM_ULONG_REP:
+            QCBOREncode_AddInt64_3(encoder, nullptr, label, CBOR_TAG_NONE,
+                                   static_cast<int64_t>(param.long_integer));
+            break;
+        case KM_BOOL:
+            // Kept: true, whatever the field holds.
+            QCBOREncode_AddSimple_3(encoder, nullptr, label, CBOR_TAG_NONE, CBOR_SIMPLEV_TRUE);
+            break;
+        case KM_BIGNUM:
+        case KM_BYTES: {
+            const keymaster_blob_t bytes = orEmpty(&param.blob);
+            QCBOREncode_AddBytes_3(encoder, nullptr, label, CBOR_TAG_NONE,
+                                   {bytes.data, bytes.data_length});
+            break;
+        }
+        case KM_INVALID:
+            encoder->uError = QCBOR_ERR_UNSUPPORTED;
+            break;
+        default:
+            // Kept: a tag of an unknown type is counted by its set but not written.
+            break;
+    }
+}
+
+keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
+                             keymaster_key_param_t* out) {
+    QCBORItem item;
+    std::memset(&item, 0xFF, sizeof(item));
+    reader->error = QCBORDecode_GetNext(reader->decoder, &item);
+    if (reader->error != QCBOR_SUCCESS) return KM_ERROR_INVALID_TAG;
+    const bool integer =
+        item.uLabelType == QCBOR_TYPE_INT64 || item.uLabelType == QCBOR_TYPE_UINT64;
+    if (!integer || item.label.uint64 > UINT32_MAX) return KM_ERROR_INVALID_TAG;
+
+    *out = {};
+    out->tag = static_cast<keymaster_tag_t>(item.label.uint64);
+    switch (keymaster_tag_get_type(out->tag)) {
+        // Kept: the type of an integer's item is not checked.
+        case KM_ENUM:
+        case KM_ENUM_REP:
+        case KM_UINT:
+        case KM_UINT_REP:
+            out->integer = static_cast<uint32_t>(item.val.uint64);
+            break;
+        case KM_ULONG:
+        case KM_DATE:
+        case KM_ULONG_REP:
+            out->long_integer = item.val.uint64;
+            break;
+        case KM_BOOL:
+            out->boolean = true;
+            break;
+        case KM_BIGNUM:
+        case KM_BYTES: {
+            if (item.uDataType != QCBOR_TYPE_BYTE_STRING &&
+                item.uDataType != QCBOR_TYPE_TEXT_STRING) {
+                return KM_ERROR_INVALID_TAG;
+            }
+            const keymaster_blob_t bytes = {static_cast<const uint8_t*>(item.val.string.ptr),
+                                            item.val.string.len};
+            out->blob = {copyBytes(transport, bytes).release(), bytes.data_length};
+            break;
+        }
+        case KM_INVALID:
+            reader->error = KM_ERROR_UNKNOWN_ERROR;
+            return KM_ERROR_INVALID_TAG;
+        default:
+            break;
+    }
+    return KM_ERROR_OK;
+}
+
 // A request under way: writes the entries of its map in the order of the calls.
 class RequestMap {
   public:
-    RequestMap(KeymasterSerialize& codec, keymaster_blob_t* request)
-        : codec_(codec), request_(request) {
+    explicit RequestMap(keymaster_blob_t* request) : request_(request) {
         // The transport hands its own buffer out as a blob, whose bytes are const.
         QCBOREncode_Init(&encoder_, const_cast<uint8_t*>(request->data), request->data_length);
         CW_MAP_ENTER(&encoder_);
@@ -75,7 +168,7 @@ class RequestMap {
         QCBOREncode_CloseArray(&encoder_);
     }
 
-    void param(const keymaster_key_param_t& value) { codec_.addParams(&value, &encoder_); }
+    void param(const keymaster_key_param_t& value) { addParam(value, &encoder_); }
 
     // The count and the parameters; `more` are counted and added by the caller.
     void params(const keymaster_key_param_set_t* set, size_t more = 0) {
@@ -98,7 +191,6 @@ class RequestMap {
     }
 
   private:
-    KeymasterSerialize& codec_;
     keymaster_blob_t* request_;
     QCBOREncodeContext encoder_;
 };
@@ -173,7 +265,7 @@ class ResponseMap {
 };
 
 // The parameter group of begin, update and finish responses, which may be absent.
-keymaster_error_t readParams(KeymasterSerialize& codec, ResponseMap& response,
+keymaster_error_t readParams(KeymasterUtils* transport, ResponseMap& response,
                              keymaster_key_param_set_t* announced, ParamSetHolder* params) {
     params->reset(new keymaster_key_param_set_t{nullptr, 0});
     uint32_t count = 0;
@@ -190,7 +282,7 @@ keymaster_error_t readParams(KeymasterSerialize& codec, ResponseMap& response,
     (*params)->length = count;
     for (uint32_t i = 0; i < count; ++i) {
         const keymaster_error_t result =
-            codec.parseParams(response.reader(), &(*params)->params[i]);
+            parseParam(response.reader(), transport, &(*params)->params[i]);
         if (result != KM_ERROR_OK) return result;
     }
     return KM_ERROR_OK;
@@ -203,112 +295,29 @@ void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params) {
     *params = {nullptr, 0};
 }
 
-}  // namespace
-
-std::unique_ptr<uint8_t[]> KeymasterSerialize::copyOf(const keymaster_blob_t& source) {
-    std::unique_ptr<uint8_t[]> copy(new uint8_t[source.data_length]);
-    transport_->km_memscpy(copy.get(), source.data_length, source.data, source.data_length);
-    return copy;
-}
-
 // An output of no bytes stays as the caller cleared it.
-void KeymasterSerialize::storeOutput(const keymaster_blob_t& bytes, keymaster_blob_t* output) {
+void storeOutput(KeymasterUtils* transport, const keymaster_blob_t& bytes,
+                 keymaster_blob_t* output) {
     if (output == nullptr || bytes.data_length == 0) return;
-    *output = {copyOf(bytes).release(), bytes.data_length};
+    *output = {copyBytes(transport, bytes).release(), bytes.data_length};
 }
 
-// ---- Key parameters ----
+}  // namespace
 
 void KeymasterSerialize::addParams(const keymaster_key_param_t* param,
                                    QCBOREncodeContext* encoder) {
-    // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
-    // back that way they are refused, and the secure application sends them as positive numbers.
-    const int64_t label = static_cast<int32_t>(param->tag);
-    switch (keymaster_tag_get_type(param->tag)) {
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
-            QCBOREncode_AddUInt64_3(encoder, nullptr, label, CBOR_TAG_NONE, param->integer);
-            break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
-            QCBOREncode_AddInt64_3(encoder, nullptr, label, CBOR_TAG_NONE,
-                                   static_cast<int64_t>(param->long_integer));
-            break;
-        case KM_BOOL:
-            // Kept: true, whatever the field holds.
-            QCBOREncode_AddSimple_3(encoder, nullptr, label, CBOR_TAG_NONE, CBOR_SIMPLEV_TRUE);
-            break;
-        case KM_BIGNUM:
-        case KM_BYTES: {
-            const keymaster_blob_t bytes = orEmpty(&param->blob);
-            QCBOREncode_AddBytes_3(encoder, nullptr, label, CBOR_TAG_NONE,
-                                   {bytes.data, bytes.data_length});
-            break;
-        }
-        case KM_INVALID:
-            encoder->uError = QCBOR_ERR_UNSUPPORTED;
-            break;
-        default:
-            // Kept: a tag of an unknown type is counted by its set but not written.
-            break;
-    }
+    addParam(*param, encoder);
 }
 
 keymaster_error_t KeymasterSerialize::parseParams(CborReader* reader, keymaster_key_param_t* out) {
-    QCBORItem item;
-    std::memset(&item, 0xFF, sizeof(item));
-    reader->error = QCBORDecode_GetNext(reader->decoder, &item);
-    if (reader->error != QCBOR_SUCCESS) return KM_ERROR_INVALID_TAG;
-    const bool integer =
-        item.uLabelType == QCBOR_TYPE_INT64 || item.uLabelType == QCBOR_TYPE_UINT64;
-    if (!integer || item.label.uint64 > UINT32_MAX) return KM_ERROR_INVALID_TAG;
-
-    *out = {};
-    out->tag = static_cast<keymaster_tag_t>(item.label.uint64);
-    switch (keymaster_tag_get_type(out->tag)) {
-        // Kept: the type of an integer's item is not checked.
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
-            out->integer = static_cast<uint32_t>(item.val.uint64);
-            break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
-            out->long_integer = item.val.uint64;
-            break;
-        case KM_BOOL:
-            out->boolean = true;
-            break;
-        case KM_BIGNUM:
-        case KM_BYTES: {
-            if (item.uDataType != QCBOR_TYPE_BYTE_STRING &&
-                item.uDataType != QCBOR_TYPE_TEXT_STRING) {
-                return KM_ERROR_INVALID_TAG;
-            }
-            const keymaster_blob_t bytes = {static_cast<const uint8_t*>(item.val.string.ptr),
-                                            item.val.string.len};
-            out->blob = {copyOf(bytes).release(), bytes.data_length};
-            break;
-        }
-        case KM_INVALID:
-            reader->error = KM_ERROR_UNKNOWN_ERROR;
-            return KM_ERROR_INVALID_TAG;
-        default:
-            break;
-    }
-    return KM_ERROR_OK;
+    return parseParam(reader, transport_, out);
 }
 
 // ---- Key management ----
 
 keymaster_error_t KeymasterSerialize::serializeClientParams(const keymaster_key_param_set_t* params,
                                                             keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params);
     return map.finish();
 }
@@ -319,13 +328,13 @@ keymaster_error_t KeymasterSerialize::deserializeClientKeyblob(keymaster_blob_t 
     const keymaster_blob_t bytes = map.bytes(MessageLabel::kKeyBlob);
     const keymaster_error_t result = map.finish();
     if (result != KM_ERROR_OK) return result;
-    *key_blob = {copyOf(bytes).release(), bytes.data_length};
+    *key_blob = {copyBytes(transport_, bytes).release(), bytes.data_length};
     return KM_ERROR_OK;
 }
 
 keymaster_error_t KeymasterSerialize::serializeClientKeyblob(const keymaster_key_blob_t* key_blob,
                                                              keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
     return map.finish();
 }
@@ -333,7 +342,7 @@ keymaster_error_t KeymasterSerialize::serializeClientKeyblob(const keymaster_key
 keymaster_error_t KeymasterSerialize::serializeClientParamsKeyblob(
     const keymaster_key_param_set_t* params, const keymaster_key_blob_t* key_blob,
     keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params);
     map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
     return map.finish();
@@ -343,7 +352,7 @@ keymaster_error_t KeymasterSerialize::serializeClientImpKey(const keymaster_key_
                                                             keymaster_key_format_t format,
                                                             const keymaster_blob_t* key_data,
                                                             keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params);
     map.number(MessageLabel::kKeyFormat, format);
     map.bytes(MessageLabel::kKeyData, orEmpty(key_data));
@@ -356,7 +365,7 @@ keymaster_error_t KeymasterSerialize::serializeClientSecureImportKey(
     const keymaster_key_param_set_t* params, uint64_t password_sid, uint64_t biometric_sid,
     std::vector<uint8_t> wrapped_key_data, std::vector<uint8_t> wrapping_key_blob,
     std::vector<uint8_t> masking_key, keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params);
     map.number(MessageLabel::kPasswordSid, password_sid);
     map.number(MessageLabel::kBiometricSid, biometric_sid);
@@ -373,7 +382,7 @@ keymaster_error_t KeymasterSerialize::serializeClientExpKey(keymaster_key_format
                                                             const keymaster_blob_t* client_id,
                                                             const keymaster_blob_t* app_data,
                                                             keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.number(MessageLabel::kParamCount,
                (isPresent(client_id) ? 1U : 0U) + (isPresent(app_data) ? 1U : 0U));
     keymaster_key_param_t record = {};  // KM_TAG_INVALID, which no request may carry
@@ -396,14 +405,14 @@ keymaster_error_t KeymasterSerialize::deserializeClientExpKey(keymaster_blob_t r
     const keymaster_blob_t bytes = map.bytes(MessageLabel::kOutput);
     const keymaster_error_t result = map.finish();
     if (result != KM_ERROR_OK) return result;
-    *export_data = {copyOf(bytes).release(), bytes.data_length};
+    *export_data = {copyBytes(transport_, bytes).release(), bytes.data_length};
     return KM_ERROR_OK;
 }
 
 keymaster_error_t KeymasterSerialize::serializeClientAttestKey(
     const keymaster_key_param_set_t* params, const keymaster_key_blob_t* key_blob, tztm active,
     tztm expire, keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params);
     map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
     map.date(MessageLabel::kActiveDate, active);
@@ -424,7 +433,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientAttestKey(
     chain->entry_count = room;
     for (size_t i = 0; i < room && map.ok(); ++i) {
         const keymaster_blob_t bytes = map.bytes(MessageLabel::kCert);
-        chain->entries[i] = {copyOf(bytes).release(), bytes.data_length};
+        chain->entries[i] = {copyBytes(transport_, bytes).release(), bytes.data_length};
     }
     const keymaster_error_t result = map.finish();
     if (result != KM_ERROR_OK) return result;
@@ -439,7 +448,7 @@ keymaster_error_t KeymasterSerialize::serializeClientBegin(keymaster_purpose_t p
                                                            const keymaster_key_param_set_t* params,
                                                            const keymaster_key_blob_t* key_blob,
                                                            keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.params(params, 1);
     map.param(keymaster_param_enum(KM_TAG_PURPOSE, purpose));
     map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
@@ -451,7 +460,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientBegin(keymaster_blob_t re
                                                              uint64_t* op_handle) {
     ResponseMap map(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(*this, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, map, out_params, &params);
     if (result != KM_ERROR_OK) return result;
     const uint64_t handle = map.number64(MessageLabel::kOperationHandle);
     result = map.finish();
@@ -467,7 +476,7 @@ keymaster_error_t KeymasterSerialize::serializeClientUpdate(uint64_t op_handle,
                                                             keymaster_blob_t* request) {
     keymaster_blob_t taken = orEmpty(input);
     taken.data_length = std::min(taken.data_length, kMaxInputBytes);
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.number(MessageLabel::kOperationHandle, op_handle);
     map.optionalParams(params);
     map.optionalBytes(MessageLabel::kInput, &taken);
@@ -480,13 +489,13 @@ keymaster_error_t KeymasterSerialize::deserializeClientUpdate(keymaster_blob_t r
                                                               uint32_t* input_consumed) {
     ResponseMap map(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(*this, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, map, out_params, &params);
     if (result != KM_ERROR_OK) return result;
     const keymaster_blob_t bytes = map.optionalBytes(MessageLabel::kOutput);
     const uint32_t consumed = map.number32(MessageLabel::kInputConsumed);
     result = map.finish();
     if (result != KM_ERROR_OK) return result;
-    storeOutput(bytes, output);
+    storeOutput(transport_, bytes, output);
     *input_consumed = consumed;
     storeParams(std::move(params), out_params);
     return KM_ERROR_OK;
@@ -497,7 +506,7 @@ keymaster_error_t KeymasterSerialize::serializeClientFinish(uint64_t op_handle,
                                                             const keymaster_blob_t* input,
                                                             const keymaster_blob_t* signature,
                                                             keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.number(MessageLabel::kOperationHandle, op_handle);
     map.optionalParams(params);
     map.optionalBytes(MessageLabel::kInput, input);
@@ -510,19 +519,19 @@ keymaster_error_t KeymasterSerialize::deserializeClientFinish(keymaster_blob_t r
                                                               keymaster_blob_t* output) {
     ResponseMap map(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(*this, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, map, out_params, &params);
     if (result != KM_ERROR_OK) return result;
     const keymaster_blob_t bytes = map.optionalBytes(MessageLabel::kOutput);
     result = map.finish();
     if (result != KM_ERROR_OK) return result;
-    storeOutput(bytes, output);
+    storeOutput(transport_, bytes, output);
     storeParams(std::move(params), out_params);
     return KM_ERROR_OK;
 }
 
 keymaster_error_t KeymasterSerialize::serializeClientAbort(uint64_t op_handle,
                                                            keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.number(MessageLabel::kOperationHandle, op_handle);
     return map.finish();
 }
@@ -531,7 +540,7 @@ keymaster_error_t KeymasterSerialize::serializeClientAbort(uint64_t op_handle,
 
 keymaster_error_t KeymasterSerialize::serializeClientDestroyDeviceIds(bool flag,
                                                                       keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.flag(MessageLabel::kDestroyDeviceIds, flag);
     return map.finish();
 }
@@ -550,7 +559,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientGetHmacParams(
 
 keymaster_error_t KeymasterSerialize::serializeClientComputeHmacParams(
     std::vector<hmac_sharing_params_t> params, keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.bytes(MessageLabel::kHmacParams, {reinterpret_cast<const uint8_t*>(params.data()),
                                           params.size() * sizeof(hmac_sharing_params_t)});
     return map.finish();
@@ -568,7 +577,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
 
 keymaster_error_t KeymasterSerialize::serializeClientSetDeviceLocked(bool flag,
                                                                      keymaster_blob_t* request) {
-    RequestMap map(*this, request);
+    RequestMap map(request);
     map.flag(MessageLabel::kDeviceLocked, flag);
     return map.finish();
 }

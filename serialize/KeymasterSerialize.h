@@ -5,7 +5,6 @@
 #include <hardware/keymaster_defs.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "CborHelpers.h"
@@ -121,8 +120,5 @@ class KeymasterSerialize {
     keymaster_error_t serializeClientSetDeviceLocked(bool flag, keymaster_blob_t* request);
 
   private:
-    std::unique_ptr<uint8_t[]> copyOf(const keymaster_blob_t& source);
-    void storeOutput(const keymaster_blob_t& bytes, keymaster_blob_t* output);
-
     keymasterutils::KeymasterUtils* transport_;
 };
