@@ -131,9 +131,9 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
 }
 
 // A request under way: writes the entries of its map in the order of the calls.
-class RequestMap {
+class RequestWriter {
   public:
-    explicit RequestMap(keymaster_blob_t* request) : request_(request) {
+    explicit RequestWriter(keymaster_blob_t* request) : request_(request) {
         // The transport hands its own buffer out as a blob, whose bytes are const.
         QCBOREncode_Init(&encoder_, const_cast<uint8_t*>(request->data), request->data_length);
         CW_MAP_ENTER(&encoder_);
@@ -197,17 +197,17 @@ class RequestMap {
 
 // A response under way: reads the entries of its map in the order of the calls. The first failure
 // sticks until finish() tells it; values read after it are zero.
-class ResponseMap {
+class ResponseReader {
   public:
-    explicit ResponseMap(const keymaster_blob_t& response) : size_(response.data_length) {
+    explicit ResponseReader(const keymaster_blob_t& response) : size_(response.data_length) {
         QCBORDecode_Init(&decoder_, {response.data, response.data_length},
                          QCBOR_DECODE_MODE_NORMAL);
         std::memset(&reader_.item, 0xFF, sizeof(reader_.item));
         CR_MAP_ENTER(&reader_);
     }
-    ~ResponseMap() = default;
-    ResponseMap(const ResponseMap&) = delete;
-    ResponseMap& operator=(const ResponseMap&) = delete;
+    ~ResponseReader() = default;
+    ResponseReader(const ResponseReader&) = delete;
+    ResponseReader& operator=(const ResponseReader&) = delete;
 
     uint32_t number32(MessageLabel label) {
         uint32_t value = 0;
@@ -265,7 +265,7 @@ class ResponseMap {
 };
 
 // The parameter group of begin, update and finish responses, which may be absent.
-keymaster_error_t readParams(KeymasterUtils* transport, ResponseMap& response,
+keymaster_error_t readParams(KeymasterUtils* transport, ResponseReader& response,
                              keymaster_key_param_set_t* announced, ParamSetHolder* params) {
     params->reset(new keymaster_key_param_set_t{nullptr, 0});
     uint32_t count = 0;
@@ -317,16 +317,16 @@ keymaster_error_t KeymasterSerialize::parseParams(CborReader* reader, keymaster_
 
 keymaster_error_t KeymasterSerialize::serializeClientParams(const keymaster_key_param_set_t* params,
                                                             keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.params(params);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientKeyblob(keymaster_blob_t response,
                                                                keymaster_key_blob_t* key_blob) {
-    ResponseMap map(response);
-    const keymaster_blob_t bytes = map.bytes(MessageLabel::kKeyBlob);
-    const keymaster_error_t result = map.finish();
+    ResponseReader reader(response);
+    const keymaster_blob_t bytes = reader.bytes(MessageLabel::kKeyBlob);
+    const keymaster_error_t result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     *key_blob = {copyBytes(transport_, bytes).release(), bytes.data_length};
     return KM_ERROR_OK;
@@ -334,29 +334,29 @@ keymaster_error_t KeymasterSerialize::deserializeClientKeyblob(keymaster_blob_t 
 
 keymaster_error_t KeymasterSerialize::serializeClientKeyblob(const keymaster_key_blob_t* key_blob,
                                                              keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
-    return map.finish();
+    RequestWriter writer(request);
+    writer.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::serializeClientParamsKeyblob(
     const keymaster_key_param_set_t* params, const keymaster_key_blob_t* key_blob,
     keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params);
-    map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
-    return map.finish();
+    RequestWriter writer(request);
+    writer.params(params);
+    writer.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::serializeClientImpKey(const keymaster_key_param_set_t* params,
                                                             keymaster_key_format_t format,
                                                             const keymaster_blob_t* key_data,
                                                             keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params);
-    map.number(MessageLabel::kKeyFormat, format);
-    map.bytes(MessageLabel::kKeyData, orEmpty(key_data));
-    return map.finish();
+    RequestWriter writer(request);
+    writer.params(params);
+    writer.number(MessageLabel::kKeyFormat, format);
+    writer.bytes(MessageLabel::kKeyData, orEmpty(key_data));
+    return writer.finish();
 }
 
 // The vectors come by value so that the key material goes with the encoding.
@@ -365,15 +365,15 @@ keymaster_error_t KeymasterSerialize::serializeClientSecureImportKey(
     const keymaster_key_param_set_t* params, uint64_t password_sid, uint64_t biometric_sid,
     std::vector<uint8_t> wrapped_key_data, std::vector<uint8_t> wrapping_key_blob,
     std::vector<uint8_t> masking_key, keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params);
-    map.number(MessageLabel::kPasswordSid, password_sid);
-    map.number(MessageLabel::kBiometricSid, biometric_sid);
+    RequestWriter writer(request);
+    writer.params(params);
+    writer.number(MessageLabel::kPasswordSid, password_sid);
+    writer.number(MessageLabel::kBiometricSid, biometric_sid);
     // Kept: these three are not in the order of their labels.
-    map.bytes(MessageLabel::kWrappedKeyData, bytesOf(wrapped_key_data));
-    map.bytes(MessageLabel::kWrappingKeyBlob, bytesOf(wrapping_key_blob));
-    map.bytes(MessageLabel::kMaskingKey, bytesOf(masking_key));
-    return map.finish();
+    writer.bytes(MessageLabel::kWrappedKeyData, bytesOf(wrapped_key_data));
+    writer.bytes(MessageLabel::kWrappingKeyBlob, bytesOf(wrapping_key_blob));
+    writer.bytes(MessageLabel::kMaskingKey, bytesOf(masking_key));
+    return writer.finish();
 }
 // NOLINTEND(performance-unnecessary-value-param)
 
@@ -382,28 +382,28 @@ keymaster_error_t KeymasterSerialize::serializeClientExpKey(keymaster_key_format
                                                             const keymaster_blob_t* client_id,
                                                             const keymaster_blob_t* app_data,
                                                             keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.number(MessageLabel::kParamCount,
-               (isPresent(client_id) ? 1U : 0U) + (isPresent(app_data) ? 1U : 0U));
+    RequestWriter writer(request);
+    writer.number(MessageLabel::kParamCount,
+                  (isPresent(client_id) ? 1U : 0U) + (isPresent(app_data) ? 1U : 0U));
     keymaster_key_param_t record = {};  // KM_TAG_INVALID, which no request may carry
     if (isPresent(client_id)) {
         record =
             keymaster_param_blob(KM_TAG_APPLICATION_ID, client_id->data, client_id->data_length);
-        map.param(record);
+        writer.param(record);
     }
     // Kept: the application data is never loaded. The client id goes out twice in its place, and a
     // request with application data alone does not encode.
-    if (isPresent(app_data)) map.param(record);
-    map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
-    map.number(MessageLabel::kKeyFormat, format);
-    return map.finish();
+    if (isPresent(app_data)) writer.param(record);
+    writer.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
+    writer.number(MessageLabel::kKeyFormat, format);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientExpKey(keymaster_blob_t response,
                                                               keymaster_blob_t* export_data) {
-    ResponseMap map(response);
-    const keymaster_blob_t bytes = map.bytes(MessageLabel::kOutput);
-    const keymaster_error_t result = map.finish();
+    ResponseReader reader(response);
+    const keymaster_blob_t bytes = reader.bytes(MessageLabel::kOutput);
+    const keymaster_error_t result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     *export_data = {copyBytes(transport_, bytes).release(), bytes.data_length};
     return KM_ERROR_OK;
@@ -412,30 +412,30 @@ keymaster_error_t KeymasterSerialize::deserializeClientExpKey(keymaster_blob_t r
 keymaster_error_t KeymasterSerialize::serializeClientAttestKey(
     const keymaster_key_param_set_t* params, const keymaster_key_blob_t* key_blob, tztm active,
     tztm expire, keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params);
-    map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
-    map.date(MessageLabel::kActiveDate, active);
-    map.date(MessageLabel::kExpireDate, expire);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.params(params);
+    writer.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
+    writer.date(MessageLabel::kActiveDate, active);
+    writer.date(MessageLabel::kExpireDate, expire);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientAttestKey(
     keymaster_blob_t response, keymaster_cert_chain_t* cert_chain) {
-    ResponseMap map(response);
-    const uint32_t count = map.number32(MessageLabel::kCertCount);
+    ResponseReader reader(response);
+    const uint32_t count = reader.number32(MessageLabel::kCertCount);
     if (count > kMaxCertificates) throw std::bad_alloc();
 
     ChainHolder chain(new keymaster_cert_chain_t{nullptr, 0});
     // More than the response has bytes cannot be there: the reader stops at a missing one.
-    const size_t room = std::min<size_t>(count, map.size());
+    const size_t room = std::min<size_t>(count, reader.size());
     chain->entries = new keymaster_blob_t[room]();
     chain->entry_count = room;
-    for (size_t i = 0; i < room && map.ok(); ++i) {
-        const keymaster_blob_t bytes = map.bytes(MessageLabel::kCert);
+    for (size_t i = 0; i < room && reader.ok(); ++i) {
+        const keymaster_blob_t bytes = reader.bytes(MessageLabel::kCert);
         chain->entries[i] = {copyBytes(transport_, bytes).release(), bytes.data_length};
     }
-    const keymaster_error_t result = map.finish();
+    const keymaster_error_t result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     *cert_chain = *chain;
     *chain = {nullptr, 0};
@@ -448,22 +448,22 @@ keymaster_error_t KeymasterSerialize::serializeClientBegin(keymaster_purpose_t p
                                                            const keymaster_key_param_set_t* params,
                                                            const keymaster_key_blob_t* key_blob,
                                                            keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.params(params, 1);
-    map.param(keymaster_param_enum(KM_TAG_PURPOSE, purpose));
-    map.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
-    return map.finish();
+    RequestWriter writer(request);
+    writer.params(params, 1);
+    writer.param(keymaster_param_enum(KM_TAG_PURPOSE, purpose));
+    writer.bytes(MessageLabel::kKeyBlob, orEmpty(key_blob));
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientBegin(keymaster_blob_t response,
                                                              keymaster_key_param_set_t* out_params,
                                                              uint64_t* op_handle) {
-    ResponseMap map(response);
+    ResponseReader reader(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(transport_, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, reader, out_params, &params);
     if (result != KM_ERROR_OK) return result;
-    const uint64_t handle = map.number64(MessageLabel::kOperationHandle);
-    result = map.finish();
+    const uint64_t handle = reader.number64(MessageLabel::kOperationHandle);
+    result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     *op_handle = handle;
     storeParams(std::move(params), out_params);
@@ -476,24 +476,24 @@ keymaster_error_t KeymasterSerialize::serializeClientUpdate(uint64_t op_handle,
                                                             keymaster_blob_t* request) {
     keymaster_blob_t taken = orEmpty(input);
     taken.data_length = std::min(taken.data_length, kMaxInputBytes);
-    RequestMap map(request);
-    map.number(MessageLabel::kOperationHandle, op_handle);
-    map.optionalParams(params);
-    map.optionalBytes(MessageLabel::kInput, &taken);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.number(MessageLabel::kOperationHandle, op_handle);
+    writer.optionalParams(params);
+    writer.optionalBytes(MessageLabel::kInput, &taken);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientUpdate(keymaster_blob_t response,
                                                               keymaster_key_param_set_t* out_params,
                                                               keymaster_blob_t* output,
                                                               uint32_t* input_consumed) {
-    ResponseMap map(response);
+    ResponseReader reader(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(transport_, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, reader, out_params, &params);
     if (result != KM_ERROR_OK) return result;
-    const keymaster_blob_t bytes = map.optionalBytes(MessageLabel::kOutput);
-    const uint32_t consumed = map.number32(MessageLabel::kInputConsumed);
-    result = map.finish();
+    const keymaster_blob_t bytes = reader.optionalBytes(MessageLabel::kOutput);
+    const uint32_t consumed = reader.number32(MessageLabel::kInputConsumed);
+    result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     storeOutput(transport_, bytes, output);
     *input_consumed = consumed;
@@ -506,23 +506,23 @@ keymaster_error_t KeymasterSerialize::serializeClientFinish(uint64_t op_handle,
                                                             const keymaster_blob_t* input,
                                                             const keymaster_blob_t* signature,
                                                             keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.number(MessageLabel::kOperationHandle, op_handle);
-    map.optionalParams(params);
-    map.optionalBytes(MessageLabel::kInput, input);
-    map.optionalBytes(MessageLabel::kSignature, signature);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.number(MessageLabel::kOperationHandle, op_handle);
+    writer.optionalParams(params);
+    writer.optionalBytes(MessageLabel::kInput, input);
+    writer.optionalBytes(MessageLabel::kSignature, signature);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientFinish(keymaster_blob_t response,
                                                               keymaster_key_param_set_t* out_params,
                                                               keymaster_blob_t* output) {
-    ResponseMap map(response);
+    ResponseReader reader(response);
     ParamSetHolder params;
-    keymaster_error_t result = readParams(transport_, map, out_params, &params);
+    keymaster_error_t result = readParams(transport_, reader, out_params, &params);
     if (result != KM_ERROR_OK) return result;
-    const keymaster_blob_t bytes = map.optionalBytes(MessageLabel::kOutput);
-    result = map.finish();
+    const keymaster_blob_t bytes = reader.optionalBytes(MessageLabel::kOutput);
+    result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     storeOutput(transport_, bytes, output);
     storeParams(std::move(params), out_params);
@@ -531,26 +531,26 @@ keymaster_error_t KeymasterSerialize::deserializeClientFinish(keymaster_blob_t r
 
 keymaster_error_t KeymasterSerialize::serializeClientAbort(uint64_t op_handle,
                                                            keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.number(MessageLabel::kOperationHandle, op_handle);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.number(MessageLabel::kOperationHandle, op_handle);
+    return writer.finish();
 }
 
 // ---- Device ids, HMAC agreement, device lock ----
 
 keymaster_error_t KeymasterSerialize::serializeClientDestroyDeviceIds(bool flag,
                                                                       keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.flag(MessageLabel::kDestroyDeviceIds, flag);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.flag(MessageLabel::kDestroyDeviceIds, flag);
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientGetHmacParams(
     keymaster_blob_t response, hmac_sharing_params_t* params) {
-    ResponseMap map(response);
-    const keymaster_blob_t seed = map.bytes(MessageLabel::kHmacSeed);
-    const keymaster_blob_t nonce = map.bytes(MessageLabel::kHmacNonce);
-    const keymaster_error_t result = map.finish();
+    ResponseReader reader(response);
+    const keymaster_blob_t seed = reader.bytes(MessageLabel::kHmacSeed);
+    const keymaster_blob_t nonce = reader.bytes(MessageLabel::kHmacNonce);
+    const keymaster_error_t result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     transport_->km_memscpy(params->seed, sizeof(params->seed), seed.data, seed.data_length);
     transport_->km_memscpy(params->nonce, sizeof(params->nonce), nonce.data, nonce.data_length);
@@ -559,17 +559,17 @@ keymaster_error_t KeymasterSerialize::deserializeClientGetHmacParams(
 
 keymaster_error_t KeymasterSerialize::serializeClientComputeHmacParams(
     std::vector<hmac_sharing_params_t> params, keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.bytes(MessageLabel::kHmacParams, {reinterpret_cast<const uint8_t*>(params.data()),
-                                          params.size() * sizeof(hmac_sharing_params_t)});
-    return map.finish();
+    RequestWriter writer(request);
+    writer.bytes(MessageLabel::kHmacParams, {reinterpret_cast<const uint8_t*>(params.data()),
+                                             params.size() * sizeof(hmac_sharing_params_t)});
+    return writer.finish();
 }
 
 keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
     keymaster_blob_t response, std::vector<uint8_t>& sharing_check) {
-    ResponseMap map(response);
-    const keymaster_blob_t bytes = map.bytes(MessageLabel::kHmacCheck);
-    const keymaster_error_t result = map.finish();
+    ResponseReader reader(response);
+    const keymaster_blob_t bytes = reader.bytes(MessageLabel::kHmacCheck);
+    const keymaster_error_t result = reader.finish();
     if (result != KM_ERROR_OK) return result;
     sharing_check.insert(sharing_check.end(), bytes.data, bytes.data + bytes.data_length);
     return KM_ERROR_OK;
@@ -577,7 +577,7 @@ keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
 
 keymaster_error_t KeymasterSerialize::serializeClientSetDeviceLocked(bool flag,
                                                                      keymaster_blob_t* request) {
-    RequestMap map(request);
-    map.flag(MessageLabel::kDeviceLocked, flag);
-    return map.finish();
+    RequestWriter writer(request);
+    writer.flag(MessageLabel::kDeviceLocked, flag);
+    return writer.finish();
 }
