@@ -25,6 +25,7 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyVerification.cpp
     serialize/CborHelpers.cpp
     serialize/KeymasterSerialize.cpp
+    serialize/Parameters.cpp
     service/AuthTokenParams.cpp
     service/Keymaster41Device.cpp
     service/Keymaster4Device.cpp

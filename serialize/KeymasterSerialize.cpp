@@ -1,316 +1,41 @@
 #include "KeymasterSerialize.h"
 
-#include <KeymasterUtils.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "Limits.h"
-#include "MessageLabels.h"
-#include "Presence.h"
+#include "Parameters.h"
+#include "RequestWriter.h"
+#include "ResponseReader.h"
 
 namespace {
 
+using keymasterdevice::bytesOf;
+using keymasterdevice::copyBytes;
 using keymasterdevice::isPresent;
 using keymasterdevice::kMaxCertificates;
 using keymasterdevice::kMaxInputBytes;
-using keymasterdevice::kMaxParams;
-using keymasterutils::KeymasterUtils;
+using keymasterdevice::orEmpty;
+using keymasterdevice::ParamSetHolder;
+using keymasterdevice::RequestWriter;
+using keymasterdevice::ResponseReader;
+using keymasterdevice::storeOutput;
+using keymasterdevice::storeParams;
 
-using ParamSetHolder = std::unique_ptr<keymaster_key_param_set_t, keymasterKeyParamSetDelete>;
 using ChainHolder =
     std::unique_ptr<keymaster_cert_chain_t, keymasterdevice::CertificateChain_Delete>;
-
-keymaster_blob_t orEmpty(const keymaster_blob_t* blob) {
-    return isPresent(blob) ? *blob : keymaster_blob_t{nullptr, 0};
-}
-
-keymaster_blob_t orEmpty(const keymaster_key_blob_t* blob) {
-    if (blob == nullptr || blob->key_material == nullptr) return {nullptr, 0};
-    return {blob->key_material, blob->key_material_size};
-}
-
-keymaster_blob_t bytesOf(const std::vector<uint8_t>& bytes) {
-    return {bytes.data(), bytes.size()};
-}
-
-// What a decoder hands out: a copy from array new.
-std::unique_ptr<uint8_t[]> copyBytes(KeymasterUtils* transport, const keymaster_blob_t& source) {
-    std::unique_ptr<uint8_t[]> copy(new uint8_t[source.data_length]);
-    transport->km_memscpy(copy.get(), source.data_length, source.data, source.data_length);
-    return copy;
-}
-
-void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
-    // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
-    // back that way they are refused, and the secure application sends them as positive numbers.
-    const int64_t label = static_cast<int32_t>(param.tag);
-    switch (keymaster_tag_get_type(param.tag)) {
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
-            QCBOREncode_AddUInt64_3(encoder, nullptr, label, CBOR_TAG_NONE, param.integer);
-            break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
-            QCBOREncode_AddInt64_3(encoder, nullptr, label, CBOR_TAG_NONE,
-                                   static_cast<int64_t>(param.long_integer));
-            break;
-        case KM_BOOL:
-            // Kept: true, whatever the field holds.
-            QCBOREncode_AddSimple_3(encoder, nullptr, label, CBOR_TAG_NONE, CBOR_SIMPLEV_TRUE);
-            break;
-        case KM_BIGNUM:
-        case KM_BYTES: {
-            const keymaster_blob_t bytes = orEmpty(&param.blob);
-            QCBOREncode_AddBytes_3(encoder, nullptr, label, CBOR_TAG_NONE,
-                                   {bytes.data, bytes.data_length});
-            break;
-        }
-        case KM_INVALID:
-            encoder->uError = QCBOR_ERR_UNSUPPORTED;
-            break;
-        default:
-            // Kept: a tag of an unknown type is counted by its set but not written.
-            break;
-    }
-}
-
-keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
-                             keymaster_key_param_t* out) {
-    QCBORItem item;
-    std::memset(&item, 0xFF, sizeof(item));
-    reader->error = QCBORDecode_GetNext(reader->decoder, &item);
-    if (reader->error != QCBOR_SUCCESS) return KM_ERROR_INVALID_TAG;
-    const bool integer =
-        item.uLabelType == QCBOR_TYPE_INT64 || item.uLabelType == QCBOR_TYPE_UINT64;
-    if (!integer || item.label.uint64 > UINT32_MAX) return KM_ERROR_INVALID_TAG;
-
-    *out = {};
-    out->tag = static_cast<keymaster_tag_t>(item.label.uint64);
-    switch (keymaster_tag_get_type(out->tag)) {
-        // Kept: the type of an integer's item is not checked.
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
-            out->integer = static_cast<uint32_t>(item.val.uint64);
-            break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
-            out->long_integer = item.val.uint64;
-            break;
-        case KM_BOOL:
-            out->boolean = true;
-            break;
-        case KM_BIGNUM:
-        case KM_BYTES: {
-            if (item.uDataType != QCBOR_TYPE_BYTE_STRING &&
-                item.uDataType != QCBOR_TYPE_TEXT_STRING) {
-                return KM_ERROR_INVALID_TAG;
-            }
-            const keymaster_blob_t bytes = {static_cast<const uint8_t*>(item.val.string.ptr),
-                                            item.val.string.len};
-            out->blob = {copyBytes(transport, bytes).release(), bytes.data_length};
-            break;
-        }
-        case KM_INVALID:
-            reader->error = KM_ERROR_UNKNOWN_ERROR;
-            return KM_ERROR_INVALID_TAG;
-        default:
-            break;
-    }
-    return KM_ERROR_OK;
-}
-
-// A request under way: writes the entries of its map in the order of the calls.
-class RequestWriter {
-  public:
-    explicit RequestWriter(keymaster_blob_t* request) : request_(request) {
-        // The transport hands its own buffer out as a blob, whose bytes are const.
-        QCBOREncode_Init(&encoder_, const_cast<uint8_t*>(request->data), request->data_length);
-        CW_MAP_ENTER(&encoder_);
-    }
-
-    void number(MessageLabel label, uint64_t value) {
-        QCBOREncode_AddUInt64_3(&encoder_, nullptr, static_cast<int64_t>(label), CBOR_TAG_NONE,
-                                value);
-    }
-
-    void bytes(MessageLabel label, const keymaster_blob_t& value) {
-        QCBOREncode_AddBytes_3(&encoder_, nullptr, static_cast<int64_t>(label), CBOR_TAG_NONE,
-                               {value.data, value.data_length});
-    }
-
-    void optionalBytes(MessageLabel label, const keymaster_blob_t* value) {
-        if (isPresent(value)) bytes(label, *value);
-    }
-
-    void flag(MessageLabel label, bool value) {
-        QCBOREncode_AddSimple_3(&encoder_, nullptr, static_cast<int64_t>(label), CBOR_TAG_NONE,
-                                value ? CBOR_SIMPLEV_TRUE : CBOR_SIMPLEV_FALSE);
-    }
-
-    void date(MessageLabel label, const tztm& value) {
-        CW_ARRAY_LABEL_ENTER(&encoder_, static_cast<int64_t>(label));
-        for (int32_t field :
-             {value.tm_sec, value.tm_min, value.tm_hour, value.tm_mday, value.tm_mon, value.tm_year,
-              value.tm_wday, value.tm_yday, value.tm_isdst}) {
-            QCBOREncode_AddInt64_3(&encoder_, nullptr, QCBOR_NO_INT_LABEL, CBOR_TAG_NONE, field);
-        }
-        QCBOREncode_CloseArray(&encoder_);
-    }
-
-    void param(const keymaster_key_param_t& value) { addParam(value, &encoder_); }
-
-    // The count and the parameters; `more` are counted and added by the caller.
-    void params(const keymaster_key_param_set_t* set, size_t more = 0) {
-        const size_t length = isPresent(set) ? set->length : 0;
-        number(MessageLabel::kParamCount, uint64_t{length} + more);
-        for (size_t i = 0; i < length; ++i) param(set->params[i]);
-    }
-
-    void optionalParams(const keymaster_key_param_set_t* set) {
-        if (isPresent(set)) params(set);
-    }
-
-    keymaster_error_t finish() {
-        QCBOREncode_CloseArray(&encoder_);
-        size_t length = 0;
-        const int result = QCBOREncode_Finish(&encoder_, &length);
-        if (result != QCBOR_SUCCESS) return KM_ERROR_INVALID_INPUT_LENGTH;
-        request_->data_length = length;
-        return KM_ERROR_OK;
-    }
-
-  private:
-    keymaster_blob_t* request_;
-    QCBOREncodeContext encoder_;
-};
-
-// A response under way: reads the entries of its map in the order of the calls. The first failure
-// sticks until finish() tells it; values read after it are zero.
-class ResponseReader {
-  public:
-    explicit ResponseReader(const keymaster_blob_t& response) : size_(response.data_length) {
-        QCBORDecode_Init(&decoder_, {response.data, response.data_length},
-                         QCBOR_DECODE_MODE_NORMAL);
-        std::memset(&reader_.item, 0xFF, sizeof(reader_.item));
-        CR_MAP_ENTER(&reader_);
-    }
-    ~ResponseReader() = default;
-    ResponseReader(const ResponseReader&) = delete;
-    ResponseReader& operator=(const ResponseReader&) = delete;
-
-    uint32_t number32(MessageLabel label) {
-        uint32_t value = 0;
-        CRGetUint32FromMapWithUint64Label(&reader_, static_cast<uint64_t>(label), &value);
-        return value;
-    }
-
-    uint64_t number64(MessageLabel label) {
-        uint64_t value = 0;
-        CRGetUint64FromMapWithUint64Label(&reader_, static_cast<uint64_t>(label), &value);
-        return value;
-    }
-
-    // The bytes stay in the response.
-    keymaster_blob_t bytes(MessageLabel label) {
-        keymaster_blob_t value = {nullptr, 0};
-        CRGetBytesOrStringFromMapWithUint64Label(&reader_, QCBOR_TYPE_BYTE_STRING,
-                                                 static_cast<uint64_t>(label), &value);
-        return value;
-    }
-
-    // Reads one entry with `read`, or puts the decoder back in front of whatever is there instead.
-    // Returns whether the entry was there.
-    // Kept: clearing the error also clears that of an answer that is no map, so a finish may be
-    // answered with no bytes at all.
-    template <typename Read>
-    bool optional(Read read) {
-        const QCBORDecodeContext saved = decoder_;
-        read();
-        if (ok()) return true;
-        decoder_ = saved;
-        reader_.error = 0;
-        return false;
-    }
-
-    keymaster_blob_t optionalBytes(MessageLabel label) {
-        keymaster_blob_t value = {nullptr, 0};
-        optional([&] { value = bytes(label); });
-        return value;
-    }
-
-    keymaster_error_t finish() {
-        if (!ok()) return static_cast<keymaster_error_t>(reader_.error);
-        return static_cast<keymaster_error_t>(QCBORDecode_Finish(&decoder_));
-    }
-
-    bool ok() const { return reader_.error == 0; }
-    CborReader* reader() { return &reader_; }
-    size_t size() const { return size_; }
-
-  private:
-    size_t size_;
-    QCBORDecodeContext decoder_;
-    CborReader reader_ = {&decoder_, {}, 0};
-};
-
-// The parameter group of begin, update and finish responses, which may be absent.
-keymaster_error_t readParams(KeymasterUtils* transport, ResponseReader& response,
-                             keymaster_key_param_set_t* announced, ParamSetHolder* params) {
-    params->reset(new keymaster_key_param_set_t{nullptr, 0});
-    uint32_t count = 0;
-    const auto readCount = [&] { count = response.number32(MessageLabel::kParamCount); };
-    if (!response.optional(readCount)) return KM_ERROR_OK;
-    // Kept: the caller sees the announced count even if the parameters turn out to be bad.
-    if (announced != nullptr) announced->length = count;
-    if (count > kMaxParams) throw std::bad_alloc();
-    // More than the response has bytes cannot be there, and a missing one is a bad one.
-    if (count > response.size()) return KM_ERROR_INVALID_TAG;
-    if (count == 0) return KM_ERROR_OK;
-
-    (*params)->params = new keymaster_key_param_t[count]();
-    (*params)->length = count;
-    for (uint32_t i = 0; i < count; ++i) {
-        const keymaster_error_t result =
-            parseParam(response.reader(), transport, &(*params)->params[i]);
-        if (result != KM_ERROR_OK) return result;
-    }
-    return KM_ERROR_OK;
-}
-
-// Moves the array to the caller, who has its length already; without a place it is released.
-void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params) {
-    if (out_params == nullptr || params->length == 0) return;
-    out_params->params = params->params;
-    *params = {nullptr, 0};
-}
-
-// An output of no bytes stays as the caller cleared it.
-void storeOutput(KeymasterUtils* transport, const keymaster_blob_t& bytes,
-                 keymaster_blob_t* output) {
-    if (output == nullptr || bytes.data_length == 0) return;
-    *output = {copyBytes(transport, bytes).release(), bytes.data_length};
-}
 
 }  // namespace
 
 void KeymasterSerialize::addParams(const keymaster_key_param_t* param,
                                    QCBOREncodeContext* encoder) {
-    addParam(*param, encoder);
+    keymasterdevice::addParam(*param, encoder);
 }
 
 keymaster_error_t KeymasterSerialize::parseParams(CborReader* reader, keymaster_key_param_t* out) {
-    return parseParam(reader, transport_, out);
+    return keymasterdevice::parseParam(reader, transport_, out);
 }
 
 // ---- Key management ----
