@@ -23,8 +23,11 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyParams.cpp
     device/legacy/LegacyPublicKey.cpp
     device/legacy/LegacyVerification.cpp
+    serialize/AgreementMessages.cpp
+    serialize/AttestationMessages.cpp
     serialize/CborHelpers.cpp
     serialize/KeymasterSerialize.cpp
+    serialize/OperationMessages.cpp
     serialize/Parameters.cpp
     service/AuthTokenParams.cpp
     service/Keymaster41Device.cpp

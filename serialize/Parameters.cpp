@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "KeymasterSerialize.h"
 #include "Limits.h"
 #include "RequestWriter.h"
 #include "ResponseReader.h"
@@ -127,3 +128,12 @@ void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params) {
 }
 
 }  // namespace keymasterdevice
+
+void KeymasterSerialize::addParams(const keymaster_key_param_t* param,
+                                   QCBOREncodeContext* encoder) {
+    keymasterdevice::addParam(*param, encoder);
+}
+
+keymaster_error_t KeymasterSerialize::parseParams(CborReader* reader, keymaster_key_param_t* out) {
+    return keymasterdevice::parseParam(reader, transport_, out);
+}
