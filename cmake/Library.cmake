@@ -26,7 +26,7 @@ set(LUMO_LIBRARY_SOURCES
     serialize/AgreementMessages.cpp
     serialize/AttestationMessages.cpp
     serialize/CborHelpers.cpp
-    serialize/KeymasterSerialize.cpp
+    serialize/KeyMessages.cpp
     serialize/OperationMessages.cpp
     serialize/Parameters.cpp
     service/AuthTokenParams.cpp
