@@ -58,5 +58,5 @@ void keymasterKeyParamSetDelete::operator()(keymaster_key_param_set_t* set) cons
         if (keymasterdevice::ownsBlob(set->params[i])) delete[] set->params[i].blob.data;
     }
     delete[] set->params;
-    delete set;
+    *set = {};
 }

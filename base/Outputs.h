@@ -39,8 +39,8 @@ struct CertificateChain_Delete {
 
 }  // namespace keymasterdevice
 
-// Releases a parameter set that was not delivered: blob values and array with delete[], the holder
-// with delete. Every element has been cleared or filled.
+// Releases the contents of a parameter set that was not delivered: blob values and array with
+// delete[]. The set itself stays with its owner, empty. Every element has been filled.
 struct keymasterKeyParamSetDelete {
     void operator()(keymaster_key_param_set_t* set) const;
 };

@@ -29,6 +29,8 @@ set(LUMO_LIBRARY_SOURCES
     serialize/KeyMessages.cpp
     serialize/OperationMessages.cpp
     serialize/Parameters.cpp
+    serialize/RequestWriter.cpp
+    serialize/ResponseReader.cpp
     service/AuthTokenParams.cpp
     service/Keymaster41Device.cpp
     service/Keymaster4Device.cpp

@@ -1,15 +1,17 @@
 // The messages of the HMAC key agreement and of the device lock.
+
 #include "KeymasterSerialize.h"
 #include "RequestWriter.h"
 #include "ResponseReader.h"
 
-namespace {
-
 using keymasterdevice::RequestWriter;
 using keymasterdevice::ResponseReader;
 
-}  // namespace
+// ---- get_hmac_sharing_parameters; its request has no body ----
 
+// Answer:
+//   kHmacSeed
+//   kHmacNonce
 keymaster_error_t KeymasterSerialize::deserializeClientGetHmacParams(
     keymaster_blob_t response, hmac_sharing_params_t* params) {
     ResponseReader reader(response);
@@ -22,14 +24,21 @@ keymaster_error_t KeymasterSerialize::deserializeClientGetHmacParams(
     return KM_ERROR_OK;
 }
 
+// ---- compute_shared_hmac ----
+
+// Request:
+//   kHmacParams, the records back to back
 keymaster_error_t KeymasterSerialize::serializeClientComputeHmacParams(
     std::vector<hmac_sharing_params_t> params, keymaster_blob_t* request) {
+    const keymaster_blob_t records = {reinterpret_cast<const uint8_t*>(params.data()),
+                                      params.size() * sizeof(hmac_sharing_params_t)};
     RequestWriter writer(request);
-    writer.bytes(MessageLabel::kHmacParams, {reinterpret_cast<const uint8_t*>(params.data()),
-                                             params.size() * sizeof(hmac_sharing_params_t)});
+    writer.bytes(MessageLabel::kHmacParams, &records);
     return writer.finish();
 }
 
+// Answer:
+//   kHmacCheck
 keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
     keymaster_blob_t response, std::vector<uint8_t>& sharing_check) {
     ResponseReader reader(response);
@@ -40,6 +49,9 @@ keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
     return KM_ERROR_OK;
 }
 
+// ---- set_device_locked ----
+
+//   kDeviceLocked
 keymaster_error_t KeymasterSerialize::serializeClientSetDeviceLocked(bool flag,
                                                                      keymaster_blob_t* request) {
     RequestWriter writer(request);

@@ -1,17 +1,25 @@
 #include "Parameters.h"
 
-#include <cstring>
 #include <new>
-#include <utility>
+#include <optional>
 
 #include "KeymasterSerialize.h"
 #include "Limits.h"
-#include "RequestWriter.h"
-#include "ResponseReader.h"
+#include "NextItem.h"
 
 namespace keymasterdevice {
 
 using keymasterutils::KeymasterUtils;
+
+namespace {
+
+// tag type                       value
+// ENUM, ENUM_REP, UINT, UINT_REP unsigned integer, 32 bits
+// ULONG, ULONG_REP, DATE         integer, 64 bits; written as signed
+// BOOL                           true
+// BIGNUM, BYTES                  byte string
+// INVALID                        none: writing and reading fail
+// any other                      none: not written; read with its tag alone
 
 void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
     // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
@@ -36,9 +44,9 @@ void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
             break;
         case KM_BIGNUM:
         case KM_BYTES: {
-            const keymaster_blob_t bytes = orEmpty(&param.blob);
+            const bool empty = param.blob.data == nullptr;
             QCBOREncode_AddBytes_3(encoder, nullptr, label, CBOR_TAG_NONE,
-                                   {bytes.data, bytes.data_length});
+                                   {param.blob.data, empty ? 0 : param.blob.data_length});
             break;
         }
         case KM_INVALID:
@@ -53,12 +61,11 @@ void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
 keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
                              keymaster_key_param_t* out) {
     QCBORItem item;
-    std::memset(&item, 0xFF, sizeof(item));
-    reader->error = QCBORDecode_GetNext(reader->decoder, &item);
-    if (reader->error != QCBOR_SUCCESS) return KM_ERROR_INVALID_TAG;
-    const bool integer =
-        item.uLabelType == QCBOR_TYPE_INT64 || item.uLabelType == QCBOR_TYPE_UINT64;
-    if (!integer || item.label.uint64 > UINT32_MAX) return KM_ERROR_INVALID_TAG;
+    if (!fetchNext(reader, &item)) return KM_ERROR_INVALID_TAG;
+    // A label above the signed range, which is no tag either, has a type of its own.
+    if (item.uLabelType != QCBOR_TYPE_INT64 || item.label.uint64 > UINT32_MAX) {
+        return KM_ERROR_INVALID_TAG;
+    }
 
     *out = {};
     out->tag = static_cast<keymaster_tag_t>(item.label.uint64);
@@ -79,16 +86,14 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
             out->boolean = true;
             break;
         case KM_BIGNUM:
-        case KM_BYTES: {
+        case KM_BYTES:
             if (item.uDataType != QCBOR_TYPE_BYTE_STRING &&
                 item.uDataType != QCBOR_TYPE_TEXT_STRING) {
                 return KM_ERROR_INVALID_TAG;
             }
-            const keymaster_blob_t bytes = {static_cast<const uint8_t*>(item.val.string.ptr),
-                                            item.val.string.len};
-            out->blob = {copyBytes(transport, bytes).release(), bytes.data_length};
+            out->blob = copyForCaller(
+                transport, {static_cast<const uint8_t*>(item.val.string.ptr), item.val.string.len});
             break;
-        }
         case KM_INVALID:
             reader->error = KM_ERROR_UNKNOWN_ERROR;
             return KM_ERROR_INVALID_TAG;
@@ -98,42 +103,50 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
     return KM_ERROR_OK;
 }
 
-keymaster_error_t readParams(KeymasterUtils* transport, ResponseReader& response,
-                             keymaster_key_param_set_t* announced, ParamSetHolder* params) {
-    params->reset(new keymaster_key_param_set_t{nullptr, 0});
-    uint32_t count = 0;
-    const auto readCount = [&] { count = response.number32(MessageLabel::kParamCount); };
-    if (!response.optional(readCount)) return KM_ERROR_OK;
-    // Kept: the caller sees the announced count even if the parameters turn out to be bad.
-    if (announced != nullptr) announced->length = count;
-    if (count > kMaxParams) throw std::bad_alloc();
-    // More than the response has bytes cannot be there, and a missing one is a bad one.
-    if (count > response.size()) return KM_ERROR_INVALID_TAG;
-    if (count == 0) return KM_ERROR_OK;
+}  // namespace
 
-    (*params)->params = new keymaster_key_param_t[count]();
-    (*params)->length = count;
-    for (uint32_t i = 0; i < count; ++i) {
-        const keymaster_error_t result =
-            parseParam(response.reader(), transport, &(*params)->params[i]);
+void addParams(const keymaster_key_param_t* params, size_t count, QCBOREncodeContext* encoder) {
+    for (size_t i = 0; i < count; ++i) addParam(params[i], encoder);
+}
+
+keymaster_error_t parseParams(CborReader* reader, KeymasterUtils* transport, size_t count,
+                              keymaster_key_param_t* out) {
+    for (size_t i = 0; i < count; ++i) {
+        const keymaster_error_t result = parseParam(reader, transport, &out[i]);
         if (result != KM_ERROR_OK) return result;
     }
     return KM_ERROR_OK;
 }
 
-void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params) {
-    if (out_params == nullptr || params->length == 0) return;
-    out_params->params = params->params;
-    *params = {nullptr, 0};
+keymaster_error_t ResponseParams::read(ResponseReader& response, KeymasterUtils* transport,
+                                       keymaster_key_param_set_t* announced) {
+    const std::optional<uint32_t> count = response.optionalNumber32(MessageLabel::kParamCount);
+    if (!count) return KM_ERROR_OK;
+    // Kept: the caller sees the announced count even if the parameters turn out to be bad.
+    if (announced != nullptr) announced->length = *count;
+    if (*count > kMaxParams) throw std::bad_alloc();
+    // More than the response has bytes cannot be there, and a missing one is a bad one.
+    if (*count > response.size()) return KM_ERROR_INVALID_TAG;
+    if (*count == 0) return KM_ERROR_OK;
+
+    set_.params = new keymaster_key_param_t[*count]();
+    set_.length = *count;
+    return parseParams(response.reader(), transport, set_.length, set_.params);
+}
+
+void ResponseParams::moveTo(keymaster_key_param_set_t* out_params) {
+    if (out_params == nullptr || set_.length == 0) return;
+    out_params->params = set_.params;
+    set_ = {nullptr, 0};
 }
 
 }  // namespace keymasterdevice
 
 void KeymasterSerialize::addParams(const keymaster_key_param_t* param,
                                    QCBOREncodeContext* encoder) {
-    keymasterdevice::addParam(*param, encoder);
+    keymasterdevice::addParams(param, 1, encoder);
 }
 
 keymaster_error_t KeymasterSerialize::parseParams(CborReader* reader, keymaster_key_param_t* out) {
-    return keymasterdevice::parseParam(reader, transport_, out);
+    return keymasterdevice::parseParams(reader, transport_, 1, out);
 }

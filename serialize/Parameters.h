@@ -1,29 +1,45 @@
-// Key parameters as entries of a message.
+// Key parameters as entries of a message: the tag is the label, the value goes by the tag's type.
 #pragma once
 
 #include <KeymasterUtils.h>
 #include <hardware/keymaster_defs.h>
 
-#include <memory>
+#include <cstddef>
 
 #include "CborHelpers.h"
 #include "Outputs.h"
+#include "ResponseReader.h"
 
 namespace keymasterdevice {
 
-class ResponseReader;
+// `count` parameters as consecutive entries; see KeymasterSerialize::addParams and parseParams for
+// what becomes of each. Reading ends at the first bad one.
+void addParams(const keymaster_key_param_t* params, size_t count, QCBOREncodeContext* encoder);
+[[nodiscard]] keymaster_error_t parseParams(CborReader* reader,
+                                            keymasterutils::KeymasterUtils* transport, size_t count,
+                                            keymaster_key_param_t* out);
 
-using ParamSetHolder = std::unique_ptr<keymaster_key_param_set_t, ::keymasterKeyParamSetDelete>;
+// The parameters of a response, held until the whole message turned out to be good.
+class ResponseParams {
+  public:
+    ResponseParams() = default;
+    ~ResponseParams() { keymasterKeyParamSetDelete()(&set_); }
+    ResponseParams(const ResponseParams&) = delete;
+    ResponseParams& operator=(const ResponseParams&) = delete;
 
-void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder);
-keymaster_error_t parseParam(CborReader* reader, keymasterutils::KeymasterUtils* transport,
-                             keymaster_key_param_t* out);
+    // Reads kParamCount and the parameters, a group that may be absent. `announced`, unless null,
+    // gets the count at once. A bad parameter is KM_ERROR_INVALID_TAG; what was read before it is
+    // released. Throws std::bad_alloc.
+    [[nodiscard]] keymaster_error_t read(ResponseReader& response,
+                                         keymasterutils::KeymasterUtils* transport,
+                                         keymaster_key_param_set_t* announced);
 
-// The parameter group of begin, update and finish responses, which may be absent.
-keymaster_error_t readParams(keymasterutils::KeymasterUtils* transport, ResponseReader& response,
-                             keymaster_key_param_set_t* announced, ParamSetHolder* params);
+    // Moves the array to a caller who has the length already. A null `out_params` drops it, and an
+    // empty array leaves `out_params` alone.
+    void moveTo(keymaster_key_param_set_t* out_params);
 
-// Moves the array to the caller, who has its length already; without a place it is released.
-void storeParams(ParamSetHolder params, keymaster_key_param_set_t* out_params);
+  private:
+    keymaster_key_param_set_t set_ = {nullptr, 0};
+};
 
 }  // namespace keymasterdevice

@@ -6,96 +6,53 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <memory>
+#include <optional>
 
 #include "CborHelpers.h"
 #include "MessageLabels.h"
 
 namespace keymasterdevice {
 
-// What a decoder hands out: a copy from array new.
-inline std::unique_ptr<uint8_t[]> copyBytes(keymasterutils::KeymasterUtils* transport,
-                                            const keymaster_blob_t& source) {
-    std::unique_ptr<uint8_t[]> copy(new uint8_t[source.data_length]);
-    transport->km_memscpy(copy.get(), source.data_length, source.data, source.data_length);
-    return copy;
-}
-
-// An output of no bytes stays as the caller cleared it.
-inline void storeOutput(keymasterutils::KeymasterUtils* transport, const keymaster_blob_t& bytes,
-                        keymaster_blob_t* output) {
-    if (output == nullptr || bytes.data_length == 0) return;
-    *output = {copyBytes(transport, bytes).release(), bytes.data_length};
-}
-
-// A response under way: reads the entries of its map in the order of the calls. The first failure
-// sticks until finish() tells it; values read after it are zero.
+// One map, whose entries are read in the order of the calls; nothing is searched. The first failure
+// sticks until finish() reports it, and what is read after it is zero, so a run of reads is tested
+// once, at its end.
 class ResponseReader {
   public:
-    explicit ResponseReader(const keymaster_blob_t& response) : size_(response.data_length) {
-        QCBORDecode_Init(&decoder_, {response.data, response.data_length},
-                         QCBOR_DECODE_MODE_NORMAL);
-        std::memset(&reader_.item, 0xFF, sizeof(reader_.item));
-        CR_MAP_ENTER(&reader_);
-    }
+    // Enters the map in `response`, whose bytes must outlive this object.
+    explicit ResponseReader(const keymaster_blob_t& response);
     ~ResponseReader() = default;
     ResponseReader(const ResponseReader&) = delete;
     ResponseReader& operator=(const ResponseReader&) = delete;
 
-    uint32_t number32(MessageLabel label) {
-        uint32_t value = 0;
-        CRGetUint32FromMapWithUint64Label(&reader_, static_cast<uint64_t>(label), &value);
-        return value;
-    }
-
-    uint64_t number64(MessageLabel label) {
-        uint64_t value = 0;
-        CRGetUint64FromMapWithUint64Label(&reader_, static_cast<uint64_t>(label), &value);
-        return value;
-    }
-
+    uint32_t number32(MessageLabel label);
+    uint64_t number64(MessageLabel label);
     // The bytes stay in the response.
-    keymaster_blob_t bytes(MessageLabel label) {
-        keymaster_blob_t value = {nullptr, 0};
-        CRGetBytesOrStringFromMapWithUint64Label(&reader_, QCBOR_TYPE_BYTE_STRING,
-                                                 static_cast<uint64_t>(label), &value);
-        return value;
-    }
+    keymaster_blob_t bytes(MessageLabel label);
 
-    // Reads one entry with `read`, or puts the decoder back in front of whatever is there instead.
-    // Returns whether the entry was there.
-    // Kept: clearing the error also clears that of an answer that is no map, so a finish may be
-    // answered with no bytes at all.
-    template <typename Read>
-    bool optional(Read read) {
-        const QCBORDecodeContext saved = decoder_;
-        read();
-        if (ok()) return true;
-        decoder_ = saved;
-        reader_.error = 0;
-        return false;
-    }
+    // An entry that may be absent. Where the next one is not as wanted, nothing is read and there
+    // is no error. Kept: that also forgives an answer that is no map, so a finish may be answered
+    // with no bytes at all.
+    std::optional<uint32_t> optionalNumber32(MessageLabel label);
+    keymaster_blob_t optionalBytes(MessageLabel label);
 
-    keymaster_blob_t optionalBytes(MessageLabel label) {
-        keymaster_blob_t value = {nullptr, 0};
-        optional([&] { value = bytes(label); });
-        return value;
-    }
-
-    keymaster_error_t finish() {
-        if (!ok()) return static_cast<keymaster_error_t>(reader_.error);
-        return static_cast<keymaster_error_t>(QCBORDecode_Finish(&decoder_));
-    }
+    // The first failure, as CborReader says; else QCBOR's opinion of where the message ends.
+    [[nodiscard]] keymaster_error_t finish();
 
     bool ok() const { return reader_.error == 0; }
     CborReader* reader() { return &reader_; }
+    // Bytes of the whole response; no count that it announces can be larger.
     size_t size() const { return size_; }
 
   private:
+    void goBackTo(const QCBORDecodeContext& position);
+
     size_t size_;
     QCBORDecodeContext decoder_;
-    CborReader reader_ = {&decoder_, {}, 0};
+    CborReader reader_;
 };
+
+// A copy from array new of bytes in a response, for the caller, who releases it with free.
+keymaster_blob_t copyForCaller(keymasterutils::KeymasterUtils* transport,
+                               const keymaster_blob_t& bytes);
 
 }  // namespace keymasterdevice
