@@ -1,14 +1,18 @@
 // The messages of keys. Answers are read in the order of their entries.
 
+#include "EnumBits.h"
 #include "KeymasterSerialize.h"
+#include "Memory.h"
 #include "Presence.h"
 #include "RequestWriter.h"
 #include "ResponseReader.h"
 
 using keymasterdevice::copyForCaller;
+using keymasterdevice::enumToBits;
 using keymasterdevice::isPresent;
 using keymasterdevice::RequestWriter;
 using keymasterdevice::ResponseReader;
+using keymasterdevice::WipeAtExit;
 
 // ---- A key blob alone ----
 
@@ -67,7 +71,7 @@ keymaster_error_t KeymasterSerialize::serializeClientImpKey(const keymaster_key_
                                                             keymaster_blob_t* request) {
     RequestWriter writer(request);
     writer.params(params);
-    writer.number(MessageLabel::kKeyFormat, format);
+    writer.number(MessageLabel::kKeyFormat, enumToBits(format));
     writer.bytes(MessageLabel::kKeyData, key_data);
     return writer.finish();
 }
@@ -79,12 +83,13 @@ keymaster_error_t KeymasterSerialize::serializeClientImpKey(const keymaster_key_
 //   kWrappedKeyData
 //   kWrappingKeyBlob
 //   kMaskingKey
-// The vectors come by value so that the key material goes with the encoding.
+// The vectors come by value so that the masking key can be wiped here.
 // NOLINTBEGIN(performance-unnecessary-value-param)
 keymaster_error_t KeymasterSerialize::serializeClientSecureImportKey(
     const keymaster_key_param_set_t* params, uint64_t password_sid, uint64_t biometric_sid,
     std::vector<uint8_t> wrapped_key_data, std::vector<uint8_t> wrapping_key_blob,
     std::vector<uint8_t> masking_key, keymaster_blob_t* request) {
+    const WipeAtExit wiped(masking_key.data(), masking_key.size());
     RequestWriter writer(request);
     writer.params(params);
     writer.number(MessageLabel::kPasswordSid, password_sid);
@@ -121,7 +126,7 @@ keymaster_error_t KeymasterSerialize::serializeClientExpKey(keymaster_key_format
     // request with application data alone does not encode.
     if (isPresent(app_data)) writer.param(param);
     writer.bytes(MessageLabel::kKeyBlob, key_blob);
-    writer.number(MessageLabel::kKeyFormat, format);
+    writer.number(MessageLabel::kKeyFormat, enumToBits(format));
     return writer.finish();
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "EnumBits.h"
 #include "KeymasterSerialize.h"
 #include "Limits.h"
 #include "Parameters.h"
@@ -10,6 +11,7 @@
 #include "ResponseReader.h"
 
 using keymasterdevice::copyForCaller;
+using keymasterdevice::enumToBits;
 using keymasterdevice::isPresent;
 using keymasterdevice::kMaxInputBytes;
 using keymasterdevice::RequestWriter;
@@ -37,7 +39,7 @@ keymaster_error_t KeymasterSerialize::serializeClientBegin(keymaster_purpose_t p
                                                            keymaster_blob_t* request) {
     RequestWriter writer(request);
     writer.params(params, 1);
-    writer.param(keymaster_param_enum(KM_TAG_PURPOSE, purpose));
+    writer.param(keymaster_param_enum(KM_TAG_PURPOSE, enumToBits(purpose)));
     writer.bytes(MessageLabel::kKeyBlob, key_blob);
     return writer.finish();
 }

@@ -3,6 +3,7 @@
 #include <new>
 #include <optional>
 
+#include "EnumBits.h"
 #include "KeymasterSerialize.h"
 #include "Limits.h"
 #include "NextItem.h"
@@ -24,7 +25,7 @@ namespace {
 void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
     // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
     // back that way they are refused, and the secure application sends them as positive numbers.
-    const int64_t label = static_cast<int32_t>(param.tag);
+    const int64_t label = static_cast<int32_t>(enumToBits(param.tag));
     switch (keymaster_tag_get_type(param.tag)) {
         case KM_ENUM:
         case KM_ENUM_REP:
@@ -68,7 +69,7 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
     }
 
     *out = {};
-    out->tag = static_cast<keymaster_tag_t>(item.label.uint64);
+    out->tag = enumFromBits<keymaster_tag_t>(static_cast<uint32_t>(item.label.uint64));
     switch (keymaster_tag_get_type(out->tag)) {
         // Kept: the type of an integer's item is not checked.
         case KM_ENUM:

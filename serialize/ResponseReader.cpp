@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "EnumBits.h"
 #include "NextItem.h"
 
 namespace keymasterdevice {
@@ -49,7 +50,7 @@ keymaster_blob_t ResponseReader::optionalBytes(MessageLabel label) {
 }
 
 keymaster_error_t ResponseReader::finish() {
-    return static_cast<keymaster_error_t>(ok() ? QCBORDecode_Finish(&decoder_) : reader_.error);
+    return errorFromWord(ok() ? QCBORDecode_Finish(&decoder_) : reader_.error);
 }
 
 void ResponseReader::goBackTo(const QCBORDecodeContext& position) {
