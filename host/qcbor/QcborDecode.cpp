@@ -399,8 +399,5 @@ int QCBORDecode_GetNext(QCBORDecodeContext* pCtx, QCBORItem* pDecodedItem) {
 }
 
 int QCBORDecode_Finish(QCBORDecodeContext* pCtx) {
-    if (unreadSize(*pCtx) > 0) {
-        return QCBOR_ERR_EXTRA_BYTES;
-    }
-    return pCtx->uLevel > 0 ? QCBOR_ERR_ARRAY_OR_MAP_STILL_OPEN : QCBOR_SUCCESS;
+    return unreadSize(*pCtx) > 0 ? QCBOR_ERR_EXTRA_BYTES : QCBOR_SUCCESS;
 }

@@ -328,8 +328,8 @@ void QCBORDecode_Init(QCBORDecodeContext* pCtx, UsefulBufC Encoded, int8_t nMode
  * stay there. */
 int QCBORDecode_GetNext(QCBORDecodeContext* pCtx, QCBORItem* pDecodedItem);
 
-/* QCBOR_ERR_EXTRA_BYTES if unread bytes remain, else QCBOR_ERR_ARRAY_OR_MAP_STILL_OPEN if a
- * container lacks entries, else QCBOR_SUCCESS. Changes nothing. */
+/* QCBOR_ERR_EXTRA_BYTES if unread bytes remain, else QCBOR_SUCCESS, also with containers that lack
+ * entries. Changes nothing. */
 int QCBORDecode_Finish(QCBORDecodeContext* pCtx);
 
 #ifdef __cplusplus
