@@ -116,7 +116,7 @@ struct hidl_vec {
     }
 
     hidl_vec& operator=(const hidl_vec& other) {
-        if (this != &other) assignCopy(other.begin(), other.size());
+        if (this != &other) assignCopy(other.data(), other.size());
         return *this;
     }
 
@@ -143,7 +143,7 @@ struct hidl_vec {
         return *this;
     }
 
-    operator std::vector<T>() const { return std::vector<T>(begin(), end()); }
+    operator std::vector<T>() const { return std::vector<T>(data(), data() + size_); }
 
     T* data() { return buffer_; }
     const T* data() const { return buffer_; }
@@ -160,17 +160,21 @@ struct hidl_vec {
     // Copies the elements that fit into a fresh owned buffer; the others are value-initialised. A
     // view becomes an owned copy.
     void resize(size_t size) {
-        hidl_vec fresh = allocate(size);
-        std::copy_n(begin(), std::min(size, this->size()), fresh.begin());
+        hidl_vec fresh = own(new T[checkedSize(size)](), size);
+        const size_t kept = std::min(size, this->size());
+        if (ownsBuffer_) {
+            std::move(data(), data() + kept, fresh.data());
+        } else {
+            std::copy(data(), data() + kept, fresh.data());
+        }
         *this = std::move(fresh);
     }
 
     // Refers to `data` from now on. With shouldOwn the vector frees it later with delete[].
     void setToExternal(T* data, size_t size, bool shouldOwn = false) {
-        checkSize(size);
         release();
         buffer_ = data;
-        size_ = static_cast<uint32_t>(size);
+        size_ = checkedSize(size);
         ownsBuffer_ = shouldOwn;
     }
 
@@ -184,21 +188,21 @@ struct hidl_vec {
     }
 
     bool operator==(const hidl_vec& other) const {
-        return size_ == other.size_ && std::equal(begin(), end(), other.begin());
+        return size_ == other.size_ && std::equal(data(), data() + size_, other.data());
     }
     bool operator!=(const hidl_vec& other) const { return !(*this == other); }
 
   private:
-    static void checkSize(size_t size) {
+    static uint32_t checkedSize(size_t size) {
         if (size > std::numeric_limits<uint32_t>::max()) {
             details::logAlwaysFatal("hidl_vec can't hold more than 2^32 - 1 elements");
         }
+        return static_cast<uint32_t>(size);
     }
 
-    static hidl_vec allocate(size_t size) {
-        checkSize(size);
+    static hidl_vec own(T* data, size_t size) {
         hidl_vec fresh;
-        fresh.setToExternal(new T[size](), size, true);
+        fresh.setToExternal(data, size, true);
         return fresh;
     }
 
@@ -211,12 +215,17 @@ struct hidl_vec {
         if (ownsBuffer_) delete[] static_cast<T*>(buffer_);
     }
 
-    // Copies before the old buffer goes: the source may lie in it.
+    // Copies before the old buffer goes: the source may lie in it. Elements are not cleared first,
+    // and those of a trivial type are copied as one block.
     template <typename Iterator>
     void adoptCopy(Iterator from, size_t count) {
-        hidl_vec copy = allocate(count);
-        std::transform(from, std::next(from, static_cast<ptrdiff_t>(count)), copy.begin(),
-                       [](const auto& element) { return static_cast<T>(element); });
+        hidl_vec copy = own(new T[checkedSize(count)], count);
+        if constexpr (std::is_same_v<typename std::iterator_traits<Iterator>::value_type, T>) {
+            std::copy_n(from, count, copy.data());
+        } else {
+            std::transform(from, std::next(from, static_cast<ptrdiff_t>(count)), copy.data(),
+                           [](const auto& element) { return static_cast<T>(element); });
+        }
         *this = std::move(copy);
     }
 
