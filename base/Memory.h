@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 namespace keymasterdevice {
 
@@ -47,6 +48,19 @@ class WipeAtExit {
   private:
     void* memory_;
     size_t size_;
+};
+
+// The same for what a vector of the caller's holds by then, which is nothing once it was moved
+// from.
+class WipeVectorAtExit {
+  public:
+    explicit WipeVectorAtExit(std::vector<uint8_t>& bytes) : bytes_(bytes) {}
+    ~WipeVectorAtExit() { wipe(bytes_.data(), bytes_.size()); }
+    WipeVectorAtExit(const WipeVectorAtExit&) = delete;
+    WipeVectorAtExit& operator=(const WipeVectorAtExit&) = delete;
+
+  private:
+    std::vector<uint8_t>& bytes_;
 };
 
 }  // namespace keymasterdevice
