@@ -3,6 +3,7 @@
 #include <KeymasterUtils.h>
 
 #include "BadAlloc.h"
+#include "Channel.h"
 #include "KeymasterCryptoDevice.h"
 
 namespace keymasterdevice {
@@ -13,6 +14,10 @@ KeymasterHalDevice::KeymasterHalDevice(keymaster_security_level_t level)
       security_level_(level) {}
 
 KeymasterHalDevice::~KeymasterHalDevice() = default;
+
+Channel KeymasterHalDevice::channel() const {
+    return {*transport_, isStrongBox()};
+}
 
 uint32_t KeymasterHalDevice::get_keymaster_version() {
     return transport_->getKeymasterVersion();

@@ -36,6 +36,7 @@ namespace keymasterdevice {
 class KeymasterBuffer;
 class KeymasterCryptoDevice;
 struct CborCommand;
+struct Channel;
 
 class KeymasterHalDevice {
   public:
@@ -201,6 +202,7 @@ class KeymasterHalDevice {
                                        keymaster_key_param_t* params, unsigned int count);
 
   private:
+    Channel channel() const;
     bool isStrongBox() const { return security_level_ == KM_SECURITY_LEVEL_STRONGBOX; }
 
     template <typename Encode, typename Decode>

@@ -31,8 +31,7 @@ static_assert(kNonceOffset == 36, "fixed by the protocol");
 keymaster_error_t KeymasterHalDevice::legacy_get_hmac_sharing_parameters(
     hmac_sharing_params_t* params) {
     if (params == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    LegacyExchange exchange(*transport_, kGetHmacSharingParameters, isStrongBox(),
-                            parameters_request::kWords);
+    LegacyExchange exchange(channel(), kGetHmacSharingParameters, parameters_request::kWords);
     const keymaster_error_t error = exchange.send();
     if (error != KM_ERROR_OK) return error;
 
@@ -48,8 +47,7 @@ keymaster_error_t KeymasterHalDevice::legacy_get_hmac_sharing_parameters(
 keymaster_error_t KeymasterHalDevice::legacy_compute_shared_hmac(
     std::vector<hmac_sharing_params_t> params, std::vector<uint8_t>& sharing_check) {
     if (params.empty()) return KM_ERROR_UNEXPECTED_NULL_POINTER;
-    LegacyExchange exchange(*transport_, kComputeSharedHmac, isStrongBox(),
-                            compute_request::kWords);
+    LegacyExchange exchange(channel(), kComputeSharedHmac, compute_request::kWords);
     exchange.setWord(compute_request::kParamsOffset, exchange.offset());
     exchange.setWord(compute_request::kNumParams, narrowLength(params.size()));
     exchange.append(params.data(), params.size() * sizeof(hmac_sharing_params_t));

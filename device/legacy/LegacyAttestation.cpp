@@ -118,10 +118,10 @@ keymaster_error_t KeymasterHalDevice::legacy_attest_key(const keymaster_key_blob
         key_blob->key_material_size == 0 || params == nullptr || cert_chain == nullptr) {
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
-    keymaster_error_t error = bringUpLink(*transport_, kAttestKey);
+    keymaster_error_t error = bringUpLink(channel(), kAttestKey);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kAttestKey, isStrongBox(), attest_request::kWords);
+    LegacyExchange exchange(channel(), kAttestKey, attest_request::kWords);
     exchange.addItem(attest_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
     const AttestationDates dates = readAttestationDates(*key_blob);

@@ -46,14 +46,14 @@ keymaster_error_t KeymasterHalDevice::LegacySetRot(uint8_t* root_of_trust, uint8
                                                    uint32_t system_patchlevel) {
     if (root_of_trust == nullptr || boot_state == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
 
-    LegacyExchange rot(*transport_, kSetRot, isStrongBox(), rot_request::kWords);
+    LegacyExchange rot(channel(), kSetRot, rot_request::kWords);
     rot.addItem(rot_request::kRootOffset, root_of_trust, kRootOfTrustBytes);
     const keymaster_error_t error = rot.send();
     if (error != KM_ERROR_OK) return error;
 
     // Kept: the second request is appended through the first one's builder, so its body lands
     // behind the first request, at offset 60, while its header says 16.
-    LegacyExchange state(*transport_, kSetBootState, isStrongBox(), state_request::kWords, &rot);
+    LegacyExchange state(channel(), kSetBootState, state_request::kWords, &rot);
     state.setWord(state_request::kZero, 0);
     state.setWord(state_request::kBodyOffset, state_request::kWords * kWordBytes);
     state.setWord(state_request::kBodyBytes, state_body::kBytes);

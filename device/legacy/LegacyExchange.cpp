@@ -36,9 +36,8 @@ uint32_t narrowLength(uint64_t length) {
     return static_cast<uint32_t>(std::min(length, kMost));
 }
 
-keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,
-                              const LegacyCommand& command) {
-    const keymaster_error_t error = transport.hsm_init();
+keymaster_error_t bringUpLink(const Channel& channel, const Command& command) {
+    const keymaster_error_t error = channel.transport.hsm_init();
     if (error != KM_ERROR_OK) logFailure(command.method, error, 0);
     return error;
 }
@@ -92,12 +91,11 @@ LegacyResponse LegacyResponse::record(uint32_t offset) {
     return LegacyResponse(start_, 0);
 }
 
-LegacyExchange::LegacyExchange(keymasterutils::KeymasterUtils& transport,
-                               const LegacyCommand& command, bool strongbox, uint32_t header_words,
-                               LegacyExchange* append_through)
-    : transport_(transport),
+LegacyExchange::LegacyExchange(const Channel& channel, const Command& command,
+                               uint32_t header_words, LegacyExchange* append_through)
+    : transport_(channel.transport),
       command_(command),
-      buffer_(static_cast<uint8_t*>(transport.vaultlink_dev_init())) {
+      buffer_(static_cast<uint8_t*>(channel.transport.vaultlink_dev_init())) {
     if (buffer_ == nullptr) {
         KM_LOG_ERROR(kDeviceLogTag, "%s", command.no_buffer);
         error_ = KM_ERROR_INVALID_ARGUMENT;
@@ -113,7 +111,7 @@ LegacyExchange::LegacyExchange(keymasterutils::KeymasterUtils& transport,
     keep(writer_->append_to_buf(buffer_, header_words * kWordBytes));
     if (error_ != KM_ERROR_OK) return;
     header_ = LegacyRecord(buffer_);
-    header_.setWord(0, strongbox ? command.strongbox_id : command.id);
+    header_.setWord(0, command.recordId(channel.strongbox));
 }
 
 void LegacyExchange::keep(keymaster_error_t error) {
@@ -212,7 +210,8 @@ bool LegacyExchange::answered(keymaster_error_t status) const {
 keymaster_error_t LegacyExchange::judge() const {
     if (answered(KM_ERROR_OK)) return KM_ERROR_OK;
     if (send_result_ == 0 && !status_readable_) return KM_ERROR_UNKNOWN_ERROR;
-    logFailure(command_.send_failure, send_result_, status_);
+    logFailure(command_.send_failure != nullptr ? command_.send_failure : command_.method,
+               send_result_, status_);
     return static_cast<keymaster_error_t>(send_result_ != 0 ? send_result_ : status_);
 }
 

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "Channel.h"
 #include "Commands.h"
 #include "Log.h"
 #include "Memory.h"
@@ -90,8 +91,8 @@ class LegacyExchange {
     // identifier into its first word. The header is not cleared: a word that a command does not
     // write keeps what the buffer held. With `append_through` everything is appended, and every
     // offset taken, through the builder of that exchange, which must live longer.
-    LegacyExchange(keymasterutils::KeymasterUtils& transport, const LegacyCommand& command,
-                   bool strongbox, uint32_t header_words, LegacyExchange* append_through = nullptr);
+    LegacyExchange(const Channel& channel, const Command& command, uint32_t header_words,
+                   LegacyExchange* append_through = nullptr);
 
     void setWord(uint32_t index, uint32_t value);
     void setWords64(uint32_t index, uint64_t value);
@@ -139,7 +140,7 @@ class LegacyExchange {
     void keep(keymaster_error_t error);
 
     keymasterutils::KeymasterUtils& transport_;
-    const LegacyCommand& command_;
+    const Command& command_;
     keymaster_error_t error_ = KM_ERROR_OK;
     uint8_t* buffer_ = nullptr;
     std::unique_ptr<KeymasterBuffer> builder_;
@@ -152,8 +153,7 @@ class LegacyExchange {
 };
 
 // Brings up the link to the secure processor; a failure is logged under the method's name.
-[[nodiscard]] keymaster_error_t bringUpLink(keymasterutils::KeymasterUtils& transport,
-                                            const LegacyCommand& command);
+[[nodiscard]] keymaster_error_t bringUpLink(const Channel& channel, const Command& command);
 
 // Copies with the transport's bounded copy; returns the number of bytes copied.
 size_t copyOut(keymasterutils::KeymasterUtils& transport, uint8_t* out, const ByteSpan& bytes);

@@ -32,7 +32,7 @@ static_assert(kWords * kWordBytes == 8, "fixed by the protocol");
 }  // namespace
 
 keymaster_error_t KeymasterHalDevice::legacy_configure(const keymaster_key_param_set_t* params) {
-    LegacyExchange exchange(*transport_, kConfigure, isStrongBox(), configure_request::kWords);
+    LegacyExchange exchange(channel(), kConfigure, configure_request::kWords);
     exchange.addOptionalParams(configure_request::kParamsOffset, params);
     return exchange.send();
 }
@@ -45,26 +45,25 @@ keymaster_error_t KeymasterHalDevice::legacy_delete_key(const keymaster_key_blob
         clearFbeKey(key_blob->key_material);
         return KM_ERROR_OK;
     }
-    const keymaster_error_t error = bringUpLink(*transport_, kDeleteKey);
+    const keymaster_error_t error = bringUpLink(channel(), kDeleteKey);
     if (error != KM_ERROR_OK) return error;
-    LegacyExchange exchange(*transport_, kDeleteKey, isStrongBox(), delete_request::kWords);
+    LegacyExchange exchange(channel(), kDeleteKey, delete_request::kWords);
     exchange.addItem(delete_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
     return exchange.send();
 }
 
 keymaster_error_t KeymasterHalDevice::legacy_delete_all_keys() {
-    const keymaster_error_t error = bringUpLink(*transport_, kDeleteAllKeys);
+    const keymaster_error_t error = bringUpLink(channel(), kDeleteAllKeys);
     if (error != KM_ERROR_OK) return error;
-    LegacyExchange exchange(*transport_, kDeleteAllKeys, isStrongBox(), delete_all_request::kWords);
+    LegacyExchange exchange(channel(), kDeleteAllKeys, delete_all_request::kWords);
     return exchange.send();
 }
 
 keymaster_error_t KeymasterHalDevice::legacy_destroy_device_ids() {
-    const keymaster_error_t error = bringUpLink(*transport_, kDestroyDeviceIds);
+    const keymaster_error_t error = bringUpLink(channel(), kDestroyDeviceIds);
     if (error != KM_ERROR_OK) return error;
-    LegacyExchange exchange(*transport_, kDestroyDeviceIds, isStrongBox(),
-                            destroy_ids_request::kWords);
+    LegacyExchange exchange(channel(), kDestroyDeviceIds, destroy_ids_request::kWords);
     exchange.setWord(destroy_ids_request::kZero, 0);
     return exchange.send();
 }

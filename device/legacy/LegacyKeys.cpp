@@ -140,7 +140,7 @@ keymaster_error_t KeymasterHalDevice::generate_key_common(const keymaster_key_pa
     }
     if (key_blob == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
 
-    LegacyExchange exchange(*transport_, kGenerateKey, isStrongBox(), generate_request::kWords);
+    LegacyExchange exchange(channel(), kGenerateKey, generate_request::kWords);
     exchange.addOptionalParams(generate_request::kParamsOffset, params);
     const keymaster_error_t error = exchange.send();
     if (error != KM_ERROR_OK) return error;
@@ -157,7 +157,7 @@ keymaster_error_t KeymasterHalDevice::generate_key_common(const keymaster_key_pa
 keymaster_error_t KeymasterHalDevice::legacy_generate_key(
     const keymaster_key_param_set_t* params, keymaster_key_blob_t* key_blob,
     keymaster_key_characteristics_t* characteristics) {
-    keymaster_error_t error = bringUpLink(*transport_, kGenerateKey);
+    keymaster_error_t error = bringUpLink(channel(), kGenerateKey);
     if (error != KM_ERROR_OK) return error;
     error = generate_key_common(params, key_blob);
     if (error == KM_ERROR_OK) {
@@ -178,11 +178,10 @@ keymaster_error_t KeymasterHalDevice::legacy_get_key_characteristics(
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
     if (characteristics == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kGetKeyCharacteristics);
+    keymaster_error_t error = bringUpLink(channel(), kGetKeyCharacteristics);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kGetKeyCharacteristics, isStrongBox(),
-                            characteristics_request::kWords);
+    LegacyExchange exchange(channel(), kGetKeyCharacteristics, characteristics_request::kWords);
     exchange.addItem(characteristics_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
     exchange.addOptionalItem(characteristics_request::kClientIdOffset, client_id);
@@ -206,10 +205,10 @@ keymaster_error_t KeymasterHalDevice::legacy_upgrade_key(
     if (key_blob == nullptr || key_blob->key_material == nullptr || upgraded_key == nullptr) {
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
-    keymaster_error_t error = bringUpLink(*transport_, kUpgradeKey);
+    keymaster_error_t error = bringUpLink(channel(), kUpgradeKey);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kUpgradeKey, isStrongBox(), upgrade_request::kWords);
+    LegacyExchange exchange(channel(), kUpgradeKey, upgrade_request::kWords);
     exchange.addItem(upgrade_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
     exchange.addOptionalParams(upgrade_request::kParamsOffset, upgrade_params);
@@ -237,10 +236,10 @@ keymaster_error_t KeymasterHalDevice::legacy_import_key(
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
     if (key_blob == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kImportKey);
+    keymaster_error_t error = bringUpLink(channel(), kImportKey);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kImportKey, isStrongBox(), import_request::kWords);
+    LegacyExchange exchange(channel(), kImportKey, import_request::kWords);
     exchange.setWord(import_request::kFormat, static_cast<uint32_t>(format));
     exchange.addOptionalParams(import_request::kParamsOffset, params);
     if (exchange.error() != KM_ERROR_OK) return exchange.error();
@@ -267,11 +266,11 @@ keymaster_error_t KeymasterHalDevice::legacy_import_wrapped_key(
     std::vector<uint8_t> wrapping_key_blob, std::vector<uint8_t> masking_key,
     keymaster_key_blob_t* key_blob, keymaster_key_characteristics_t* characteristics) {
     if (key_blob == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kImportWrappedKey);
+    keymaster_error_t error = bringUpLink(channel(), kImportWrappedKey);
     if (error != KM_ERROR_OK) return error;
 
     using namespace wrapped_request;
-    LegacyExchange exchange(*transport_, kImportWrappedKey, isStrongBox(), kWords);
+    LegacyExchange exchange(channel(), kImportWrappedKey, kWords);
     exchange.setWords64(kPasswordSidLow, password_sid);
     exchange.setWords64(kBiometricSidLow, biometric_sid);
     exchange.addItem(kWrappingKeyOffset, wrapping_key_blob.data(), wrapping_key_blob.size());

@@ -218,10 +218,10 @@ keymaster_error_t KeymasterHalDevice::legacy_begin_operation(
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
     if (op_handle == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kBegin);
+    keymaster_error_t error = bringUpLink(channel(), kBeginOperation);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kBegin, isStrongBox(), begin_request::kWords);
+    LegacyExchange exchange(channel(), kBeginOperation, begin_request::kWords);
     exchange.setWord(begin_request::kPurpose, static_cast<uint32_t>(purpose));
     exchange.addItem(begin_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
@@ -259,13 +259,13 @@ keymaster_error_t KeymasterHalDevice::legacy_update_operation(
     uint64_t op_handle, const keymaster_key_param_set_t* params, const keymaster_blob_t* input,
     uint32_t* input_consumed, keymaster_key_param_set_t* out_params, keymaster_blob_t* output) {
     if (input_consumed == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kUpdate);
+    keymaster_error_t error = bringUpLink(channel(), kUpdateOperation);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kUpdate, isStrongBox(), update_request::kWords);
+    LegacyExchange exchange(channel(), kUpdateOperation, update_request::kWords);
     exchange.setWords64(update_request::kHandleLow, op_handle);
     exchange.addOptionalParams(update_request::kParamsOffset, params);
-    addInput(exchange, update_request::kInputOffset, input, isStrongBox());
+    addInput(exchange, update_request::kInputOffset, input, channel().strongbox);
     exchange.labelResponse(update_response::kOutputOffset, update_response::kBytes);
     if (exchange.error() != KM_ERROR_OK) return exchange.error();
     error = exchange.send();
@@ -290,13 +290,13 @@ keymaster_error_t KeymasterHalDevice::legacy_finish_operation(
     uint64_t op_handle, const keymaster_key_param_set_t* params, const keymaster_blob_t* input,
     const keymaster_blob_t* signature, keymaster_key_param_set_t* out_params,
     keymaster_blob_t* output) {
-    keymaster_error_t error = bringUpLink(*transport_, kFinish);
+    keymaster_error_t error = bringUpLink(channel(), kFinishOperation);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kFinish, isStrongBox(), finish_request::kWords);
+    LegacyExchange exchange(channel(), kFinishOperation, finish_request::kWords);
     exchange.setWords64(finish_request::kHandleLow, op_handle);
     exchange.addOptionalParams(finish_request::kParamsOffset, params);
-    addInput(exchange, finish_request::kInputOffset, input, isStrongBox());
+    addInput(exchange, finish_request::kInputOffset, input, channel().strongbox);
     if (exchange.error() != KM_ERROR_OK) return exchange.error();
     if (isPresent(signature) && untrack(operation_purposes_, op_handle, KM_PURPOSE_VERIFY)) {
         error = addSignatureRecord(exchange, *crypto_device_, *signature);
@@ -328,9 +328,9 @@ keymaster_error_t KeymasterHalDevice::legacy_finish_operation(
 
 keymaster_error_t KeymasterHalDevice::legacy_abort_operation(uint64_t op_handle) {
     operation_purposes_.erase(op_handle);  // even where the secure application is not reached
-    const keymaster_error_t error = bringUpLink(*transport_, kAbort);
+    const keymaster_error_t error = bringUpLink(channel(), kAbortOperation);
     if (error != KM_ERROR_OK) return error;
-    LegacyExchange exchange(*transport_, kAbort, isStrongBox(), abort_request::kWords);
+    LegacyExchange exchange(channel(), kAbortOperation, abort_request::kWords);
     exchange.setWords64(abort_request::kHandleLow, op_handle);
     return exchange.send();
 }

@@ -95,10 +95,10 @@ keymaster_error_t KeymasterHalDevice::legacy_export_key(keymaster_key_format_t f
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
     if (export_data == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
-    keymaster_error_t error = bringUpLink(*transport_, kExportKey);
+    keymaster_error_t error = bringUpLink(channel(), kExportKey);
     if (error != KM_ERROR_OK) return error;
 
-    LegacyExchange exchange(*transport_, kExportKey, isStrongBox(), export_request::kWords);
+    LegacyExchange exchange(channel(), kExportKey, export_request::kWords);
     exchange.setWord(export_request::kFormat, static_cast<uint32_t>(format));
     exchange.addItem(export_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);

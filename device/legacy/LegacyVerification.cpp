@@ -37,11 +37,10 @@ static_assert(kWords * kWordBytes == 12, "fixed by the protocol");
 
 keymaster_error_t KeymasterHalDevice::LegacyVerifyAuthorization(uint64_t challenge,
                                                                 verification_token_t* token) {
-    if (isStrongBox()) return KM_ERROR_UNIMPLEMENTED;
+    if (kVerifyAuthorization.recordId(channel().strongbox) == kNone) return KM_ERROR_UNIMPLEMENTED;
     if (token == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
 
-    LegacyExchange exchange(*transport_, kVerifyAuthorization, isStrongBox(),
-                            verify_request::kWords);
+    LegacyExchange exchange(channel(), kVerifyAuthorization, verify_request::kWords);
     exchange.setWords64(verify_request::kChallengeLow, challenge);
     const keymaster_error_t error = exchange.send();
     if (error != KM_ERROR_OK) return error;
@@ -63,8 +62,7 @@ keymaster_error_t KeymasterHalDevice::LegacyVerifyAuthorization(uint64_t challen
 keymaster_error_t KeymasterHalDevice::legacy_get_date_support(bool* supported) {
     if (supported == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
 
-    LegacyExchange exchange(*transport_, kGetDateSupport, isStrongBox(),
-                            date_support_request::kWords);
+    LegacyExchange exchange(channel(), kGetDateSupport, date_support_request::kWords);
     keymaster_error_t error = exchange.transmit();
     if (error != KM_ERROR_OK) return error;
     if (exchange.answered(KM_ERROR_INVALID_TAG)) {
