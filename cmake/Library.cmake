@@ -9,8 +9,12 @@ set(LUMO_LIBRARY_SOURCES
     crypto/keyblob/AttestationDates.cpp
     crypto/keyblob/KeyBlobReader.cpp
     device/KeymasterHalDevice.cpp
-    device/KeymasterHalDeviceDiagnostics.cpp
+    device/cbor/CborAgreement.cpp
+    device/cbor/CborAttestation.cpp
+    device/cbor/CborDeviceState.cpp
+    device/cbor/CborExchange.cpp
     device/cbor/CborKeys.cpp
+    device/cbor/CborOperations.cpp
     device/legacy/FbeKey.cpp
     device/legacy/LegacyAgreement.cpp
     device/legacy/LegacyAttestation.cpp

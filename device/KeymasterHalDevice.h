@@ -35,7 +35,6 @@ namespace keymasterdevice {
 
 class KeymasterBuffer;
 class KeymasterCryptoDevice;
-struct CborCommand;
 struct Channel;
 
 class KeymasterHalDevice {
@@ -203,10 +202,6 @@ class KeymasterHalDevice {
 
   private:
     Channel channel() const;
-    bool isStrongBox() const { return security_level_ == KM_SECURITY_LEVEL_STRONGBOX; }
-
-    template <typename Encode, typename Decode>
-    keymaster_error_t exchange(const CborCommand& command, Encode encode, Decode decode);
 
     std::unique_ptr<KeymasterCryptoDevice> crypto_device_;
     std::unique_ptr<keymasterutils::KeymasterUtils> transport_;
