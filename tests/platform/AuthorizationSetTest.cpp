@@ -55,18 +55,6 @@ TEST(AuthorizationSet, CopiesAndMovesAndTakesItsOwnContent) {
     for (const keymaster_key_param_t& kept : copy) EXPECT_EQ(bytesOf(kept), "nonce");
 }
 
-TEST(AuthorizationSet, FindsByTag) {
-    const keymaster_key_param_t params[] = {keymaster_param_enum(KM_TAG_PURPOSE, 2),
-                                            keymaster_param_bool(KM_TAG_NO_AUTH_REQUIRED),
-                                            keymaster_param_enum(KM_TAG_PURPOSE, 3)};
-    const AuthorizationSet set(params, 3);
-    EXPECT_EQ(set.find(KM_TAG_PURPOSE), 0);
-    EXPECT_EQ(set.find(KM_TAG_PURPOSE, 0), 2);
-    EXPECT_EQ(set.find(KM_TAG_PURPOSE, 2), -1);
-    EXPECT_EQ(set[3].tag, KM_TAG_INVALID);
-    EXPECT_EQ(set[-1].tag, KM_TAG_INVALID);
-}
-
 TEST(AuthorizationSet, StaysInvalidUntilReinitialized) {
     AuthorizationSet set;
     const keymaster_key_param_t huge = keymaster_param_blob(KM_TAG_NONCE, nullptr, 5);

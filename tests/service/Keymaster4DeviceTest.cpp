@@ -1,5 +1,6 @@
 #include <Keymaster4Device.h>
 
+#include "EnumBits.h"
 #include "ServiceMethods.h"
 
 namespace {
@@ -8,6 +9,7 @@ using namespace ::lumo::test;
 using ::keymaster::V4_0::CreateKeymasterDevice;
 using ::keymaster::V4_0::CreateSbKeymasterDevice;
 using ::keymaster::V4_0::Keymaster4Device;
+using ::keymasterdevice::enumFromBits;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -104,20 +106,22 @@ TEST_F(Keymaster4DeviceTest, EveryMethod) {
 
 TEST_F(Keymaster4DeviceTest, HardwareInfoByLevel) {
     const struct {
-        keymaster_security_level_t level;
+        uint32_t level;
         int calls;
         SecurityLevel told;
     } cases[] = {
         {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, 1, SecurityLevel::TRUSTED_ENVIRONMENT},
         {KM_SECURITY_LEVEL_STRONGBOX, 1, SecurityLevel::STRONGBOX},
         {KM_SECURITY_LEVEL_SOFTWARE, 0, {}},
-        {static_cast<keymaster_security_level_t>(3), 0, {}},
+        {0x80000003, 0, {}},
     };
     for (const auto& c : cases) {
         transport.reset();
         transport.keymaster_version = 4000000001;
         transport.willReply(words({0}));
-        const sp<IKeymasterDevice> device = new Keymaster4Device(c.level);
+        const sp<IKeymasterDevice> device =
+            new Keymaster4Device(enumFromBits<keymaster_security_level_t>(c.level));
+        EXPECT_EQ(transport.level, c.level);
         int calls = 0;
         const auto result =
             device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
@@ -128,6 +132,48 @@ TEST_F(Keymaster4DeviceTest, HardwareInfoByLevel) {
             });
         EXPECT_TRUE(result.isOk());
         EXPECT_EQ(calls, c.calls);
+    }
+}
+
+TEST_F(Keymaster4DeviceTest, ValuesWithoutAnEnumeratorPassUnchanged) {
+    for (const bool legacy : {false, true}) {
+        SCOPED_TRACE(legacy);
+        const auto device = start();
+        transport.legacy = legacy;
+        for (const int32_t code : {5000, -5000, INT32_MIN}) {
+            transport.hsm_result = code;
+            EXPECT_EQ(ErrorCode(device->abort(1)), ErrorCode{code});
+            transport.hsm_result = 0;
+            if (legacy) transport.willReply(words({static_cast<uint32_t>(code)}));
+            if (!legacy) transport.replies = {{code, {}}};
+            EXPECT_EQ(ErrorCode(device->abort(1)), ErrorCode{code});
+        }
+        const struct {
+            std::function<void(Answer&)> call;
+            size_t word;  // of the record
+            uint32_t value;
+            const char* cbor;  // label and value
+        } cases[] = {
+            {[&](Answer& a) { device->begin(KeyPurpose{8}, kBlob, {}, {}, std::ref(a)); }, 1, 8,
+             "1a2000000108"},
+            {[&](Answer& a) {
+                 device->importKey({integerParam(Tag::ALGORITHM, 32)}, KeyFormat{4}, kBlob,
+                                   std::ref(a));
+             },
+             1, 4, "181804"},
+            {[&](Answer& a) {
+                 device->exportKey(KeyFormat{0x80000000}, kBlob, kNone, kNone, std::ref(a));
+             },
+             3, 0x80000000, "18181a80000000"},
+        };
+        for (const auto& c : cases) {
+            Answer answer;
+            c.call(answer);
+            const Bytes& request = transport.lastSent().request;
+            EXPECT_TRUE(legacy ? wordAt(request, c.word) == c.value
+                               : toHex(request).find(c.cbor) != std::string::npos)
+                << toHex(request);
+        }
     }
 }
 

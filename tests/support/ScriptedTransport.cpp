@@ -106,7 +106,8 @@ using lumo::test::TransportReply;
 struct KeymasterUtils::Impl {};
 
 KeymasterUtils::KeymasterUtils(keymaster_security_level_t level) {
-    ScriptedTransport::instance().level = level;
+    // By its bytes: it may be a level that there is not.
+    std::memcpy(&ScriptedTransport::instance().level, &level, sizeof(level));
 }
 
 KeymasterUtils::~KeymasterUtils() = default;
@@ -118,7 +119,7 @@ bool KeymasterUtils::isLegacy() {
 
 keymaster_error_t KeymasterUtils::hsm_init() {
     ScriptedTransport::instance().calls.push_back({"hsm_init", 0, {}, {}});
-    return ScriptedTransport::instance().hsm_result;
+    return static_cast<keymaster_error_t>(ScriptedTransport::instance().hsm_result);
 }
 
 uint32_t KeymasterUtils::getKeymasterVersion() {

@@ -41,13 +41,13 @@ class ScriptedTransport {
     void reset(uint8_t fill = 0xEE);
 
     bool legacy = false;
-    keymaster_error_t hsm_result = KM_ERROR_OK;
+    int32_t hsm_result = KM_ERROR_OK;
     uint32_t keymaster_version = 4;
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
     size_t cbor_capacity = 40960;
     bool no_shared_buffer = false;
-    keymaster_security_level_t level = KM_SECURITY_LEVEL_SOFTWARE;  // of the last transport made
+    uint32_t level = KM_SECURITY_LEVEL_SOFTWARE;  // of the last transport made
 
     std::deque<TransportReply> replies;  // taken front first; none left means an empty answer
     std::vector<TransportCall> calls;
