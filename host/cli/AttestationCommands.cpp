@@ -1,6 +1,7 @@
 // The command that attests a key.
 
 #include "Command.h"
+#include "Failure.h"
 #include "Files.h"
 #include "Pem.h"
 #include "Report.h"
@@ -41,25 +42,39 @@ struct Arguments {
     }
 };
 
+void requireChallenge(const Bytes& challenge) {
+    constexpr size_t kMaxChallengeBytes = 128;
+    if (challenge.size() <= kMaxChallengeBytes) return;
+    throw Failure(Exit::usage, "--challenge: it has " + std::to_string(challenge.size()) +
+                                   " bytes; a challenge has at most " +
+                                   std::to_string(kMaxChallengeBytes));
+}
+
 Action declareAttest(CLI::App& app, const Common& common) {
     const auto arguments = std::make_shared<Arguments>();
     arguments->declare(app);
     return [arguments, &common] {
+        requireSeparateReport(common, arguments->output);
+        arguments->key.requireOtherFile(arguments->output);
+        requireChallenge(arguments->options.bytesOf(Tag::ATTESTATION_CHALLENGE));
         const Bytes blob = arguments->key.read();
         const auto parameters = joined(arguments->options.parameters(), arguments->key.binding());
         ErrorCode error = ErrorCode::UNKNOWN_ERROR;
         std::string chain;
+        size_t count = 0;
         const sp<Device> device = connect(common.level());
         require("attest the key",
                 device->attestKey(blob, parameters,
                                   [&](ErrorCode code, const hidl_vec<HidlBytes>& certificates) {
                                       error = code;
+                                      count = certificates.size();
                                       for (const HidlBytes& certificate : certificates) {
                                           chain += toPem(kCertificateLabel, certificate);
                                       }
                                   }),
                 error);
         writeFile(arguments->output, Bytes(chain.begin(), chain.end()));
+        conclude(common, {{"out", arguments->output}, {"certificates", count}});
     };
 }
 

@@ -62,23 +62,29 @@ void requireService(SecurityLevel level) {
 }
 
 void logToStderr(const __android_logger_data* data, const char* message) {
-    if (data->priority < ANDROID_LOG_WARN) return;
+    if (data->priority < ANDROID_LOG_INFO) return;
     std::cerr << (data->tag == nullptr ? "log" : data->tag) << ": " << message << '\n';
 }
 
 void logNowhere(const __android_logger_data* /*data*/, const char* /*message*/) {}
 
+std::function<void(const Failure&)>& fatalReport() {
+    static std::function<void(const Failure&)> report;
+    return report;
+}
+
 // Ends the process as a Failure would.
 [[noreturn]] void endAfterFatalLog(const std::string& message) {
     const TransportStatus status = lastTransportFailure();
     const bool known = status.kind != TransportStatus::ok;
-    std::cerr << "lumokm: the keymaster service cannot go on: "
-              << (known ? status.message
-                        : message +
-                              "; restart the secure application if it was told other "
-                              "versions before, see LUMO_PROPERTIES")
-              << std::endl;
-    _exit(static_cast<int>(known ? statusOf(status.kind) : Exit::transport));
+    const std::string why = known ? status.message
+                                  : message +
+                                        "; restart the secure application if it was told other "
+                                        "versions before, see LUMO_PROPERTIES";
+    const Failure failure(known ? statusOf(status.kind) : Exit::transport,
+                          "the keymaster service cannot go on: " + why);
+    if (fatalReport()) fatalReport()(failure);
+    _exit(static_cast<int>(failure.status()));
 }
 
 }  // namespace
@@ -95,7 +101,8 @@ sp<Device41> connect41(SecurityLevel level) {
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }
 
-void routeLog(bool verbose) {
+void routeLog(bool verbose, std::function<void(const Failure&)> report) {
+    fatalReport() = std::move(report);
     __android_log_set_logger(verbose ? logToStderr : logNowhere);
 }
 

@@ -3,10 +3,12 @@
 
 #include <android/hardware/keymaster/4.1/IKeymasterDevice.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "Bytes.h"
+#include "Failure.h"
 #include "Vocabulary.h"
 
 namespace lumo::cli {
@@ -25,9 +27,9 @@ using Device41 = km::V4_1::IKeymasterDevice;
 sp<Device> connect(SecurityLevel level);
 sp<Device41> connect41(SecurityLevel level);
 
-// Lines of the library's log go to standard error, or nowhere. A fatal one ends the process with
-// the client's own message and status.
-void routeLog(bool verbose);
+// Lines of the library's log go to standard error, or nowhere. A fatal one is handed to `report` as
+// the Failure that it means, and then ends the process with that Failure's status.
+void routeLog(bool verbose, std::function<void(const Failure&)> report);
 
 // Throws the Failure of a call that did not end in OK; `doing` completes "could not ...".
 void require(const std::string& doing, ErrorCode error);

@@ -1,5 +1,6 @@
 #include "Command.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Failure.h"
@@ -23,6 +24,27 @@ void KeyArguments::declare(CLI::App& app) {
 
 Bytes KeyArguments::read() const {
     return readSmallFile(path_);
+}
+
+void KeyArguments::requireOtherFile(const std::string& output_path) const {
+    struct stat key;
+    struct stat output;
+    if (stat(path_.c_str(), &key) != 0 || stat(output_path.c_str(), &output) != 0) return;
+    if (key.st_dev != output.st_dev || key.st_ino != output.st_ino) return;
+    throw Failure(Exit::usage,
+                  "the output would replace the key " + path_ + "; give another --out");
+}
+
+void conclude(const Common& common, const Report& report, const std::string& sentence) {
+    if (common.json) {
+        print(report, true);
+    } else if (!sentence.empty()) {
+        say(sentence);
+    }
+}
+
+Report writtenTo(const std::string& path) {
+    return {{"out", path}};
 }
 
 CLI::Option* addInput(CLI::App& app, std::string& path, const std::string& help) {

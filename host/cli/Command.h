@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Client.h"
+#include "Report.h"
 #include "TagOptions.h"
 
 namespace lumo::cli {
@@ -52,6 +53,8 @@ class KeyArguments {
 
     const std::string& path() const { return path_; }
     Bytes read() const;
+    // Throws Failure where the output would replace the key.
+    void requireOtherFile(const std::string& output_path) const;
     Bytes appId() const { return binding_.bytesOf(Tag::APPLICATION_ID); }
     Bytes appData() const { return binding_.bytesOf(Tag::APPLICATION_DATA); }
     // Both as parameters, as far as they were given.
@@ -66,6 +69,13 @@ class KeyArguments {
 CLI::Option* addInput(CLI::App& app, std::string& path, const std::string& help);
 CLI::Option* addOutput(CLI::App& app, std::string& path, const std::string& help);
 void addAuthToken(CLI::App& app, std::string& path);
+
+// The end of a command: the report on standard output with --json, else the sentence for people on
+// standard error. An empty sentence is left out.
+void conclude(const Common& common, const Report& report, const std::string& sentence = "");
+
+// What a command says of a file that it wrote, for conclude().
+Report writtenTo(const std::string& path);
 
 // Throws Failure where a report would be mixed with the data on standard output.
 void requireSeparateReport(const Common& common, const std::string& output_path);

@@ -23,15 +23,36 @@ constexpr char kFooter[] =
     "  LUMO_PROPERTIES  system properties, in build.prop syntax\n\n"
     "Exit status:\n"
     "  0 ok   2 usage   3 refused by the keymaster   4 transport   5 a check failed\n"
-    "  6 state   1 anything else";
+    "  6 state   1 anything else\n\n"
+    "With --json every command prints one JSON object on standard output, failures too:\n"
+    "  {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"message\"}}";
 
 constexpr char kCommandFooter[] = "--strongbox, --json and --verbose go with every command.";
 
-int report(Exit status, const std::string& context, const std::string& message) {
-    std::string line = "lumokm: " + (context.empty() ? "" : context + ": ") + message;
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    say(line);
-    return static_cast<int>(status);
+// One line for people; with --json an object for scripts as well.
+int report(const Failure& failure, const std::string& command, bool as_json) {
+    std::string message = failure.what();
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    say("lumokm: " + (command.empty() ? "" : command + ": ") + message);
+    const int status = static_cast<int>(failure.status());
+    if (!as_json) return status;
+    Report error = {{"command", command}, {"exit", status}, {"status", nameOf(failure.status())}};
+    if (const auto code = failure.code()) {
+        error["code"] = static_cast<int32_t>(*code);
+        error["name"] = toString(*code);
+    }
+    error["message"] = message;
+    try {
+        print({{"error", error}}, true);
+    } catch (const Failure&) {  // standard output cannot be written: the line above has to do
+    }
+    return status;
+}
+
+// Parsing may fail before it reaches the flag.
+bool asksForJson(int argc, char** argv) {
+    return std::any_of(argv, argv + argc,
+                       [](const char* word) { return word == std::string("--json"); });
 }
 
 class CommandLine {
@@ -55,9 +76,10 @@ class CommandLine {
         } catch (const CLI::Success& success) {
             return app_.exit(success);
         } catch (const CLI::ParseError& error) {
-            return report(Exit::usage, chosen(), explain(error) + seeHelp());
+            return report(Failure(Exit::usage, explain(error) + seeHelp()), chosen(),
+                          asksForJson(argc, argv));
         }
-        routeLog(common_.verbose);
+        routeLog(common_.verbose, [this](const Failure& failure) { reportFailure(failure); });
         return carryOut();
     }
 
@@ -75,16 +97,27 @@ class CommandLine {
         return commands.empty() ? "" : commands.front()->get_name();
     }
 
-    // CLI11 asks for a subcommand also where it was given one that does not exist.
+    // CLI11 lists what it does not know back to front, and asks for a subcommand also where it was
+    // given one that does not exist.
     std::string explain(const CLI::ParseError& error) const {
-        if (!chosen().empty()) return error.what();
-        const std::vector<std::string> rest = app_.remaining();
-        return rest.empty() ? "a command is required"
-                            : "there is no command '" + rest.front() + "'";
+        const std::string message = error.what();
+        if (chosen().empty()) {
+            const std::vector<std::string> rest = app_.remaining();
+            return rest.empty() ? "a command is required"
+                                : "there is no command '" + rest.front() + "'";
+        }
+        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError)) return message;
+        const std::string first = message.substr(message.rfind(' ') + 1);
+        return (first.rfind('-', 0) == 0 ? "there is no option '" : "there is no place for '") +
+               first + "'";
     }
 
     std::string seeHelp() const {
         return "; see lumokm " + (chosen().empty() ? "" : chosen() + " ") + "--help";
+    }
+
+    int reportFailure(const Failure& failure) const {
+        return report(failure, chosen(), common_.json);
     }
 
     int carryOut() {
@@ -92,11 +125,11 @@ class CommandLine {
             action_();
             return static_cast<int>(Exit::ok);
         } catch (const Failure& failure) {
-            return report(failure.status(), chosen(), failure.what());
+            return reportFailure(failure);
         } catch (const std::bad_alloc&) {
-            return report(Exit::other, chosen(), "out of memory");
+            return reportFailure(Failure(Exit::other, "out of memory"));
         } catch (const std::exception& error) {
-            return report(Exit::other, chosen(), error.what());
+            return reportFailure(Failure(Exit::other, error.what()));
         }
     }
 

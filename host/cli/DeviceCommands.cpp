@@ -52,7 +52,7 @@ Action declareHardwareInfo(CLI::App& /*app*/, const Common& common) {
 Action declareEarlyBootEnded(CLI::App& /*app*/, const Common& common) {
     return [&common] {
         require("end early boot", connect41(common.level())->earlyBootEnded());
-        say("early boot has ended");
+        conclude(common, {{"earlyBoot", "ended"}}, "early boot has ended");
     };
 }
 
@@ -61,7 +61,8 @@ Action declareDeviceLocked(CLI::App& app, const Common& common) {
     app.add_flag("--password-only", *password_only, "only a password token unlocks again");
     return [password_only, &common] {
         require("lock the device", connect41(common.level())->deviceLocked(*password_only, {}));
-        say("the device is locked");
+        conclude(common, {{"device", "locked"}, {"passwordOnly", *password_only}},
+                 "the device is locked");
     };
 }
 
@@ -71,13 +72,22 @@ Action declareAddEntropy(CLI::App& app, const Common& common) {
     return [path, &common] {
         const Bytes entropy = readSmallFile(*path);
         require("add entropy", connect(common.level())->addRngEntropy(entropy));
+        conclude(common, {{"bytes", entropy.size()}});
     };
 }
 
-Action declareDeleteAll(CLI::App& /*app*/, const Common& common) {
+std::string levelName(const Common& common) {
+    return common.strongbox ? "StrongBox" : "the trusted environment";
+}
+
+Action declareDeleteAll(CLI::App& app, const Common& common) {
+    app.add_flag("--yes", "do it; it cannot be undone")->required();
     return [&common] {
         require("delete all keys", connect(common.level())->deleteAllKeys());
-        say("all keys are deleted");
+        conclude(common, {{"accepted", true}, {"securityLevel", toString(common.level())}},
+                 "keys of " + levelName(common) +
+                     " with rollback resistance are deleted for good; any other key works until "
+                     "its file is removed");
     };
 }
 
@@ -85,7 +95,10 @@ Action declareDestroyIds(CLI::App& app, const Common& common) {
     app.add_flag("--yes", "do it; it cannot be undone")->required();
     return [&common] {
         require("destroy the device's ids", connect(common.level())->destroyAttestationIds());
-        say("the device's ids are destroyed");
+        conclude(common, {{"destroyed", true}, {"securityLevel", toString(common.level())}},
+                 levelName(common) +
+                     " attests the device's ids no more; the other security level "
+                     "has its own");
     };
 }
 
@@ -112,9 +125,14 @@ CommandGroup deviceCommands() {
               locked_notes.c_str(), declareDeviceLocked},
              {"add-entropy", "Mix bytes into the random source",
               "Example:\n  head -c 32 /dev/urandom | lumokm add-entropy", declareAddEntropy},
-             {"delete-all", "Delete all keys", "Example:\n  lumokm delete-all", declareDeleteAll},
-             {"destroy-ids", "Destroy the device's ids for good, so that none is attested again",
-              "Example:\n  lumokm destroy-ids --yes", declareDestroyIds}}};
+             {"delete-all", "Delete all keys with rollback resistance at this security level",
+              "Other keys live in their files alone: to delete one, remove its file.\n\n"
+              "Example:\n  lumokm delete-all --yes",
+              declareDeleteAll},
+             {"destroy-ids", "Destroy the device's ids at this security level for good",
+              "The trusted environment and StrongBox each attest ids of their own.\n\n"
+              "Example:\n  lumokm destroy-ids --yes",
+              declareDestroyIds}}};
 }
 
 }  // namespace lumo::cli

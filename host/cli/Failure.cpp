@@ -74,7 +74,8 @@ constexpr Advice kAdvice[] = {
     {ErrorCode::STORAGE_KEY_UNSUPPORTED, "leave --storage-key out"},
     {ErrorCode::UNIMPLEMENTED, "this security level or secure application does not offer it"},
     {ErrorCode::UNKNOWN_ERROR,
-     "the input may be damaged or made with other parameters; -v shows the library's log"},
+     "the input may be damaged or made with other parameters (RSA-OAEP takes MGF1 with SHA-1, "
+     "whatever the digest); -v shows the library's log"},
 };
 
 std::string adviceFor(ErrorCode error) {
@@ -92,10 +93,30 @@ Exit statusOf(ErrorCode error) {
 
 }  // namespace
 
+const char* nameOf(Exit status) {
+    switch (status) {
+        case Exit::ok:
+            return "ok";
+        case Exit::other:
+            return "other";
+        case Exit::usage:
+            return "usage";
+        case Exit::refused:
+            return "refused";
+        case Exit::transport:
+            return "transport";
+        case Exit::check:
+            return "check";
+        case Exit::state:
+            return "state";
+    }
+    return "other";
+}
+
 Failure keymasterFailure(const std::string& doing, ErrorCode error) {
-    return Failure(statusOf(error), "could not " + doing + ": " + toString(error) + " (" +
-                                        std::to_string(static_cast<int32_t>(error)) + "); " +
-                                        adviceFor(error));
+    const std::string code = toString(error) + " (" + std::to_string(static_cast<int32_t>(error));
+    return Failure(statusOf(error), "could not " + doing + ": " + code + "); " + adviceFor(error),
+                   error);
 }
 
 Failure fileFailure(const std::string& action, const std::string& path, int error_number) {

@@ -3,6 +3,7 @@
 
 #include <android/hardware/keymaster/4.1/types.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -25,11 +26,21 @@ class Failure : public std::runtime_error {
     Failure(Exit status, const std::string& message)
         : std::runtime_error(message), status_(status) {}
 
+    // A refusal with the keymaster's own code.
+    Failure(Exit status, const std::string& message,
+            ::android::hardware::keymaster::V4_1::ErrorCode code)
+        : std::runtime_error(message), status_(status), code_(code) {}
+
     Exit status() const { return status_; }
+    std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code() const { return code_; }
 
   private:
     Exit status_;
+    std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code_;
 };
+
+// The status as scripts see it by name: "refused", "usage".
+const char* nameOf(Exit status);
 
 // `doing` completes "could not ...": "sign", "open the key".
 Failure keymasterFailure(const std::string& doing,

@@ -3,7 +3,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,6 +62,25 @@ std::string resolve(const std::string& path) {
     return realpath(path.c_str(), resolved) == nullptr ? path : resolved;
 }
 
+// The named temporary file of this process, for the signals that end it.
+char temporary_of_process[PATH_MAX] = "";
+
+void removeTemporary(int signal) {
+    if (temporary_of_process[0] != '\0') unlink(temporary_of_process);
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+// Has the signals that end the process remove a file first; none if `path` is empty or too long.
+void unlinkWhenEnded(const std::string& path) {
+    temporary_of_process[0] = '\0';
+    if (path.empty() || path.size() >= sizeof(temporary_of_process)) return;
+    memcpy(temporary_of_process, path.c_str(), path.size() + 1);
+    for (const int ending : {SIGHUP, SIGINT, SIGTERM}) {
+        if (::signal(ending, removeTemporary) == SIG_IGN) ::signal(ending, SIG_IGN);
+    }
+}
+
 mode_t permissionsFor(Output::Kind kind, const struct stat* existing) {
     if (kind == Output::Kind::secret) return 0600;
     return existing == nullptr ? 0666 : existing->st_mode & 0777;
@@ -80,11 +102,11 @@ Input::Input(const std::string& path)
 
 size_t Input::read(uint8_t* buffer, size_t size) {
     size_t filled = 0;
-    while (filled < size) {
+    while (filled < size && !at_end_) {
         const ssize_t count = ::read(file_.get(), buffer + filled, size - filled);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) throw fileFailure("read", name_, errno);
-        if (count == 0) break;
+        at_end_ = count == 0;
         filled += static_cast<size_t>(count);
     }
     return filled;
@@ -121,7 +143,9 @@ Output::Output(const std::string& path, Kind kind, Flow flow)
 }
 
 Output::~Output() {
-    if (!temporary_.empty()) unlink(temporary_.c_str());
+    if (temporary_.empty()) return;
+    unlink(temporary_.c_str());
+    unlinkWhenEnded("");
 }
 
 void Output::openStream(const std::string& path, Flow flow) {
@@ -129,11 +153,9 @@ void Output::openStream(const std::string& path, Flow flow) {
                                               : open(path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!stream_.isOpen()) throw fileFailure("open", name_, errno);
     if (flow == Flow::direct) return;
-    const std::string directory = std::filesystem::temp_directory_path();
-    std::string name = directory + "/lumokm.XXXXXX";
-    file_ = FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
-    if (!file_.isOpen()) throw fileFailure("make a temporary file in", directory, errno);
-    unlink(name.c_str());
+    // In memory: what is held back may be plaintext, which does not belong on a disk.
+    file_ = FileDescriptor(memfd_create("lumokm", MFD_CLOEXEC));
+    if (!file_.isOpen()) throw fileFailure("hold back the output for", name_, errno);
 }
 
 // The file has no name until it is complete, where the file system can do that.
@@ -145,10 +167,13 @@ void Output::openFile(mode_t mode) {
     file_ = FileDescriptor(open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, mode));
     if (!file_.isOpen()) throw fileFailure("write", name_, errno);
     temporary_ = name;
+    unlinkWhenEnded(temporary_);
 }
 
 void Output::write(const uint8_t* data, size_t size) {
-    writeAll(file_.isOpen() ? file_.get() : stream_.get(), data, size, name_);
+    const bool held = file_.isOpen() && path_.empty();
+    writeAll(file_.isOpen() ? file_.get() : stream_.get(), data, size,
+             held ? "the output to memory until it is whole; give --out FILE" : name_);
 }
 
 void Output::commit() {

@@ -15,6 +15,7 @@ using km::V4_0::KeyCharacteristics;
 using km::V4_0::KeyFormat;
 
 constexpr uint64_t kUsualExponent = 65537;
+constexpr uint32_t kRollbackResistant = 0x700002BF;  // keymaster 3's tag
 constexpr size_t kMaskingKeyBytes = 32;
 
 constexpr TagOption kCreationOptions[] = {
@@ -117,7 +118,7 @@ void requireKeyOutput(const Common& common, const std::string& path) {
 
 void writeKey(const Common& common, const std::string& path, const NewKey& key) {
     writeFile(path, key.blob, Output::Kind::secret);
-    if (common.json) print(describe(key.characteristics), true);
+    conclude(common, describe(key.characteristics));
 }
 
 void addKeyOutput(CLI::App& app, std::string& path) {
@@ -208,8 +209,10 @@ struct UnwrapArguments {
     void declare(CLI::App& app) {
         wrapping.declare(app);
         unwrapping.declare(app, kUnwrappingOptions, "Options");
-        app.add_option("--masking-key", masking_key, "32 bytes that mask the transport key")
-            ->type_name("HEX")
+        app.add_option("--masking-key", masking_key,
+                       "32 bytes that mask the transport key; hex: shows them to every user of "
+                       "the machine, file: does not")
+            ->type_name("file:PATH|hex:HEX")
             ->default_str("all zero");
         app.add_option("--password-sid", password_sid, "secure id of the user's password");
         app.add_option("--biometric-sid", biometric_sid, "secure id of the user's fingerprints");
@@ -219,9 +222,12 @@ struct UnwrapArguments {
 
     Bytes maskingKey() const {
         if (masking_key.empty()) return Bytes(kMaskingKeyBytes);
-        const auto bytes = fromHex(masking_key);
-        if (!bytes) throw Failure(Exit::usage, "--masking-key: give hexadecimal digits");
-        return *bytes;
+        const auto plain = fromHex(masking_key);
+        const Bytes bytes = plain ? *plain : parseBytes("--masking-key", masking_key);
+        if (bytes.size() == kMaskingKeyBytes) return bytes;
+        throw Failure(Exit::usage, "--masking-key: it has " + std::to_string(bytes.size()) +
+                                       " bytes and needs " + std::to_string(kMaskingKeyBytes) +
+                                       "; give file:PATH of a binary file, or hex:HEX");
     }
 };
 
@@ -230,6 +236,7 @@ Action declareImportWrapped(CLI::App& app, const Common& common) {
     arguments->declare(app);
     return [arguments, &common] {
         requireKeyOutput(common, arguments->output);
+        arguments->wrapping.requireOtherFile(arguments->output);
         const Bytes wrapping_key = arguments->wrapping.read();
         const Bytes wrapped = readSmallFile(arguments->input);
         NewKey key;
@@ -267,6 +274,8 @@ Action declareExport(CLI::App& app, const Common& common) {
     app.add_flag("--der", arguments->der, "write DER in place of PEM");
     addOutput(app, arguments->output, "public key to write");
     return [arguments, &common] {
+        requireSeparateReport(common, arguments->output);
+        arguments->key.requireOtherFile(arguments->output);
         if (arguments->der) requireNoTerminal(arguments->output);
         const Bytes blob = arguments->key.read();
         ErrorCode error = ErrorCode::UNKNOWN_ERROR;
@@ -282,6 +291,7 @@ Action declareExport(CLI::App& app, const Common& common) {
                 error);
         const std::string pem = toPem(kPublicKeyLabel, material);
         writeFile(arguments->output, arguments->der ? material : Bytes(pem.begin(), pem.end()));
+        conclude(common, writtenTo(arguments->output));
     };
 }
 
@@ -315,18 +325,60 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
                                    }),
                 error);
         // An empty blob says that the key is current; the old one is then the answer.
-        if (upgraded.empty()) say("the key is up to date");
         writeFile(arguments->output, upgraded.empty() ? blob : upgraded, Output::Kind::secret);
-        if (common.json) print({{"upgraded", !upgraded.empty()}}, true);
+        conclude(common, {{"upgraded", !upgraded.empty()}, {"out", arguments->output}},
+                 upgraded.empty() ? "the key is up to date" : "");
     };
+}
+
+// What deleting a key means: a keymaster says OK for anything, even for what is no key.
+enum class Deletion { kFinal, kFileRemains, kNoKey };
+
+// Older keys carry the older tag.
+bool isRollbackResistant(const KeyCharacteristics& characteristics) {
+    for (const KeyParameter& parameter : characteristics.hardwareEnforced) {
+        const auto tag = static_cast<uint32_t>(tagOf(parameter));
+        if (tag == static_cast<uint32_t>(Tag::ROLLBACK_RESISTANCE) || tag == kRollbackResistant) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Deletion deletionOf(const sp<Device>& device, const Bytes& blob, const KeyArguments& key) {
+    try {
+        return isRollbackResistant(characteristicsOf(device, blob, key.appId(), key.appData()))
+                   ? Deletion::kFinal
+                   : Deletion::kFileRemains;
+    } catch (const Failure& failure) {
+        if (failure.status() != Exit::refused) throw;
+        return Deletion::kNoKey;
+    }
 }
 
 Action declareDelete(CLI::App& app, const Common& common) {
     const auto key = std::make_shared<KeyArguments>();
     key->declare(app);
     return [key, &common] {
-        require("delete the key", connect(common.level())->deleteKey(key->read()));
-        say("the key is deleted; its file " + key->path() + " is still there");
+        const Bytes blob = key->read();
+        const sp<Device> device = connect(common.level());
+        const Deletion deletion = deletionOf(device, blob, *key);
+        require("delete the key", device->deleteKey(blob));
+        const std::string& path = key->path();
+        switch (deletion) {
+            case Deletion::kFinal:
+                return conclude(common, {{"accepted", true}, {"final", true}},
+                                "the key is deleted for good; its file " + path + " is of no use");
+            case Deletion::kFileRemains:
+                return conclude(common, {{"accepted", true}, {"final", false}},
+                                "the keymaster keeps nothing of this key, which has no rollback "
+                                "resistance: it works until its file " +
+                                    path + " is removed");
+            case Deletion::kNoKey:
+                return conclude(common, {{"accepted", true}, {"final", nullptr}},
+                                "the keymaster accepted this, but " + path +
+                                    " holds no key that it can read: nothing was deleted");
+        }
     };
 }
 
@@ -374,8 +426,11 @@ CommandGroup keyCommands() {
               "A key that is up to date is copied.\n\n"
               "Example:\n  lumokm upgrade --key ec.key --out ec.key",
               declareUpgrade},
-             {"delete", "Delete a key in the keymaster; the file stays",
-              "Example:\n  lumokm delete --key ec.key", declareDelete}}};
+             {"delete", "Have the keymaster forget a key with rollback resistance",
+              "Any other key lives in its file alone: to delete it, remove the file.\n"
+              "--json: \"final\" is true, false, or null for a file that is no key.\n\n"
+              "Example:\n  lumokm delete --key ec.key",
+              declareDelete}}};
 }
 
 }  // namespace lumo::cli

@@ -47,6 +47,13 @@ struct OperationArguments {
         addInput(app, input, input_help);
     }
 
+    // Throws Failure where the output cannot be what the command writes.
+    void requireOutput(const Common& common, const std::string& output) const {
+        requireSeparateReport(common, output);
+        requireNoTerminal(output);
+        key.requireOtherFile(output);
+    }
+
     OperationRequest request(KeyPurpose purpose) const {
         return {purpose, key.read(), joined(options.parameters(), key.binding()),
                 readAuthToken(token)};
@@ -69,7 +76,7 @@ Action declareSign(CLI::App& app, const Common& common) {
     arguments->confirmation.declare(app, kConfirmationOptions, "Options");
     addOutput(app, arguments->output, "signature to write");
     return [arguments, &common] {
-        requireNoTerminal(arguments->output);
+        arguments->requireOutput(common, arguments->output);
         const OperationRequest request = arguments->request(KeyPurpose::SIGN);
         const std::vector<KeyParameter> confirmation = arguments->confirmation.parameters();
         Input input(arguments->input);
@@ -78,6 +85,7 @@ Action declareSign(CLI::App& app, const Common& common) {
         operation.process(input, writeTo(output));
         operation.finish(confirmation, {}, writeTo(output));
         output.commit();
+        conclude(common, writtenTo(arguments->output));
     };
 }
 
@@ -97,7 +105,7 @@ Action declareVerify(CLI::App& app, const Common& common) {
         Operation operation(connect(common.level()), request);
         operation.process(input, discard);
         operation.finish({}, signature, discard);
-        say("the signature is good");
+        conclude(common, {{"valid", true}}, "the signature is good");
     };
 }
 
@@ -129,7 +137,7 @@ Action declareEncrypt(CLI::App& app, const Common& common) {
         ->type_name("FILE")
         ->excludes("--nonce");
     return [arguments, &common] {
-        requireNoTerminal(arguments->output);
+        arguments->requireOutput(common, arguments->output);
         const OperationRequest request = arguments->request(KeyPurpose::ENCRYPT);
         Input input(arguments->input);
         Output output(arguments->output);
@@ -147,6 +155,9 @@ Action declareEncrypt(CLI::App& app, const Common& common) {
             writeFile(arguments->nonce_file, Bytes(text.begin(), text.end()));
         }
         output.commit();
+        Report report = writtenTo(arguments->output);
+        report["nonce"] = toHex(nonce);
+        conclude(common, report);
     };
 }
 
@@ -198,6 +209,8 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
     const auto arguments = std::make_shared<CipherArguments>();
     arguments->declareCipher(app, "encrypted data", "decrypted data to write");
     return [arguments, &common] {
+        requireSeparateReport(common, arguments->output);
+        arguments->key.requireOtherFile(arguments->output);
         OperationRequest request = arguments->request(KeyPurpose::DECRYPT);
         Input input(arguments->input);
         Output output(arguments->output, Output::Kind::data, Output::Flow::held);
@@ -208,6 +221,7 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
         operation.process(input, writeTo(output));
         operation.finish({}, {}, writeTo(output));
         output.commit();
+        conclude(common, writtenTo(arguments->output));
     };
 }
 
@@ -226,7 +240,9 @@ constexpr char kVerifyNotes[] =
 
 constexpr char kEncryptNotes[] =
     "The output is the nonce (GCM 12 bytes, CTR and CBC one block), the ciphertext as openssl enc\n"
-    "writes it, and for GCM the tag. With --nonce or --nonce-out the nonce is left out.\n\n"
+    "writes it, and for GCM the tag. With --nonce or --nonce-out the nonce is left out.\n"
+    "RSA with OAEP takes MGF1 with SHA-1, whatever the digest: give openssl pkeyutl\n"
+    "-pkeyopt rsa_padding_mode:oaep -pkeyopt rsa_oaep_md:sha256 -pkeyopt rsa_mgf1_md:sha1.\n\n"
     "Examples:\n"
     "  lumokm encrypt --key aes.key --mode gcm --padding none --mac-length 128 --in file "
     "--out file.gcm\n"

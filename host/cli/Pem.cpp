@@ -68,6 +68,10 @@ Bytes privateKeyDer(const Bytes& file) {
         throw Failure(Exit::usage,
                       "the key is encrypted; first run openssl pkcs8 -in KEY -out NEW");
     }
+    if (block.label == "PUBLIC KEY") {
+        throw Failure(Exit::usage,
+                      "the PEM text holds a public key; a keymaster imports private keys alone");
+    }
     throw Failure(Exit::usage, "the PEM text holds a " + block.label +
                                    ", not a PKCS#8 PRIVATE KEY; first run openssl pkcs8 -topk8 "
                                    "-nocrypt -in KEY -out NEW");

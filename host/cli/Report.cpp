@@ -1,6 +1,8 @@
 #include "Report.h"
 
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 
 #include "Bytes.h"
 #include "Dates.h"
@@ -20,8 +22,10 @@ Report valueOf(const KeyParameter& parameter) {
         case TagType::UINT_REP:
             return parameter.f.integer;
         case TagType::ULONG:
-        case TagType::ULONG_REP:
             return parameter.f.longInteger;
+        // 64-bit ids: as numbers they would lose digits in readers that hold numbers as doubles.
+        case TagType::ULONG_REP:
+            return idText(parameter.f.longInteger);
         case TagType::DATE:
             return dateText(parameter.f.dateTime);
         case TagType::BOOL:
@@ -71,6 +75,12 @@ Report describe(const std::vector<KeyParameter>& parameters) {
 Report describe(const km::V4_0::KeyCharacteristics& characteristics) {
     return {{"hardwareEnforced", describe(characteristics.hardwareEnforced)},
             {"softwareEnforced", describe(characteristics.softwareEnforced)}};
+}
+
+std::string idText(uint64_t id) {
+    std::ostringstream text;
+    text << "0x" << std::hex << std::setfill('0') << std::setw(16) << id;
+    return text.str();
 }
 
 std::string toText(const Report& report) {

@@ -13,8 +13,11 @@ namespace lumo::cli {
 using Report = nlohmann::ordered_json;
 
 // One member for each tag, by its published name; repeatable tags are arrays. Enumerations and
-// dates are text, bytes hexadecimal, numbers numbers.
+// dates are text, bytes hexadecimal, 64-bit ids as idText() has them, numbers numbers.
 Report describe(const std::vector<KeyParameter>& parameters);
+
+// A 64-bit id: "0x" and 16 hexadecimal digits.
+std::string idText(uint64_t id);
 
 // {"hardwareEnforced": ..., "softwareEnforced": ...}
 Report describe(const km::V4_0::KeyCharacteristics& characteristics);

@@ -134,7 +134,7 @@ Action declareVerifyAuthorization(CLI::App& app, const Common& common) {
                     [&](ErrorCode code, const km::V4_0::VerificationToken& token) {
                         error = code;
                         if (code != ErrorCode::OK) return;
-                        report = {{"challenge", token.challenge},
+                        report = {{"challenge", idText(token.challenge)},
                                   {"timestamp", token.timestamp},
                                   {"securityLevel", toString(token.securityLevel)},
                                   {"mac", toHex(token.mac)}};

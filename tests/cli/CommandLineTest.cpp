@@ -69,7 +69,10 @@ constexpr FailureCase kUsage[] = {
     {"lumokm import --algorithm ec -i sec1.pem -o x", 2, "openssl pkcs8 -topk8"},
     {"lumokm export -k ec.key --format der", 2, "--format"},
     {"lumokm hmac-agree own 00:11", 2, "'00:11' is not SEED:NONCE"},
-    {"lumokm destroy-ids", 2, "--yes is required"},
+    {"lumokm delete-all", 2, "--yes is required"},
+    {"lumokm sign -k ec.key --frob 1", 2, "there is no option '--frob'"},
+    {"lumokm sign -k ec.key --digest sha256 -i data -o ./ec.key", 2, "would replace the key"},
+    {"lumokm import-wrapped -k ec.key --masking-key 00 -i data -o x", 2, "has 1 bytes and needs"},
     {"LUMO_TRANSPORT=carrier-pigeon lumokm info", 2, "unknown transport 'carrier-pigeon'"},
     {"LUMO_TRANSPORT=sim:profile=none lumokm info", 2, "unknown profile 'none'"},
     {"LUMO_PROPERTIES=/dev/null lumokm info", 2, "ro.build.version.security_patch is not in"},
@@ -130,6 +133,17 @@ TEST(Verbose, ShowsTheLogOfTheLibraryBeforeTheFailure) {
     const std::string verbose = shellWithKeys().run(command + " -v").err;
     EXPECT_EQ(verbose.rfind("KeyMasterHalDevice: ", 0), 0U) << verbose;
     EXPECT_EQ(verbose.substr(verbose.find("lumokm: ")), quiet);
+}
+
+TEST(Json, IsPrintedByCommandsAndFailures) {
+    const Shell& shell = shellWithKeys();
+    const Outcome refused = shell.run("lumokm characteristics -k data --json");
+    EXPECT_NE(refused.out.find("\"code\": -33"), std::string::npos) << refused.out;
+    EXPECT_NE(shell.run("lumokm --json frob").out.find("\"usage\""), std::string::npos);
+    EXPECT_EQ(shell.expectOk("lumokm delete -k ec.key --json | tr -d ' \\n'"),
+              "{\"accepted\":true,\"final\":false}");
+    EXPECT_EQ(shell.expectOk("lumokm delete -k data --json | tr -d ' \\n'"),
+              "{\"accepted\":true,\"final\":null}");
 }
 
 TEST(OutputFiles, OfFailedDecryptionKeepWhatTheyHeld) {

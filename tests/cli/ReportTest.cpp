@@ -30,7 +30,7 @@ TEST(Describe, UsesPublishedNamesAndKeepsWhatItDoesNotKnow) {
               "  ALGORITHM: TRIPLE_DES\n"
               "  PURPOSE: WRAP_KEY, 0x9\n"
               "  PADDING: RSA_PKCS1_1_5_ENCRYPT\n"
-              "  USER_SECURE_ID: 18446744073709551615\n"
+              "  USER_SECURE_ID: 0xffffffffffffffff\n"
               "  USER_AUTH_TYPE: PASSWORD+FINGERPRINT\n"
               "  ACTIVE_DATETIME: 2000-02-29T00:00:00.123Z\n"
               "  EARLY_BOOT_ONLY: true\n"

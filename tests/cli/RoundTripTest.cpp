@@ -120,7 +120,7 @@ $K characteristics -k key --app-id hex:0001 --json | cmp - made)"},
      R"($K hmac-agree own; $K early-boot-ended; $K device-locked --password-only
 head -c 32 /dev/zero | $K add-entropy
 $K generate --algorithm ec --curve p256 -o ec; $K upgrade -k ec -o same; cmp ec same
-$K delete -k ec; $K delete-all; $K destroy-ids --yes)"},
+$K delete -k ec; $K delete-all --yes; $K destroy-ids --yes)"},
 };
 
 class RoundTrip : public testing::TestWithParam<Target> {};
@@ -158,7 +158,7 @@ TEST_P(RoundTrip, IsOneForOpenssl) {
     EXPECT_EQ(reported("hmac-agree").at("sharingCheck").get<std::string>().size(), 64U);
     if (strongbox) return;
     const json token = reported("verify-authorization --challenge 0x10");
-    EXPECT_EQ(token.at("challenge"), 16);
+    EXPECT_EQ(token.at("challenge"), "0x0000000000000010");
     EXPECT_EQ(token.at("securityLevel"), "TRUSTED_ENVIRONMENT");
 }
 
