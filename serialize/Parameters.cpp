@@ -14,6 +14,12 @@ using keymasterutils::KeymasterUtils;
 
 namespace {
 
+// The type of a tag as a number from 0 to 15. The types stand in the top four bits; a switch over
+// them there becomes a chain of comparisons for each parameter.
+constexpr uint32_t typeNumber(keymaster_tag_type_t type) {
+    return static_cast<uint32_t>(type) >> 28;
+}
+
 // tag type                       value
 // ENUM, ENUM_REP, UINT, UINT_REP unsigned integer, 32 bits
 // ULONG, ULONG_REP, DATE         integer, 64 bits; written as signed
@@ -26,31 +32,31 @@ void addParam(const keymaster_key_param_t& param, QCBOREncodeContext* encoder) {
     // Kept: the tag is widened as signed, so BIGNUM, BYTES and ULONG_REP tags go out negative; read
     // back that way they are refused, and the secure application sends them as positive numbers.
     const int64_t label = static_cast<int32_t>(enumToBits(param.tag));
-    switch (keymaster_tag_get_type(param.tag)) {
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
+    switch (typeNumber(keymaster_tag_get_type(param.tag))) {
+        case typeNumber(KM_ENUM):
+        case typeNumber(KM_ENUM_REP):
+        case typeNumber(KM_UINT):
+        case typeNumber(KM_UINT_REP):
             QCBOREncode_AddUInt64_3(encoder, nullptr, label, CBOR_TAG_NONE, param.integer);
             break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
+        case typeNumber(KM_ULONG):
+        case typeNumber(KM_DATE):
+        case typeNumber(KM_ULONG_REP):
             QCBOREncode_AddInt64_3(encoder, nullptr, label, CBOR_TAG_NONE,
                                    static_cast<int64_t>(param.long_integer));
             break;
-        case KM_BOOL:
+        case typeNumber(KM_BOOL):
             // Kept: true, whatever the field holds.
             QCBOREncode_AddSimple_3(encoder, nullptr, label, CBOR_TAG_NONE, CBOR_SIMPLEV_TRUE);
             break;
-        case KM_BIGNUM:
-        case KM_BYTES: {
+        case typeNumber(KM_BIGNUM):
+        case typeNumber(KM_BYTES): {
             const bool empty = param.blob.data == nullptr;
             QCBOREncode_AddBytes_3(encoder, nullptr, label, CBOR_TAG_NONE,
                                    {param.blob.data, empty ? 0 : param.blob.data_length});
             break;
         }
-        case KM_INVALID:
+        case typeNumber(KM_INVALID):
             encoder->uError = QCBOR_ERR_UNSUPPORTED;
             break;
         default:
@@ -70,24 +76,24 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
 
     *out = {};
     out->tag = enumFromBits<keymaster_tag_t>(static_cast<uint32_t>(item.label.uint64));
-    switch (keymaster_tag_get_type(out->tag)) {
+    switch (typeNumber(keymaster_tag_get_type(out->tag))) {
         // Kept: the type of an integer's item is not checked.
-        case KM_ENUM:
-        case KM_ENUM_REP:
-        case KM_UINT:
-        case KM_UINT_REP:
+        case typeNumber(KM_ENUM):
+        case typeNumber(KM_ENUM_REP):
+        case typeNumber(KM_UINT):
+        case typeNumber(KM_UINT_REP):
             out->integer = static_cast<uint32_t>(item.val.uint64);
             break;
-        case KM_ULONG:
-        case KM_DATE:
-        case KM_ULONG_REP:
+        case typeNumber(KM_ULONG):
+        case typeNumber(KM_DATE):
+        case typeNumber(KM_ULONG_REP):
             out->long_integer = item.val.uint64;
             break;
-        case KM_BOOL:
+        case typeNumber(KM_BOOL):
             out->boolean = true;
             break;
-        case KM_BIGNUM:
-        case KM_BYTES:
+        case typeNumber(KM_BIGNUM):
+        case typeNumber(KM_BYTES):
             if (item.uDataType != QCBOR_TYPE_BYTE_STRING &&
                 item.uDataType != QCBOR_TYPE_TEXT_STRING) {
                 return KM_ERROR_INVALID_TAG;
@@ -95,7 +101,7 @@ keymaster_error_t parseParam(CborReader* reader, KeymasterUtils* transport,
             out->blob = copyForCaller(
                 transport, {static_cast<const uint8_t*>(item.val.string.ptr), item.val.string.len});
             break;
-        case KM_INVALID:
+        case typeNumber(KM_INVALID):
             reader->error = KM_ERROR_UNKNOWN_ERROR;
             return KM_ERROR_INVALID_TAG;
         default:
