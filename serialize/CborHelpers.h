@@ -1,5 +1,5 @@
 // CBOR reader and writer helpers over QCBOR. They are part of the library's interface and are
-// exported under these names.
+// exported under these names. None of them allocates or logs, and no pointer may be null.
 #pragma once
 
 #include <hardware/keymaster_defs.h>
@@ -13,8 +13,8 @@ extern "C" {
 #include <qcbor.h>
 }
 
-// A cursor over a message. Its owner initialises the decoder, fills the item with all-ones bytes
-// and clears the error.
+// A cursor over a message. Its owner initialises the decoder over the message, which must outlive
+// what is read from it, fills the item with all-ones bytes and clears the error.
 //
 // The first failure sticks: every helper called after it does nothing, so a run of getters is
 // tested once at its end, and what they gave is used only after that.
@@ -28,33 +28,39 @@ extern "C" {
 
 // ---- Reading ----
 //
-// Each helper takes the next item in order; maps are not searched. Strings that a getter gives
-// point into the message.
+// Each helper takes the next item in order; maps are not searched.
 
-// Enter a container: its items are read next, and nothing marks its end. 1 if entered. Else 0 and
-// the error -1.
+// Enter a container: its items are read next, and nothing marks its end. 1 if entered, and then
+// `reader->item` is the container. Else 0, the error -1 and the item as it was. The forms with a
+// label want that integer label.
 int CR_ARRAY_ENTER(CborReader* reader);
 int CR_MAP_ENTER(CborReader* reader);
 int CR_ARRAY_LABEL_ENTER(CborReader* reader, int64_t label);
 int CR_MAP_LABEL_ENTER(CborReader* reader, int64_t label);
 
-// Getters. `out` is written only on success. The forms with a label fail with QCBOR's code where
-// there is no item and with -1 for a value of the wrong type or range. Another label is error 1;
-// a text label of the right length but with other bytes is memcmp's result.
+// Getters. `out` is written only on success. Each value has three forms:
 //
-// The forms without a label do not look at one. Theirs is error 1 for every failure (Bool, Uint64,
-// Int64, BytesOrString), or QCBOR's code or -1 as above (Uint32, Int32, Uint8).
+//   CRGet<Value>                       a failed one sets
+//     Bool, Uint64, Int64, BytesOrString   1, whatever failed
+//     Uint32, Int32, Uint8                 QCBOR's code where there is no item, -1 for a bad value
+//   CRGet<Value>FromMapWithUint64Label and
+//   CRGet<Value>FromMapWithStringLabel     the same two, and 1 for another label
+//
+// A bad value has the wrong type or range. The first form does not look at a label. A negative
+// integer label is wanted by its 64-bit two's complement. A text label ends with a zero byte; one
+// of the right length but with other bytes sets memcmp's result.
 
 // 1 for true, 0 for false.
 void CRGetBool(CborReader* reader, uint8_t* out);
 void CRGetBoolFromMapWithUint64Label(CborReader* reader, uint64_t label, uint8_t* out);
 void CRGetBoolFromMapWithStringLabel(CborReader* reader, const char* label, uint8_t* out);
 
-// Any integer; a negative one gives its two's-complement bits.
+// Any integer of 64 bits; a negative one gives its two's-complement bits.
 void CRGetUint64(CborReader* reader, uint64_t* out);
 void CRGetUint64FromMapWithUint64Label(CborReader* reader, uint64_t label, uint64_t* out);
 void CRGetUint64FromMapWithStringLabel(CborReader* reader, const char* label, uint64_t* out);
 
+// From here to Uint8, an integer within the range of the output.
 void CRGetInt64(CborReader* reader, int64_t* out);
 void CRGetInt64FromMapWithUint64Label(CborReader* reader, uint64_t label, int64_t* out);
 void CRGetInt64FromMapWithStringLabel(CborReader* reader, const char* label, int64_t* out);
@@ -71,7 +77,8 @@ void CRGetUint8(CborReader* reader, uint8_t* out);
 void CRGetUint8FromMapWithUint64Label(CborReader* reader, uint64_t label, uint8_t* out);
 void CRGetUint8FromMapWithStringLabel(CborReader* reader, const char* label, uint8_t* out);
 
-// `type` is QCBOR_TYPE_BYTE_STRING or QCBOR_TYPE_TEXT_STRING; the other kind is refused.
+// `type` is QCBOR_TYPE_BYTE_STRING or QCBOR_TYPE_TEXT_STRING; the other kind is a bad value. The
+// length is in bytes; the bytes stay in the message, and text has no zero byte at its end.
 void CRGetBytesOrString(CborReader* reader, uint8_t type, keymaster_blob_t* out);
 void CRGetBytesOrStringFromMapWithUint64Label(CborReader* reader, uint8_t type, uint64_t label,
                                               keymaster_blob_t* out);
