@@ -30,6 +30,7 @@ set(LUMO_LIBRARY_SOURCES
     serialize/AgreementMessages.cpp
     serialize/AttestationMessages.cpp
     serialize/CborHelpers.cpp
+    serialize/DeviceStateMessages.cpp
     serialize/KeyMessages.cpp
     serialize/OperationMessages.cpp
     serialize/Parameters.cpp

@@ -1,4 +1,4 @@
-// The messages of the HMAC key agreement and of the device lock.
+// The messages of the HMAC key agreement.
 
 #include "KeymasterSerialize.h"
 #include "RequestWriter.h"
@@ -47,14 +47,4 @@ keymaster_error_t KeymasterSerialize::deserializeClientComputeHmacParams(
     if (result != KM_ERROR_OK) return result;
     sharing_check.insert(sharing_check.end(), bytes.data, bytes.data + bytes.data_length);
     return KM_ERROR_OK;
-}
-
-// ---- set_device_locked ----
-
-//   kDeviceLocked
-keymaster_error_t KeymasterSerialize::serializeClientSetDeviceLocked(bool flag,
-                                                                     keymaster_blob_t* request) {
-    RequestWriter writer(request);
-    writer.flag(MessageLabel::kDeviceLocked, flag);
-    return writer.finish();
 }

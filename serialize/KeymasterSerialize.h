@@ -157,7 +157,7 @@ class KeymasterSerialize {
     [[nodiscard]] keymaster_error_t serializeClientAbort(uint64_t op_handle,
                                                          keymaster_blob_t* request);
 
-    // ---- HMAC agreement and device lock ----
+    // ---- HMAC agreement ----
 
     // get_hmac_sharing_parameters: at most the first 32 bytes of seed and nonce; where the answer
     // has fewer, the rest of the record stays as it was.
@@ -170,6 +170,8 @@ class KeymasterSerialize {
     // The check value is appended to `sharing_check`.
     [[nodiscard]] keymaster_error_t deserializeClientComputeHmacParams(
         keymaster_blob_t response, std::vector<uint8_t>& sharing_check);
+
+    // ---- Device state ----
 
     // set_device_locked
     [[nodiscard]] keymaster_error_t serializeClientSetDeviceLocked(bool flag,
