@@ -12,7 +12,7 @@ using keymasterdevice::enumToBits;
 using keymasterdevice::isPresent;
 using keymasterdevice::RequestWriter;
 using keymasterdevice::ResponseReader;
-using keymasterdevice::WipeAtExit;
+using keymasterdevice::WipeVectorAtExit;
 
 // ---- A key blob alone ----
 
@@ -89,7 +89,7 @@ keymaster_error_t KeymasterSerialize::serializeClientSecureImportKey(
     const keymaster_key_param_set_t* params, uint64_t password_sid, uint64_t biometric_sid,
     std::vector<uint8_t> wrapped_key_data, std::vector<uint8_t> wrapping_key_blob,
     std::vector<uint8_t> masking_key, keymaster_blob_t* request) {
-    const WipeAtExit wiped(masking_key.data(), masking_key.size());
+    const WipeVectorAtExit wiped(masking_key);
     RequestWriter writer(request);
     writer.params(params);
     writer.number(MessageLabel::kPasswordSid, password_sid);
