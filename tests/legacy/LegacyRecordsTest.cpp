@@ -172,7 +172,7 @@ TEST_F(LegacyRecords, EveryCommandSendsItsRecordAndLogsItsFailures) {
             lines = {command.method, "ret: -48", "resp->status: 0"};
         }
         restart();
-        script().no_shared_buffer = true;
+        script().shared_buffers = 0;
         EXPECT_EQ(command.call(device_), KM_ERROR_INVALID_ARGUMENT);
         lines.push_back("req handle NULL");
         for (KeymasterHalDevice* device : {&device_, &strongbox_}) {
@@ -228,7 +228,7 @@ TEST_F(LegacyRecords, RootOfTrustGoesOutAsTwoRequestsThroughOneBuilder) {
     script().willReply(words({static_cast<uint32_t>(-1)}));
     EXPECT_EQ(set(root.data()), KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     EXPECT_EQ(set(nullptr), KM_ERROR_UNEXPECTED_NULL_POINTER);
-    script().no_shared_buffer = true;
+    script().shared_buffers = 0;
     EXPECT_EQ(set(root.data()), KM_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(script().sentCount(), 1u);
     EXPECT_THAT(log_.texts(), ElementsAre("LegacySetRot", "ret: 0", "resp->status: -1",

@@ -162,7 +162,9 @@ keymaster_error_t KeymasterUtils::sendCmd(const keymaster_blob_t& request,
 void* KeymasterUtils::vaultlink_dev_init() {
     ScriptedTransport& script = ScriptedTransport::instance();
     script.calls.push_back({"vaultlink_dev_init", 0, {}, {}});
-    return script.no_shared_buffer ? nullptr : script.sharedBuffer();
+    if (script.shared_buffers == 0) return nullptr;
+    --script.shared_buffers;
+    return script.sharedBuffer();
 }
 
 int32_t KeymasterUtils::send_cmd(void* request, uint32_t request_length, void* response,

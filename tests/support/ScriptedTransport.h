@@ -46,7 +46,7 @@ class ScriptedTransport {
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
     size_t cbor_capacity = 40960;
-    bool no_shared_buffer = false;
+    size_t shared_buffers = SIZE_MAX;             // how often the shared buffer is handed out
     uint32_t level = KM_SECURITY_LEVEL_SOFTWARE;  // of the last transport made
 
     std::deque<TransportReply> replies;  // taken front first; none left means an empty answer
