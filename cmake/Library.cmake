@@ -21,12 +21,10 @@ set(LUMO_LIBRARY_SOURCES
     device/legacy/LegacyDeviceState.cpp
     device/legacy/LegacyEcKey.cpp
     device/legacy/LegacyExchange.cpp
-    device/legacy/LegacyKeyCommands.cpp
     device/legacy/LegacyKeys.cpp
     device/legacy/LegacyOperations.cpp
     device/legacy/LegacyParams.cpp
     device/legacy/LegacyPublicKey.cpp
-    device/legacy/LegacyVerification.cpp
     serialize/AgreementMessages.cpp
     serialize/AttestationMessages.cpp
     serialize/CborHelpers.cpp

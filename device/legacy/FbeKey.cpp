@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "LegacyExchange.h"
+#include "ByteOrder.h"
+#include "Log.h"
+#include "Memory.h"
 
 namespace keymasterdevice {
 namespace {
@@ -16,24 +18,25 @@ constexpr char kDriver[] = "/dev/vaultlink";
 // Read and write, type 0x97, number 44, 72 bytes.
 constexpr unsigned long kClearKeyRequest = 0xC048972C;
 
-// The request's argument: two halves of the key, each followed by its length, a 32-bit
+// The request's argument: two halves of the key, each followed by its length in bytes, a 32-bit
 // little-endian word.
 constexpr size_t kHalfBytes = kFbeKeyBytes / 2;
 enum Offset : size_t {
     kFirstHalf = 0,
     kFirstLength = kFirstHalf + kHalfBytes,
-    kSecondHalf = kFirstLength + kWordBytes,
+    kSecondHalf = kFirstLength + 4,
     kSecondLength = kSecondHalf + kHalfBytes,
-    kRecordBytes = kSecondLength + kWordBytes,
+    kRecordBytes = kSecondLength + 4,
 };
 static_assert(kRecordBytes == 72, "the size is part of the request code");
 
 void sendClear(int driver, const uint8_t* key) {
     uint8_t record[kRecordBytes];
+    const WipeAtExit wipe_record(record, sizeof(record));
     std::copy_n(key, kHalfBytes, record + kFirstHalf);
-    storeWord(record + kFirstLength, kHalfBytes);
+    storeLe32(record + kFirstLength, kHalfBytes);
     std::copy_n(key + kHalfBytes, kHalfBytes, record + kSecondHalf);
-    storeWord(record + kSecondLength, kHalfBytes);
+    storeLe32(record + kSecondLength, kHalfBytes);
     if (ioctl(driver, kClearKeyRequest, record) != 0) {
         KM_LOG_ERROR(kDeviceLogTag, "Couldn't clear FBE key, errno = %d", errno);
     }

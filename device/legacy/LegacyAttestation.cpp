@@ -1,6 +1,4 @@
-// Attestation of keys.
-
-#include <KeymasterUtils.h>
+// Attestation over records: of keys, and the identifiers of the device that go into certificates.
 
 #include <new>
 
@@ -9,6 +7,7 @@
 #include "LegacyExchange.h"
 #include "Limits.h"
 #include "Outputs.h"
+#include "Presence.h"
 
 namespace keymasterdevice {
 namespace {
@@ -51,6 +50,11 @@ namespace certificate_entry {
 enum Word : uint32_t { kOffset, kBytes, kWords };
 }  // namespace certificate_entry
 
+namespace destroy_ids_request {
+enum Word : uint32_t { kCommand, kZero, kWords };
+static_assert(kWords * kWordBytes == 8, "fixed by the protocol");
+}  // namespace destroy_ids_request
+
 using CertificateChain = std::unique_ptr<keymaster_cert_chain_t, CertificateChain_Delete>;
 
 // Kept: a date that is not told leaves the words as the shared buffer held them, and the last three
@@ -76,34 +80,34 @@ CertificateChain makeChain(uint32_t count) {
     return chain;
 }
 
-keymaster_error_t takeCertificates(keymasterutils::KeymasterUtils& transport, LegacyResponse& table,
-                                   const CertificateChain& chain) {
+// Copies what the table of certificates points at, as far as it goes.
+void readCertificates(LegacyExchange& exchange, LegacyResponse& table,
+                      const CertificateChain& chain) {
     for (uint32_t i = 0; i < chain->entry_count; ++i) {
         const ByteSpan bytes =
             table.item(i * certificate_entry::kWords + certificate_entry::kOffset);
-        if (!table.ok()) return KM_ERROR_UNKNOWN_ERROR;
-        MallocedBytes copy = copyToHeap(transport, bytes);
-        if (!copy) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
+        MallocedBytes copy = exchange.copyToHeap(bytes);
+        if (!copy) return;
         chain->entries[i] = {copy.release(), bytes.length};
     }
-    return KM_ERROR_OK;
 }
 
-keymaster_error_t takeChain(keymasterutils::KeymasterUtils& transport, LegacyResponse& response,
-                            keymaster_cert_chain_t* cert_chain) {
+keymaster_error_t readChain(LegacyExchange& exchange, keymaster_cert_chain_t* cert_chain) {
+    LegacyResponse& response = exchange.response();
     const uint32_t count = response.word(attest_response::kNumCertificates);
     if (count > kMaxCertificates) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
-    LegacyResponse table;
-    if (count != 0) table = response.record(response.word(attest_response::kTableOffset));
-    if (!response.ok()) return KM_ERROR_UNKNOWN_ERROR;
-    // Asked before there is an array, so that its size cannot exceed the shared buffer's order.
+    // Where there are no certificates, the offset of their table is not read.
+    LegacyResponse table =
+        count != 0 ? response.record(response.word(attest_response::kTableOffset)) : response;
+    // Bounds are checked before the array is allocated, so that its size cannot exceed the order of
+    // the shared buffer's.
     table.bytes(0, count * certificate_entry::kWords * kWordBytes);
-    if (!table.ok()) return KM_ERROR_UNKNOWN_ERROR;
+    if (!exchange.ok()) return exchange.error();
 
     CertificateChain chain = makeChain(count);
     if (!chain) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
-    const keymaster_error_t error = takeCertificates(transport, table, chain);
-    if (error != KM_ERROR_OK) return error;
+    readCertificates(exchange, table, chain);
+    if (!exchange.ok()) return exchange.error();
     *cert_chain = *chain;
     *chain = {nullptr, 0};
     return KM_ERROR_OK;
@@ -114,27 +118,31 @@ keymaster_error_t takeChain(keymasterutils::KeymasterUtils& transport, LegacyRes
 keymaster_error_t KeymasterHalDevice::legacy_attest_key(const keymaster_key_blob_t* key_blob,
                                                         const keymaster_key_param_set_t* params,
                                                         keymaster_cert_chain_t* cert_chain) {
-    if (key_blob == nullptr || key_blob->key_material == nullptr ||
-        key_blob->key_material_size == 0 || params == nullptr || cert_chain == nullptr) {
+    if (!isPresent(key_blob) || params == nullptr || cert_chain == nullptr) {
         return KM_ERROR_UNEXPECTED_NULL_POINTER;
     }
-    keymaster_error_t error = bringUpLink(channel(), kAttestKey);
-    if (error != KM_ERROR_OK) return error;
-
     LegacyExchange exchange(channel(), kAttestKey, attest_request::kWords);
     exchange.addItem(attest_request::kBlobOffset, key_blob->key_material,
                      key_blob->key_material_size);
+    if (!exchange.ok()) return exchange.error();  // before a date is logged
     const AttestationDates dates = readAttestationDates(*key_blob);
     setDate(exchange, attest_request::kActiveDate, dates.active);
     setDate(exchange, attest_request::kExpireDate, dates.expire);
     exchange.addOptionalParams(attest_request::kParamsOffset, params);
-    if (exchange.error() != KM_ERROR_OK) return exchange.error();
-    error = exchange.send();
-    if (error != KM_ERROR_OK) {
-        *cert_chain = {nullptr, 0};
-        return error;
+    if (!exchange.ok()) return exchange.error();
+    exchange.send();
+    if (!exchange.ok()) {
+        clearOutput(cert_chain);
+        return exchange.error();
     }
-    return takeChain(*transport_, exchange.response(), cert_chain);
+    return readChain(exchange, cert_chain);
+}
+
+keymaster_error_t KeymasterHalDevice::legacy_destroy_device_ids() {
+    LegacyExchange exchange(channel(), kDestroyDeviceIds, destroy_ids_request::kWords);
+    exchange.setWord(destroy_ids_request::kZero, 0);
+    exchange.send();
+    return exchange.error();
 }
 
 }  // namespace keymasterdevice

@@ -1,14 +1,25 @@
-// Delivery of the root of trust and the boot state, early at boot; used on either protocol.
-
-#include <KeymasterUtils.h>
+// The state of the device over records: patch levels, and root of trust and boot state, which are
+// delivered early at boot.
 
 #include <algorithm>
 
 #include "KeymasterHalDevice.h"
 #include "LegacyExchange.h"
+#include "Log.h"
 
 namespace keymasterdevice {
 namespace {
+
+namespace configure_request {
+enum Word : uint32_t { kCommand, kParamsOffset, kNumParams, kWords };
+static_assert(kWords * kWordBytes == 12, "fixed by the protocol");
+}  // namespace configure_request
+
+namespace date_support_request {
+// The last two words are sent as the shared buffer held them.
+enum Word : uint32_t { kCommand, kUnused1, kUnused2, kWords };
+static_assert(kWords * kWordBytes == 12, "fixed by the protocol");
+}  // namespace date_support_request
 
 constexpr uint32_t kRootOfTrustBytes = 32;
 
@@ -39,6 +50,28 @@ static_assert(kColor * kWordBytes == 36 && kBytes == 48, "fixed by the protocol"
 
 }  // namespace
 
+keymaster_error_t KeymasterHalDevice::legacy_configure(const keymaster_key_param_set_t* params) {
+    LegacyExchange exchange(channel(), kConfigure, configure_request::kWords);
+    exchange.addOptionalParams(configure_request::kParamsOffset, params);
+    exchange.send();
+    return exchange.error();
+}
+
+keymaster_error_t KeymasterHalDevice::legacy_get_date_support(bool* supported) {
+    if (supported == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
+
+    LegacyExchange exchange(channel(), kGetDateSupport, date_support_request::kWords);
+    exchange.transmit();
+    if (exchange.statusIs(KM_ERROR_INVALID_TAG)) {
+        KM_LOG_ERROR(kDeviceLogTag, "Keymaster does not support date for security patch level");
+        *supported = false;
+        return KM_ERROR_OK;
+    }
+    exchange.checkStatus();
+    if (exchange.ok()) *supported = true;
+    return exchange.error();
+}
+
 keymaster_error_t KeymasterHalDevice::LegacySetRot(uint8_t* root_of_trust, uint8_t* /*unused*/,
                                                    bool locked, uint8_t* boot_state,
                                                    _km_boot_state_color_t color,
@@ -48,8 +81,8 @@ keymaster_error_t KeymasterHalDevice::LegacySetRot(uint8_t* root_of_trust, uint8
 
     LegacyExchange rot(channel(), kSetRot, rot_request::kWords);
     rot.addItem(rot_request::kRootOffset, root_of_trust, kRootOfTrustBytes);
-    const keymaster_error_t error = rot.send();
-    if (error != KM_ERROR_OK) return error;
+    rot.send();
+    if (!rot.ok()) return rot.error();
 
     // Kept: the second request is appended through the first one's builder, so its body lands
     // behind the first request, at offset 60, while its header says 16.
@@ -63,11 +96,12 @@ keymaster_error_t KeymasterHalDevice::LegacySetRot(uint8_t* root_of_trust, uint8
     LegacyRecord body(body_bytes);
     body.setWord(state_body::kLocked, locked ? 1 : 0);
     std::copy_n(boot_state, kWordBytes, body_bytes + state_body::kBootState * kWordBytes);
-    body.setWord(state_body::kColor, static_cast<uint32_t>(color));
+    body.setWord(state_body::kColor, enumToBits(color));
     body.setWord(state_body::kSystemVersion, system_version);
     body.setWord(state_body::kSystemPatchlevel, system_patchlevel);
     state.append(body_bytes, sizeof(body_bytes));
-    return state.send();
+    state.send();
+    return state.error();
 }
 
 }  // namespace keymasterdevice

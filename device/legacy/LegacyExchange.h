@@ -1,10 +1,11 @@
-// One request and response of the fixed-layout protocol.
+// One request and response in fixed-layout records.
 //
-// A request is written at the start of the shared buffer: a header of 32-bit little-endian words,
-// then variable data, of which the header gives offset and length. The secure application answers
-// straight behind the request. Offsets in a request count from the start of the request, those in a
-// response from the start of the response. A command names the words of its records in an
-// enumeration and reads as that record.
+// A request is written at the start of the shared buffer: a header of words, then variable data, of
+// which the header gives offset and length. The secure application answers in the same buffer,
+// straight behind the request.
+//
+// A command reads: fill named words, append items, send, read named words, and error(). The first
+// failure sticks: the steps after it do nothing.
 #pragma once
 
 #include <KeymasterBuffer.h>
@@ -12,90 +13,33 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 
 #include "Channel.h"
 #include "Commands.h"
-#include "Log.h"
+#include "EnumBits.h"
+#include "LegacyRecords.h"
 #include "Memory.h"
-#include "Presence.h"
-
-namespace keymasterutils {
-class KeymasterUtils;
-}
 
 namespace keymasterdevice {
 
-constexpr uint32_t kWordBytes = 4;
-
-uint32_t loadWord(const uint8_t* bytes);
-void storeWord(uint8_t* bytes, uint32_t value);
-
-// A length as the records carry it. One that needs more than 32 bits becomes the largest value,
-// which no builder accepts.
-uint32_t narrowLength(uint64_t length);
-
-// Bytes that belong to someone else.
-struct ByteSpan {
-    uint8_t* data;
-    uint32_t length;
-};
-
-// Words of a record in the request, which the builder has made room for.
-class LegacyRecord {
-  public:
-    LegacyRecord() = default;
-    explicit LegacyRecord(uint8_t* start) : start_(start) {}
-
-    // Without a place, which follows an earlier failure, nothing is written.
-    void setWord(uint32_t index, uint32_t value);
-    // 64 bits over two words, the low one first.
-    void setWords64(uint32_t index, uint64_t value);
-
-  private:
-    uint8_t* start_ = nullptr;
-};
-
-// A response, or a record inside it: from its start to the end of the shared buffer. What the
-// secure application says is trusted within those bounds. A read outside them gives zeros or an
-// empty span and leaves ok() false from then on.
-class LegacyResponse {
-  public:
-    LegacyResponse() = default;
-    LegacyResponse(uint8_t* start, uint32_t size) : start_(start), size_(size) {}
-
-    uint32_t word(uint32_t index);
-    uint64_t words64(uint32_t index);
-    ByteSpan bytes(uint32_t offset, uint32_t length);
-    // The bytes whose offset and length stand in the two words at `index`.
-    ByteSpan item(uint32_t index);
-    // The record that begins at `offset`; offsets in it count from its own start.
-    LegacyResponse record(uint32_t offset);
-
-    bool ok() const { return ok_; }
-    uint32_t size() const { return size_; }
-
-  private:
-    uint8_t* start_ = nullptr;
-    uint32_t size_ = 0;
-    bool ok_ = true;
-};
-
-// Builds a request, sends it and gives access to the response. The first failure sticks: what
-// follows it does nothing, and error() and send() return it. The builder is released with the
-// object; the shared buffer stays the transport's.
 class LegacyExchange {
   public:
-    // Takes the shared buffer, reserves a header of `header_words` and writes the command
-    // identifier into its first word. The header is not cleared: a word that a command does not
-    // write keeps what the buffer held. With `append_through` everything is appended, and every
-    // offset taken, through the builder of that exchange, which must live longer.
+    // Brings up the link if the command's row says so, takes the shared buffer, reserves a header
+    // of `header_words` and writes the command identifier into its first word. The header is not
+    // cleared: a word that a command does not write keeps what the buffer held. With
+    // `append_through` everything is appended, and every offset taken, through the builder of that
+    // exchange. Transport and `append_through` must outlive the exchange; the shared buffer stays
+    // the transport's.
     LegacyExchange(const Channel& channel, const Command& command, uint32_t header_words,
                    LegacyExchange* append_through = nullptr);
+    LegacyExchange(const LegacyExchange&) = delete;
+    LegacyExchange& operator=(const LegacyExchange&) = delete;
 
-    void setWord(uint32_t index, uint32_t value);
-    void setWords64(uint32_t index, uint64_t value);
+    // ---- Request ----
+
+    void setWord(uint32_t index, uint32_t value) { header_.setWord(index, value); }
+    void setWords64(uint32_t index, uint64_t value) { header_.setWords64(index, value); }
 
     // Append, and write the pair of header words at `index`: offset and length, or number of
     // parameters. An absent optional item is (0, 0).
@@ -117,47 +61,61 @@ class LegacyExchange {
     uint32_t remaining() const;
 
     // Tells the secure application where in the response its output goes and how much room it has:
-    // `header_bytes` into word `index`, the rest of the buffer less that into the next. Words that
-    // do not fit into the buffer are left out.
-    void labelResponse(uint32_t index, uint32_t header_bytes);
+    // `header_bytes` into word `index` of the response, the rest of the buffer less that into the
+    // next. Words that do not fit into the buffer are left out.
+    void setResponseOffsets(uint32_t index, uint32_t header_bytes);
 
-    keymaster_error_t error() const { return error_; }
+    // ---- Sending ----
 
-    // Sends, and returns the first of: an earlier failure, the transport's result, the status of
-    // the response, KM_ERROR_UNKNOWN_ERROR where that lies outside the shared buffer. A transport
-    // result or a status is logged.
-    [[nodiscard]] keymaster_error_t send();
+    // Fails with the transport's result or else the status of the response, either of them logged;
+    // without a log line where the status lies outside the shared buffer.
+    void send() {
+        transmit();
+        checkStatus();
+    }
+    // The two halves of send(), for a command to which one status is an answer.
+    void transmit();
+    void checkStatus();
+    bool statusIs(keymaster_error_t status) const;
 
-    // The two halves of send(), for a command that takes one status for an answer. transmit()
-    // returns an earlier failure only.
-    [[nodiscard]] keymaster_error_t transmit();
-    [[nodiscard]] keymaster_error_t judge() const;
-    bool answered(keymaster_error_t status) const;
+    // ---- Response ----
 
+    // May be read after a failure, too; what was not received reads as outside.
     LegacyResponse& response() { return response_; }
 
-  private:
-    void keep(keymaster_error_t error);
+    // Copies bytes of the response with the transport's bounded copy; the number of bytes copied.
+    size_t copyTo(uint8_t* out, const ByteSpan& bytes);
+    // The same into memory from malloc; null after any failure, that of malloc included.
+    MallocedBytes copyToHeap(const ByteSpan& bytes);
+    // The same into an output of the caller's. Where there is no memory the output keeps its
+    // pointer and gets the length.
+    void copyToOutput(const ByteSpan& bytes, keymaster_blob_t* output);
+    void copyToOutput(const ByteSpan& bytes, keymaster_key_blob_t* output);
 
+    // ---- Failure ----
+
+    bool ok() const { return error_ == KM_ERROR_OK && !read_outside_; }
+    // The first failure. KM_ERROR_UNKNOWN_ERROR where that is a read outside the shared buffer.
+    [[nodiscard]] keymaster_error_t error() const;
+    // For a failure that a command finds itself.
+    void storeFirstError(ErrorWord error);
+
+  private:
     keymasterutils::KeymasterUtils& transport_;
     const Command& command_;
-    keymaster_error_t error_ = KM_ERROR_OK;
+    ErrorWord error_ = KM_ERROR_OK;
+    bool read_outside_ = false;
     uint8_t* buffer_ = nullptr;
     std::unique_ptr<KeymasterBuffer> builder_;
     KeymasterBuffer* writer_ = nullptr;  // builder_, or that of another exchange
     LegacyRecord header_;
-    LegacyResponse response_;
+    LegacyResponse response_{ByteReader(), &read_outside_};
+    bool sent_ = false;
     int32_t send_result_ = 0;
     int32_t status_ = 0;
-    bool status_readable_ = false;
 };
 
 // Brings up the link to the secure processor; a failure is logged under the method's name.
-[[nodiscard]] keymaster_error_t bringUpLink(const Channel& channel, const Command& command);
-
-// Copies with the transport's bounded copy; returns the number of bytes copied.
-size_t copyOut(keymasterutils::KeymasterUtils& transport, uint8_t* out, const ByteSpan& bytes);
-// The same into fresh memory; null when there is none.
-MallocedBytes copyToHeap(keymasterutils::KeymasterUtils& transport, const ByteSpan& bytes);
+[[nodiscard]] ErrorWord bringUpLink(const Channel& channel, const Command& command);
 
 }  // namespace keymasterdevice

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "ByteOrder.h"
 #include "KeymasterHalDevice.h"
-#include "LegacyExchange.h"
+#include "LegacyRecords.h"
 
 namespace keymasterdevice {
 namespace {
@@ -19,7 +20,7 @@ class StagingRecord {
   public:
     StagingRecord() { std::fill_n(bytes_, sizeof(bytes_), uint8_t{0xFF}); }
 
-    void set(ParamRecord word, uint32_t value) { storeWord(bytes_ + word * kWordBytes, value); }
+    void set(ParamRecord word, uint32_t value) { storeLe32(bytes_ + word * kWordBytes, value); }
     void setLowestByte(ParamRecord word, uint8_t value) { bytes_[word * kWordBytes] = value; }
     const uint8_t* data() const { return bytes_; }
 
@@ -27,13 +28,12 @@ class StagingRecord {
     uint8_t bytes_[kParamBytes];
 };
 
-keymaster_error_t stageBlob(StagingRecord& record, KeymasterBuffer& builder,
-                            const keymaster_blob_t& blob) {
+ErrorWord stageBlob(StagingRecord& record, KeymasterBuffer& builder, const keymaster_blob_t& blob) {
     if (blob.data == nullptr && blob.data_length != 0) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     const uint32_t length = narrowLength(blob.data_length);
     record.set(kFirstValue, builder.get_indirect_buf_offset_from_main());
     record.set(kSecondValue, length);
-    return builder.append_to_indirect_buf(blob.data, length);
+    return errorToWord(builder.append_to_indirect_buf(blob.data, length));
 }
 
 void stageLong(StagingRecord& record, uint64_t value) {
@@ -41,8 +41,8 @@ void stageLong(StagingRecord& record, uint64_t value) {
     record.set(kSecondValue, static_cast<uint32_t>(value >> 32));
 }
 
-keymaster_error_t stage(StagingRecord& record, KeymasterBuffer& builder,
-                        const keymaster_key_param_t& param) {
+ErrorWord stage(StagingRecord& record, KeymasterBuffer& builder,
+                const keymaster_key_param_t& param) {
     const keymaster_tag_type_t type = keymaster_tag_get_type(param.tag);
     switch (type) {
         case KM_INVALID:
@@ -75,26 +75,25 @@ keymaster_error_t stage(StagingRecord& record, KeymasterBuffer& builder,
 
 }  // namespace
 
-keymaster_error_t serializeLegacyParams(KeymasterBuffer& builder,
-                                        const keymaster_key_param_t* params, uint32_t count) {
+ErrorWord serializeLegacyParams(KeymasterBuffer& builder, const keymaster_key_param_t* params,
+                                uint32_t count) {
     StagingRecord record;
-    keymaster_error_t error = builder.set_indirect_buf(narrowLength(uint64_t{count} * kParamBytes));
-    if (error != KM_ERROR_OK) return error;
-    for (uint32_t i = 0; i < count; ++i) {
+    ErrorWord error =
+        errorToWord(builder.set_indirect_buf(narrowLength(uint64_t{count} * kParamBytes)));
+    for (uint32_t i = 0; error == KM_ERROR_OK && i < count; ++i) {
         error = stage(record, builder, params[i]);
-        if (error != KM_ERROR_OK) return error;
-        error = builder.append_to_buf(record.data(), kParamBytes);
-        if (error != KM_ERROR_OK) return error;
+        if (error != KM_ERROR_OK) break;
+        error = errorToWord(builder.append_to_buf(record.data(), kParamBytes));
     }
-    builder.reset_indirect_buf();
-    return KM_ERROR_OK;
+    if (error == KM_ERROR_OK) builder.reset_indirect_buf();
+    return error;
 }
 
 keymaster_error_t KeymasterHalDevice::params_serialize(std::unique_ptr<KeymasterBuffer>& builder,
                                                        keymaster_key_param_t* params,
                                                        unsigned int count) {
     if (!builder || (params == nullptr && count != 0)) return KM_ERROR_UNEXPECTED_NULL_POINTER;
-    return serializeLegacyParams(*builder, params, count);
+    return errorFromWord(serializeLegacyParams(*builder, params, count));
 }
 
 }  // namespace keymasterdevice
