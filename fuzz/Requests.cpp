@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Property.h"
-#include "TestServices.h"
+#include "TestEnvironment.h"
 #include "secureapp/protocol/SecureApp.h"
 
 namespace {

@@ -47,7 +47,7 @@ keymaster_error_t SimLink::open() {
     } catch (const secureapp::StateError& error) {
         noteFailure(TransportStatus::state, error.what());
         return KM_ERROR_SECURE_HW_ACCESS_DENIED;
-    } catch (const secureapp::KeymasterError& error) {
+    } catch (const secureapp::Refusal& error) {
         noteFailure(TransportStatus::transport, "the secure application does not start");
         return error.code();
     }

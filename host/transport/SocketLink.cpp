@@ -78,7 +78,7 @@ keymaster_error_t SocketLink::exchangeRecord(ByteView request, uint8_t* response
         connect();
         RequestFrame sent = frame(FrameKind::kRecord);
         sent.capacity = static_cast<uint32_t>(capacity);
-        sent.area = ByteView(response, std::min(capacity, kLargestArea)).copy();
+        sent.area = ByteView(response, std::min(capacity, kMaxAreaBytes)).copy();
         sent.body = request.copy();
         const ReplyFrame reply = call(sent);
         if (reply.body.size() > capacity) throw ChannelError("the answer is too large");

@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "Hex.h"
-#include "TestServices.h"
+#include "TestEnvironment.h"
 #include "secureapp/keymaster/Keymaster.h"
 
 namespace lumo::test {
@@ -22,7 +22,7 @@ template <typename Call>
 keymaster_error_t errorOf(Call call) {
     try {
         call();
-    } catch (const KeymasterError& error) {
+    } catch (const Refusal& error) {
         return error.code();
     }
     return KM_ERROR_OK;
@@ -33,7 +33,7 @@ struct Device {
     CountingRandom random;
     MemoryState state;
     MemoryState shared;
-    World world;
+    DeviceConfig config;
     KeymasterOptions options;
     ParamSet hal = {intParam(KM_TAG_OS_VERSION, 110000), intParam(KM_TAG_OS_PATCHLEVEL, 202012),
                     intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201105)};
@@ -49,7 +49,7 @@ struct Device {
         keymaster->configure(hal);
     }
     void bootUnconfigured() {
-        keymaster = std::make_unique<Keymaster>(options, world, state, shared, clock, random);
+        keymaster = std::make_unique<Keymaster>(options, config, state, shared, clock, random);
     }
     Keymaster* operator->() { return keymaster.get(); }
 };

@@ -44,14 +44,14 @@ void AccessControl::checkBegin(uint32_t purpose, const OpenedKey& key, const Par
     const std::optional<AuthToken> token = tokenIn(params, shared_key);
     unlockWith(token);
     if (locked_ && authorizations.contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED)) {
-        fail(KM_ERROR_DEVICE_LOCKED);
+        refuse(KM_ERROR_DEVICE_LOCKED);
     }
     checkAuthentication(authorizations, token);
     checkDates(purpose, authorizations);
     checkRate(key.id, authorizations);
     checkUses(key.id, authorizations);
     if (authorizations.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED) && presence_wanted_) {
-        fail(KM_ERROR_CONCURRENT_PROOF_OF_PRESENCE_REQUESTED);
+        refuse(KM_ERROR_CONCURRENT_PROOF_OF_PRESENCE_REQUESTED);
     }
 }
 
@@ -81,10 +81,10 @@ void AccessControl::checkUse(const Admission& admission, uint64_t handle, const 
     if (admission.authorized_by_handle) {
         const std::optional<AuthToken> token = tokenIn(params, shared_key);
         if (!token || !suits(*token, admission.authorizations) || token->challenge != handle) {
-            fail(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
+            refuse(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
         }
     }
-    if (admission.needs_presence && !presence_proven_) fail(KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
+    if (admission.needs_presence && !presence_proven_) refuse(KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
 }
 
 void AccessControl::release(const Admission& admission) {
@@ -105,7 +105,7 @@ void AccessControl::lockDevice(bool password_only) {
     locked_at_ = clock_.bootMillis();
 }
 
-void AccessControl::pressButton() {
+void AccessControl::confirmPresence() {
     presence_proven_ = presence_wanted_;
 }
 
@@ -123,18 +123,18 @@ void AccessControl::checkAuthentication(const ParamSet& key,
     const uint64_t now = clock_.bootMillis();
     if (!token || !suits(*token, key) || token->timestamp > now ||
         now - token->timestamp >= timeout) {
-        fail(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
+        refuse(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
     }
 }
 
 void AccessControl::checkDates(uint32_t purpose, const ParamSet& key) const {
     if (!trusted_clock_) return;
     const uint64_t now = clock_.wallMillis();
-    if (now < key.integer(KM_TAG_ACTIVE_DATETIME).value_or(0)) fail(KM_ERROR_KEY_NOT_YET_VALID);
+    if (now < key.integer(KM_TAG_ACTIVE_DATETIME).value_or(0)) refuse(KM_ERROR_KEY_NOT_YET_VALID);
     const bool originates = purpose == KM_PURPOSE_ENCRYPT || purpose == KM_PURPOSE_SIGN;
     const keymaster_tag_t end =
         originates ? KM_TAG_ORIGINATION_EXPIRE_DATETIME : KM_TAG_USAGE_EXPIRE_DATETIME;
-    if (now > key.integer(end).value_or(UINT64_MAX)) fail(KM_ERROR_KEY_EXPIRED);
+    if (now > key.integer(end).value_or(UINT64_MAX)) refuse(KM_ERROR_KEY_EXPIRED);
 }
 
 // The interval runs from the end of an operation; while one is running, others may begin.
@@ -143,22 +143,22 @@ void AccessControl::checkRate(const Bytes& id, const ParamSet& key) {
     if (!seconds) return;
     const auto found = rates_.find(id);
     if (found != rates_.end()) {
-        if (!elapsed(found->second)) fail(KM_ERROR_KEY_RATE_LIMIT_EXCEEDED);
+        if (!elapsed(found->second)) refuse(KM_ERROR_KEY_RATE_LIMIT_EXCEEDED);
         return;
     }
     for (auto each = rates_.begin(); each != rates_.end();) {
         const bool idle = each->second.running == 0 && elapsed(each->second);
         each = idle ? rates_.erase(each) : std::next(each);
     }
-    if (rates_.size() >= kTrackedKeys) fail(KM_ERROR_TOO_MANY_OPERATIONS);
+    if (rates_.size() >= kTrackedKeys) refuse(KM_ERROR_TOO_MANY_OPERATIONS);
 }
 
 void AccessControl::checkUses(const Bytes& id, const ParamSet& key) const {
     const auto most = key.integer(KM_TAG_MAX_USES_PER_BOOT);
     if (!most) return;
     const auto found = uses_.find(id);
-    if ((found == uses_.end() ? 0 : found->second) >= *most) fail(KM_ERROR_KEY_MAX_OPS_EXCEEDED);
-    if (found == uses_.end() && uses_.size() >= kTrackedKeys) fail(KM_ERROR_TOO_MANY_OPERATIONS);
+    if ((found == uses_.end() ? 0 : found->second) >= *most) refuse(KM_ERROR_KEY_MAX_OPS_EXCEEDED);
+    if (found == uses_.end() && uses_.size() >= kTrackedKeys) refuse(KM_ERROR_TOO_MANY_OPERATIONS);
 }
 
 bool AccessControl::elapsed(const Rate& rate) const {

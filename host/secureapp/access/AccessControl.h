@@ -5,7 +5,7 @@
 #include <map>
 
 #include "secureapp/access/SharedHmac.h"
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 #include "secureapp/keymaster/Keymaster.h"
 
@@ -26,14 +26,14 @@ class AccessControl {
     AccessControl(Clock& clock, bool trusted_clock);
 
     // The rules of begin, all but those of public-key operations, which are exempt. Throws
-    // KeymasterError. A token in `params` that unlocks the device does so for good.
+    // Refusal. A token in `params` that unlocks the device does so for good.
     void checkBegin(uint32_t purpose, const OpenedKey& key, const ParamSet& params,
                     ByteView shared_key);
 
     // The operation takes place: counts the use. Only after checkBegin.
     Admission admit(const OpenedKey& key);
 
-    // The rules of update and finish. Throws KeymasterError.
+    // The rules of update and finish. Throws Refusal.
     void checkUse(const Admission& admission, uint64_t handle, const ParamSet& params,
                   ByteView shared_key) const;
 
@@ -41,7 +41,7 @@ class AccessControl {
     void release(const Admission& admission);
 
     void lockDevice(bool password_only);
-    void pressButton();
+    void confirmPresence();
 
   private:
     struct Rate {

@@ -79,7 +79,7 @@ Bytes SharedHmac::agree(const std::vector<HmacSharingParameters>& all) {
     };
     if (!std::all_of(all.begin(), all.end(), hasRightSizes) ||
         std::none_of(all.begin(), all.end(), is_own)) {
-        fail(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     key_ = derive(all);
     return sharingCheck(key_);

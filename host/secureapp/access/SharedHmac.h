@@ -2,7 +2,7 @@
 // it authenticates. Derivation: SP 800-108 counter mode over AES-CMAC.
 #pragma once
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {

@@ -1,7 +1,7 @@
 #include "secureapp/attestation/AttestationKeys.h"
 
-#include "secureapp/attestation/AttestationTestKeys.h"
 #include "secureapp/attestation/Certificate.h"
+#include "secureapp/attestation/FixedAttestationKeys.h"
 #include "secureapp/crypto/Der.h"
 
 namespace lumo::secureapp {
@@ -60,8 +60,9 @@ Bytes authorityCertificate(const Authority& subject, const Authority& issuer) {
     return signCertificate(fields, issuer.key);
 }
 
-Authority rootAuthority(const World& world, keymaster_security_level_t level, EVP_PKEY* key) {
-    if (world.test_attestation_keys) {
+Authority rootAuthority(const DeviceConfig& config, keymaster_security_level_t level,
+                        EVP_PKEY* key) {
+    if (config.test_attestation_keys) {
         return {"Lumo Test Attestation Root - NOT FOR PRODUCTION", kRootSerial, key};
     }
     const bool strongbox = level == KM_SECURITY_LEVEL_STRONGBOX;
@@ -69,11 +70,11 @@ Authority rootAuthority(const World& world, keymaster_security_level_t level, EV
             key};
 }
 
-Authority batchAuthority(const World& world, uint32_t algorithm, EVP_PKEY* key) {
+Authority batchAuthority(const DeviceConfig& config, uint32_t algorithm, EVP_PKEY* key) {
     const bool rsa = algorithm == KM_ALGORITHM_RSA;
     const std::string name = rsa ? "RSA Attestation Batch" : "EC Attestation Batch";
-    return {world.test_attestation_keys ? "Lumo Test " + name + " - NOT FOR PRODUCTION"
-                                        : "Lumo " + name,
+    return {config.test_attestation_keys ? "Lumo Test " + name + " - NOT FOR PRODUCTION"
+                                         : "Lumo " + name,
             rsa ? kRsaBatchSerial : kEcBatchSerial, key};
 }
 
@@ -83,7 +84,7 @@ CryptoPtr<EVP_PKEY> testKey(const char* digits) {
         pkcs8.push_back(static_cast<uint8_t>(std::stoul(std::string(digit, 2), nullptr, 16)));
     }
     CryptoPtr<EVP_PKEY> key = parsePrivateKey(pkcs8);
-    if (key == nullptr) fail(KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED);
+    if (key == nullptr) refuse(KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED);
     return key;
 }
 
@@ -106,7 +107,7 @@ AttestationKey decodeRecord(const std::string& name, ByteView record) {
             decoded.chain.push_back(parts.next(der::kOctetString).contents.copy());
             readIssuer(decoded.chain.back());
         }
-    } catch (const KeymasterError&) {
+    } catch (const Refusal&) {
         decoded.key = nullptr;
     }
     if (decoded.key == nullptr || decoded.chain.empty()) {
@@ -118,7 +119,7 @@ AttestationKey decodeRecord(const std::string& name, ByteView record) {
 
 // What is kept under `name`; what `make` makes when nothing is yet.
 template <typename Make>
-AttestationKey keptKey(State& state, const std::string& name, Make make) {
+AttestationKey storedKey(State& state, const std::string& name, Make make) {
     std::optional<Bytes> record = state.read(name);
     if (!record) {
         const Bytes made = encodeRecord(make());
@@ -130,27 +131,27 @@ AttestationKey keptKey(State& state, const std::string& name, Make make) {
     return decodeRecord(name, *record);
 }
 
-AttestationKey rootOver(const World& world, keymaster_security_level_t level,
+AttestationKey rootOver(const DeviceConfig& config, keymaster_security_level_t level,
                         CryptoPtr<EVP_PKEY> key) {
-    const Authority self = rootAuthority(world, level, key.get());
+    const Authority self = rootAuthority(config, level, key.get());
     AttestationKey root;
     root.chain = {authorityCertificate(self, self)};
     root.key = std::move(key);
     return root;
 }
 
-AttestationKey rootKey(State& state, const World& world, keymaster_security_level_t level) {
-    if (world.test_attestation_keys) return rootOver(world, level, testKey(kTestRootKey));
-    return keptKey(state, kRootRecord,
-                   [&] { return rootOver(world, level, makeRsaKey(kRsaBits, kRsaExponent)); });
+AttestationKey rootKey(State& state, const DeviceConfig& config, keymaster_security_level_t level) {
+    if (config.test_attestation_keys) return rootOver(config, level, testKey(kTestRootKey));
+    return storedKey(state, kRootRecord,
+                     [&] { return rootOver(config, level, makeRsaKey(kRsaBits, kRsaExponent)); });
 }
 
-AttestationKey batchUnder(const AttestationKey& root, const World& world,
+AttestationKey batchUnder(const AttestationKey& root, const DeviceConfig& config,
                           keymaster_security_level_t level, uint32_t algorithm,
                           CryptoPtr<EVP_PKEY> key) {
     AttestationKey batch;
-    batch.chain = {authorityCertificate(batchAuthority(world, algorithm, key.get()),
-                                        rootAuthority(world, level, root.key.get())),
+    batch.chain = {authorityCertificate(batchAuthority(config, algorithm, key.get()),
+                                        rootAuthority(config, level, root.key.get())),
                    root.chain.front()};
     batch.key = std::move(key);
     return batch;
@@ -158,21 +159,21 @@ AttestationKey batchUnder(const AttestationKey& root, const World& world,
 
 }  // namespace
 
-AttestationKey attestationKey(State& state, const World& world, keymaster_security_level_t level,
-                              uint32_t algorithm) {
+AttestationKey attestationKey(State& state, const DeviceConfig& config,
+                              keymaster_security_level_t level, uint32_t algorithm) {
     const bool rsa = algorithm == KM_ALGORITHM_RSA;
-    if (world.test_attestation_keys) {
-        return batchUnder(rootKey(state, world, level), world, level, algorithm,
+    if (config.test_attestation_keys) {
+        return batchUnder(rootKey(state, config, level), config, level, algorithm,
                           testKey(rsa ? kTestRsaBatchKey : kTestEcBatchKey));
     }
-    return keptKey(state, rsa ? kRsaRecord : kEcRecord, [&] {
-        return batchUnder(rootKey(state, world, level), world, level, algorithm,
+    return storedKey(state, rsa ? kRsaRecord : kEcRecord, [&] {
+        return batchUnder(rootKey(state, config, level), config, level, algorithm,
                           rsa ? makeRsaKey(kRsaBits, kRsaExponent) : makeEcKey(KM_EC_CURVE_P_256));
     });
 }
 
-Bytes attestationRoot(State& state, const World& world, keymaster_security_level_t level) {
-    return rootKey(state, world, level).chain.front();
+Bytes attestationRoot(State& state, const DeviceConfig& config, keymaster_security_level_t level) {
+    return rootKey(state, config, level).chain.front();
 }
 
 }  // namespace lumo::secureapp

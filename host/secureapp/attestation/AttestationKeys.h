@@ -2,7 +2,7 @@
 // one batch key for RSA and one for EC.
 #pragma once
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 #include "secureapp/crypto/Crypto.h"
 
@@ -14,12 +14,12 @@ struct AttestationKey {
 };
 
 // The batch key for keys of `algorithm`, RSA or EC. Made at its first use and kept in `state`; with
-// World::test_attestation_keys the fixed one, which is the same everywhere and which nobody may
-// trust. StateError when what is kept is damaged.
-AttestationKey attestationKey(State& state, const World& world, keymaster_security_level_t level,
-                              uint32_t algorithm);
+// DeviceConfig::test_attestation_keys the fixed one, which is the same everywhere and which nobody
+// may trust. StateError when what is kept is damaged.
+AttestationKey attestationKey(State& state, const DeviceConfig& config,
+                              keymaster_security_level_t level, uint32_t algorithm);
 
 // The DER certificate that verifiers have to trust, the last one of both chains.
-Bytes attestationRoot(State& state, const World& world, keymaster_security_level_t level);
+Bytes attestationRoot(State& state, const DeviceConfig& config, keymaster_security_level_t level);
 
 }  // namespace lumo::secureapp

@@ -30,7 +30,7 @@ Bytes sign(EVP_PKEY* key, ByteView data) {
     if (context == nullptr ||
         EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) != 1 ||
         EVP_DigestSign(context.get(), signature.data(), &size, data.data(), data.size()) != 1) {
-        fail(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR);
     }
     signature.resize(size);
     return signature;

@@ -10,8 +10,8 @@ ByteView ByteView::sub(size_t offset, size_t size) const {
     return {data_ + offset, std::min(size, size_ - offset)};
 }
 
-void fail(keymaster_error_t code) {
-    throw KeymasterError(code);
+void refuse(keymaster_error_t code) {
+    throw Refusal(code);
 }
 
 Param intParam(keymaster_tag_t tag, uint64_t value) {

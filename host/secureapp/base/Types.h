@@ -37,9 +37,9 @@ class ByteView {
 };
 
 // Every refusal inside the secure application; the protocol faces turn it into a status.
-class KeymasterError : public std::exception {
+class Refusal : public std::exception {
   public:
-    explicit KeymasterError(keymaster_error_t code) : code_(code) {}
+    explicit Refusal(keymaster_error_t code) : code_(code) {}
     keymaster_error_t code() const { return code_; }
     const char* what() const noexcept override { return "refused by the secure application"; }
 
@@ -47,7 +47,7 @@ class KeymasterError : public std::exception {
     keymaster_error_t code_;
 };
 
-[[noreturn]] void fail(keymaster_error_t code);
+[[noreturn]] void refuse(keymaster_error_t code);
 
 // One authorization. Numbers, enumerations, dates and booleans (1) are in `integer`; byte strings
 // and big numbers in `bytes`.

@@ -35,7 +35,7 @@ using PiecePtr = std::unique_ptr<T, PieceDelete>;
 void require(bool success) {
     if (success) return;
     ERR_clear_error();
-    fail(KM_ERROR_UNKNOWN_ERROR);
+    refuse(KM_ERROR_UNKNOWN_ERROR);
 }
 
 int intSize(ByteView data) {
@@ -190,7 +190,7 @@ CryptoPtr<EVP_PKEY> decodePrivateKey(ByteView pkcs8) {
 }
 
 // The bytes that an i2d function allocated.
-Bytes takeEncoding(uint8_t* encoding, int size) {
+Bytes copyEncoding(uint8_t* encoding, int size) {
     const PiecePtr<uint8_t> owner(encoding);
     require(size > 0 && encoding != nullptr);
     return Bytes(encoding, encoding + size);
@@ -207,7 +207,7 @@ int curveNid(uint32_t curve) {
         case KM_EC_CURVE_P_521:
             return NID_secp521r1;
         default:
-            fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+            refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
     }
 }
 
@@ -340,13 +340,13 @@ Bytes encodePrivateKey(EVP_PKEY* key) {
     require(info != nullptr);
     uint8_t* encoding = nullptr;
     const int size = i2d_PKCS8_PRIV_KEY_INFO(info.get(), &encoding);
-    return takeEncoding(encoding, size);
+    return copyEncoding(encoding, size);
 }
 
 Bytes encodePublicKey(EVP_PKEY* key) {
     uint8_t* encoding = nullptr;
     const int size = i2d_PUBKEY(key, &encoding);
-    return takeEncoding(encoding, size);
+    return copyEncoding(encoding, size);
 }
 
 CryptoPtr<EVP_PKEY> makeRsaKey(uint32_t bits, uint64_t exponent) {

@@ -1,6 +1,6 @@
 // The cryptographic primitives that the secure application builds on, over libcrypto.
 //
-// Failures of libcrypto itself (out of memory) throw KeymasterError(KM_ERROR_UNKNOWN_ERROR).
+// Failures of libcrypto itself (out of memory) throw Refusal(KM_ERROR_UNKNOWN_ERROR).
 #pragma once
 
 #include <openssl/evp.h>

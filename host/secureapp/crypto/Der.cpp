@@ -17,7 +17,7 @@ void append(Bytes& out, ByteView bytes) {
 }
 
 void check(bool well_formed) {
-    if (!well_formed) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (!well_formed) refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
 void appendBase128(Bytes& out, uint32_t value) {

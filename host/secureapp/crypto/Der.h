@@ -46,7 +46,7 @@ struct Item {
 
 // Takes items off borrowed bytes, front to back. Strict: definite lengths only, identifiers,
 // lengths and integers in the fewest bytes. What is malformed, cut off or not what was asked for
-// throws KeymasterError(KM_ERROR_INVALID_ARGUMENT).
+// throws Refusal(KM_ERROR_INVALID_ARGUMENT).
 class Reader {
   public:
     explicit Reader(ByteView data) : rest_(data) {}

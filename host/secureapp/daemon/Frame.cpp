@@ -56,7 +56,7 @@ void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadli
     header.word(kCapacity, request.capacity);
     header.word(kAreaLength, static_cast<uint32_t>(request.area.size()));
     header.word(kRequestBodyLength, static_cast<uint32_t>(request.body.size()));
-    Bytes frame = header.take();
+    Bytes frame = header.finish();
     append(frame, request.area);
     append(frame, request.body);
     channel.write(frame, deadline);
@@ -72,22 +72,22 @@ RequestFrame readRequest(Channel& channel, Channel::Deadline deadline) {
     request.kind = static_cast<FrameKind>(header.word(kKind));
     request.level = header.word(kLevel);
     request.command = header.word(kCommand);
-    request.capacity = static_cast<uint32_t>(bounded(header.word(kCapacity), kLargestCapacity));
-    const size_t area = bounded(header.word(kAreaLength), kLargestArea);
-    const size_t body = bounded(header.word(kRequestBodyLength), kLargestBody);
+    request.capacity = static_cast<uint32_t>(bounded(header.word(kCapacity), kMaxCapacity));
+    const size_t area = bounded(header.word(kAreaLength), kMaxAreaBytes);
+    const size_t body = bounded(header.word(kRequestBodyLength), kMaxBodyBytes);
     request.area = readBytes(channel, area, deadline);
     request.body = readBytes(channel, body, deadline);
     return request;
 }
 
 void writeReply(Channel& channel, const ReplyFrame& reply, Channel::Deadline deadline) {
-    const std::string text = reply.text.substr(0, kLargestText);
+    const std::string text = reply.text.substr(0, kMaxTextBytes);
     RecordWriter header(kReplyWords);
     header.word(kReplyMagicWord, kReplyMagic);
     header.word(kError, static_cast<uint32_t>(reply.error));
     header.word(kReplyBodyLength, static_cast<uint32_t>(reply.body.size()));
     header.word(kTextLength, static_cast<uint32_t>(text.size()));
-    Bytes frame = header.take();
+    Bytes frame = header.finish();
     append(frame, reply.body);
     frame.insert(frame.end(), text.begin(), text.end());
     channel.write(frame, deadline);
@@ -103,8 +103,8 @@ ReplyFrame readReply(Channel& channel, Channel::Deadline deadline) {
     if (reply.error > KM_ERROR_OK || reply.error < KM_ERROR_UNKNOWN_ERROR) {
         throw ChannelError("what came is no reply");
     }
-    const size_t body = bounded(header.word(kReplyBodyLength), kLargestBody);
-    const size_t text = bounded(header.word(kTextLength), kLargestText);
+    const size_t body = bounded(header.word(kReplyBodyLength), kMaxBodyBytes);
+    const size_t text = bounded(header.word(kTextLength), kMaxTextBytes);
     reply.body = readBytes(channel, body, deadline);
     const Bytes words = readBytes(channel, text, deadline);
     reply.text.assign(words.begin(), words.end());
@@ -118,7 +118,7 @@ Bytes encodeFacts(const ServerFacts& facts) {
     body.word(kKeymasterVersion, facts.keymaster_version);
     body.word(kTaMinorVersion, facts.ta_minor_version);
     body.word(kHalMinorVersion, facts.hal_minor_version);
-    return body.take();
+    return body.finish();
 }
 
 ServerFacts decodeFacts(ByteView body) {

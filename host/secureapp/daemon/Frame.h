@@ -10,11 +10,11 @@
 namespace lumo::secureapp {
 
 // Above the largest CBOR request that the client's transport can hold, with room for its answer.
-constexpr size_t kLargestBody = 2 << 20;
+constexpr size_t kMaxBodyBytes = 2 << 20;
 // What a client may have written at the place of a record's answer.
-constexpr size_t kLargestArea = 64;
-constexpr size_t kLargestCapacity = 1 << 20;
-constexpr size_t kLargestText = 4096;
+constexpr size_t kMaxAreaBytes = 64;
+constexpr size_t kMaxCapacity = 1 << 20;
+constexpr size_t kMaxTextBytes = 4096;
 
 enum class FrameKind : uint32_t {
     kHello = 1,   // asks for the facts

@@ -35,9 +35,9 @@ void printCapabilities() {
         {"profiles", profileNames()},
         {"security_levels", {"trusted-environment", "strongbox"}},
         {"carriers", {"unix"}},
-        {"largest_request_bytes", kLargestBody},
-        {"largest_record_answer_bytes", kLargestCapacity},
-        {"most_clients", kMostClients},
+        {"largest_request_bytes", kMaxBodyBytes},
+        {"largest_record_answer_bytes", kMaxCapacity},
+        {"most_clients", kMaxClients},
         {"frame_patience_ms", kFramePatience.count()},
     };
     std::printf("%s\n", capabilities.dump(2).c_str());

@@ -119,13 +119,13 @@ Server::~Server() {
     if (ours) ::unlink(path_.c_str());
 }
 
-bool Server::takeSignal(int signals) {
+bool Server::readSignal(int signals) {
     signalfd_siginfo signal = {};
     const bool pressed =
         ::read(signals, &signal, sizeof(signal)) == sizeof(signal) && signal.ssi_signo == SIGUSR1;
     if (!pressed) return true;
     for (const auto level : {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, KM_SECURITY_LEVEL_STRONGBOX}) {
-        device_.app(level).pressButton();
+        device_.app(level).confirmPresence();
     }
     return false;
 }
@@ -137,7 +137,7 @@ void Server::run(int signals) {
             if (errno == EINTR) continue;
             failSystem("wait at", path_);
         }
-        if (entries[0].revents != 0 && takeSignal(signals)) return;
+        if (entries[0].revents != 0 && readSignal(signals)) return;
         if (entries[1].revents != 0) accept();
     }
 }
@@ -147,7 +147,7 @@ void Server::accept() {
     removeFinished();
     // Out of descriptors: the connection waits, and clients may end meanwhile.
     if (!socket) std::this_thread::sleep_for(kAcceptPause);
-    if (!socket || clients_.size() >= kMostClients) return;
+    if (!socket || clients_.size() >= kMaxClients) return;
     clients_.emplace_back(std::move(socket), ++last_client_);
     Client& client = clients_.back();
     if (!client.channel.peerIsSameUser()) {

@@ -14,7 +14,7 @@
 
 namespace lumo::secureapp {
 
-constexpr size_t kMostClients = 64;
+constexpr size_t kMaxClients = 64;
 // From a frame's first byte to its last, and for a client to take an answer.
 constexpr std::chrono::milliseconds kFramePatience{10000};
 
@@ -42,7 +42,7 @@ class Server {
     };
 
     // Takes one signal; returns whether it ends the server.
-    bool takeSignal(int signals);
+    bool readSignal(int signals);
     void accept();
     void removeFinished();
     void serve(Client& client);

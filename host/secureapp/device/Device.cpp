@@ -8,10 +8,10 @@ constexpr char kEnvironmentFolder[] = "default";
 constexpr char kStrongBoxFolder[] = "strongbox";
 constexpr char kSharedFolder[] = "shared";
 
-WorldSettings openWorld(const DeviceOptions& options) {
+DeviceSettings readSettings(const DeviceOptions& options) {
     prepareStateDirectory(options.state_directory);
-    WorldSettings settings = loadWorld(options.state_directory);
-    if (options.test_attestation_keys) settings.world.test_attestation_keys = true;
+    DeviceSettings settings = loadDeviceConfig(options.state_directory);
+    if (options.test_attestation_keys) settings.config.test_attestation_keys = true;
     return settings;
 }
 
@@ -20,7 +20,7 @@ WorldSettings openWorld(const DeviceOptions& options) {
 Device::Device(const DeviceOptions& options)
     : profile_(*options.profile),
       directory_(options.state_directory),
-      settings_(openWorld(options)),
+      settings_(readSettings(options)),
       clock_(settings_.fixed_time),
       random_(settings_.random_seed),
       shared_state_(directory_, kSharedFolder) {}
@@ -37,7 +37,7 @@ SecureApp& Device::app(keymaster_security_level_t level) {
     Instance instance;
     instance.state =
         std::make_unique<FileState>(directory_, strongbox ? kStrongBoxFolder : kEnvironmentFolder);
-    instance.app = std::make_unique<SecureApp>(profile_, played, settings_.world, *instance.state,
+    instance.app = std::make_unique<SecureApp>(profile_, played, settings_.config, *instance.state,
                                                shared_state_, clock_, random_);
     return *instances_.emplace(played, std::move(instance)).first->second.app;
 }

@@ -1,4 +1,4 @@
-// One device on the workstation: its state directory, its world and its two secure applications.
+// One device on the workstation: its state directory, its config and its two secure applications.
 #pragma once
 
 #include <map>
@@ -6,9 +6,9 @@
 #include <mutex>
 #include <string>
 
+#include "secureapp/device/ConfigFile.h"
 #include "secureapp/device/FileState.h"
-#include "secureapp/device/HostServices.h"
-#include "secureapp/device/WorldFile.h"
+#include "secureapp/device/HostEnvironment.h"
 #include "secureapp/protocol/SecureApp.h"
 
 namespace lumo::secureapp {
@@ -21,7 +21,7 @@ struct DeviceOptions {
 
 class Device {
   public:
-    // Opens the state directory and reads the world. Throws StateError.
+    // Opens the state directory and reads the config. Throws StateError.
     explicit Device(const DeviceOptions& options);
 
     const Profile& profile() const { return profile_; }
@@ -42,7 +42,7 @@ class Device {
 
     const Profile profile_;
     const std::string directory_;
-    WorldSettings settings_;
+    DeviceSettings settings_;
     HostClock clock_;
     HostRandom random_;
     FileState shared_state_;

@@ -22,7 +22,7 @@ constexpr mode_t kOthersMask = 0077;
 constexpr mode_t kOthersWriteMask = 0022;
 
 // Far above any record; a file of another size is none of ours.
-constexpr off_t kLargestRecord = 16 << 20;
+constexpr off_t kMaxRecordBytes = 16 << 20;
 
 constexpr auto kLockPatience = std::chrono::seconds(10);
 constexpr auto kLockPause = std::chrono::milliseconds(10);
@@ -59,7 +59,7 @@ FileHandle openFile(const std::string& path, int flags) {
 void requirePrivateFile(const FileHandle& file, const std::string& path) {
     struct stat status = {};
     if (::fstat(file.get(), &status) != 0) failSystem("look at", path, errno);
-    if (!S_ISREG(status.st_mode) || status.st_size > kLargestRecord) {
+    if (!S_ISREG(status.st_mode) || status.st_size > kMaxRecordBytes) {
         throw StateError(path + " is not a file that this program has written");
     }
     requireOwn(status, path, kOthersMask);

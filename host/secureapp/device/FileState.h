@@ -7,8 +7,8 @@
 
 #include <string>
 
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Posix.h"
-#include "secureapp/base/Services.h"
 
 namespace lumo::secureapp {
 

@@ -23,7 +23,7 @@ uint32_t verifiedBootState(uint32_t color) {
         case BootColor::kRed:
             return 3;
     }
-    fail(KM_ERROR_INVALID_ARGUMENT);
+    refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
 // The values that configure is about, in one order.
@@ -60,10 +60,10 @@ uint32_t OpenedKey::algorithm() const {
     return static_cast<uint32_t>(hardware.integer(KM_TAG_ALGORITHM).value_or(0));
 }
 
-Keymaster::Keymaster(const KeymasterOptions& options, World world, State& state,
+Keymaster::Keymaster(const KeymasterOptions& options, DeviceConfig config, State& state,
                      State& shared_state, Clock& clock, RandomSource& random)
     : options_(options),
-      world_(std::move(world)),
+      config_(std::move(config)),
       state_(state),
       shared_state_(shared_state),
       clock_(clock),
@@ -76,30 +76,30 @@ Keymaster::~Keymaster() = default;
 void Keymaster::configure(const ParamSet& params) {
     const ParamSet values = configuredValues(params);
     if (!values.contains(KM_TAG_OS_VERSION) || !values.contains(KM_TAG_OS_PATCHLEVEL)) {
-        fail(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     if (impl_->configured) {
         if (!std::equal(values.begin(), values.end(), impl_->configured->begin(),
                         impl_->configured->end())) {
-            fail(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT);
         }
         return;
     }
     impl_->configured = values;
     impl_->versions = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
-    std::optional<uint64_t> vendor = world_.vendor_patchlevel;
+    std::optional<uint64_t> vendor = config_.vendor_patchlevel;
     if (!vendor) vendor = values.integer(KM_TAG_VENDOR_PATCHLEVEL);
     addPatchDate(impl_->versions, KM_TAG_VENDOR_PATCHLEVEL, vendor);
-    addPatchDate(impl_->versions, KM_TAG_BOOT_PATCHLEVEL, world_.boot_patchlevel);
+    addPatchDate(impl_->versions, KM_TAG_BOOT_PATCHLEVEL, config_.boot_patchlevel);
 }
 
 void Keymaster::requireConfigured() const {
-    if (!impl_->configured) fail(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+    if (!impl_->configured) refuse(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
 }
 
 void Keymaster::addEntropy(ByteView entropy) {
     requireConfigured();
-    if (entropy.size() > kMaxEntropyBytes) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+    if (entropy.size() > kMaxEntropyBytes) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
     random_.mix(entropy);
 }
 
@@ -108,7 +108,7 @@ Bytes Keymaster::computeSharedHmac(const std::vector<HmacSharingParameters>& all
 }
 
 VerificationToken Keymaster::verifyAuthorization(uint64_t challenge) {
-    if (options_.level == KM_SECURITY_LEVEL_STRONGBOX) fail(KM_ERROR_UNIMPLEMENTED);
+    if (options_.level == KM_SECURITY_LEVEL_STRONGBOX) refuse(KM_ERROR_UNIMPLEMENTED);
     requireConfigured();
     VerificationToken token;
     token.challenge = challenge;
@@ -133,12 +133,12 @@ void Keymaster::deviceLocked(bool password_only) {
 }
 
 void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
-    if (verified_boot_key.size() != kVerifiedBootKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (verified_boot_key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
     // Keys hang on the root of trust, so it cannot change under them.
     if (impl_->root_of_trust_set || !impl_->blob_secret.bytes().empty()) {
-        fail(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }
-    world_.verified_boot_key = verified_boot_key.copy();
+    config_.verified_boot_key = verified_boot_key.copy();
     impl_->root_of_trust_set = true;
 }
 
@@ -148,15 +148,15 @@ void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_vers
                              uint32_t /*system_patchlevel*/) {
     const uint32_t state = verifiedBootState(color);
     if (impl_->boot_state_set || !impl_->blob_secret.bytes().empty()) {
-        fail(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }
-    world_.device_locked = locked;
-    world_.verified_boot_state = state;
+    config_.device_locked = locked;
+    config_.verified_boot_state = state;
     impl_->boot_state_set = true;
 }
 
-void Keymaster::pressButton() {
-    impl_->access.pressButton();
+void Keymaster::confirmPresence() {
+    impl_->access.confirmPresence();
 }
 
 }  // namespace lumo::secureapp

@@ -1,6 +1,6 @@
 // The keymaster itself: keys, operations and what protects them, the same for both protocols.
 //
-// Every method throws KeymasterError with the published code when it refuses, and StateError when
+// Every method throws Refusal with the published code when it refuses, and StateError when
 // the storage fails. Not thread-safe: the caller serialises.
 #pragma once
 
@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "secureapp/access/SharedHmac.h"
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {
@@ -82,14 +82,14 @@ enum class BootColor : uint32_t { kGreen = 0, kOrange = 1, kYellow = 2, kRed = 3
 class Keymaster {
   public:
     // `shared_state` holds what all instances of one device share; see SharedHmac.
-    Keymaster(const KeymasterOptions& options, World world, State& state, State& shared_state,
-              Clock& clock, RandomSource& random);
+    Keymaster(const KeymasterOptions& options, DeviceConfig config, State& state,
+              State& shared_state, Clock& clock, RandomSource& random);
     Keymaster(const Keymaster&) = delete;
     Keymaster& operator=(const Keymaster&) = delete;
     ~Keymaster();
 
     const KeymasterOptions& options() const { return options_; }
-    const World& world() const { return world_; }
+    const DeviceConfig& config() const { return config_; }
 
     // One set of OS version and patch levels a boot; the same again is fine, another is refused
     // with KM_ERROR_INVALID_ARGUMENT. Until then other calls give
@@ -136,7 +136,7 @@ class Keymaster {
     void setBootState(bool locked, uint32_t color, uint32_t system_version,
                       uint32_t system_patchlevel);
     // Stands for the user's finger on the button.
-    void pressButton();
+    void confirmPresence();
 
     // The pieces that several source files share.
 
@@ -164,7 +164,7 @@ class Keymaster {
     uint64_t newHandle();
 
     KeymasterOptions options_;
-    World world_;
+    DeviceConfig config_;
     State& state_;
     State& shared_state_;
     Clock& clock_;

@@ -22,21 +22,22 @@ constexpr Versions kVersions4_1 = {4, 41};
 
 void checkAlgorithm(uint32_t algorithm) {
     if (algorithm != KM_ALGORITHM_RSA && algorithm != KM_ALGORITHM_EC) {
-        fail(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+        refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
     }
 }
 
 void checkParams(const ParamSet& params, keymaster_security_level_t level) {
     if (params.contains(KM_TAG_DEVICE_UNIQUE_ATTESTATION)) {
-        fail(level == KM_SECURITY_LEVEL_STRONGBOX ? KM_ERROR_CANNOT_ATTEST_IDS
-                                                  : KM_ERROR_UNIMPLEMENTED);
+        refuse(level == KM_SECURITY_LEVEL_STRONGBOX ? KM_ERROR_CANNOT_ATTEST_IDS
+                                                    : KM_ERROR_UNIMPLEMENTED);
     }
     const Param* challenge = params.find(KM_TAG_ATTESTATION_CHALLENGE);
-    if (challenge == nullptr) fail(KM_ERROR_ATTESTATION_CHALLENGE_MISSING);
-    if (challenge->bytes.size() > kMaxChallengeBytes) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+    if (challenge == nullptr) refuse(KM_ERROR_ATTESTATION_CHALLENGE_MISSING);
+    if (challenge->bytes.size() > kMaxChallengeBytes) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
     const Param* application_id = params.find(KM_TAG_ATTESTATION_APPLICATION_ID);
-    if (application_id == nullptr) fail(KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING);
-    if (application_id->bytes.size() > kMaxApplicationIdBytes) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+    if (application_id == nullptr) refuse(KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING);
+    if (application_id->bytes.size() > kMaxApplicationIdBytes)
+        refuse(KM_ERROR_INVALID_INPUT_LENGTH);
 }
 
 bool isDeviceId(keymaster_tag_t tag) {
@@ -47,24 +48,24 @@ bool isDeviceId(keymaster_tag_t tag) {
 }
 
 // The device ids that are asked for, all of which must be the provisioned ones.
-ParamSet matchedIds(const ParamSet& params, const World& world, State& state) {
+ParamSet matchedIds(const ParamSet& params, const DeviceConfig& config, State& state) {
     ParamSet ids;
     for (const Param& param : params) {
         if (!isDeviceId(param.tag)) continue;
-        const auto known = world.device_ids.find(param.tag);
-        if (known == world.device_ids.end() || known->second.empty() ||
+        const auto known = config.device_ids.find(param.tag);
+        if (known == config.device_ids.end() || known->second.empty() ||
             known->second != param.bytes) {
-            fail(KM_ERROR_CANNOT_ATTEST_IDS);
+            refuse(KM_ERROR_CANNOT_ATTEST_IDS);
         }
         ids.add(param);
     }
-    if (!ids.empty() && state.read(kIdsDestroyedRecord)) fail(KM_ERROR_CANNOT_ATTEST_IDS);
+    if (!ids.empty() && state.read(kIdsDestroyedRecord)) refuse(KM_ERROR_CANNOT_ATTEST_IDS);
     return ids;
 }
 
-RootOfTrust rootOfTrust(const World& world) {
-    return {world.verified_boot_key, world.device_locked, world.verified_boot_state,
-            world.verified_boot_hash};
+RootOfTrust rootOfTrust(const DeviceConfig& config) {
+    return {config.verified_boot_key, config.device_locked, config.verified_boot_state,
+            config.verified_boot_hash};
 }
 
 Bytes uniqueIdOf(const ParamSet& authorizations, const ParamSet& params, State& state,
@@ -99,13 +100,13 @@ std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
     description.software = key.software;
     description.software.add(*params.find(KM_TAG_ATTESTATION_APPLICATION_ID));
     description.hardware = key.hardware;
-    description.hardware.add(matchedIds(params, world_, state_));
-    description.root_of_trust = rootOfTrust(world_);
+    description.hardware.add(matchedIds(params, config_, state_));
+    description.root_of_trust = rootOfTrust(config_);
     if (request.authorizations.contains(KM_TAG_INCLUDE_UNIQUE_ID)) {
         description.unique_id = uniqueIdOf(request.authorizations, params, state_, random_);
     }
 
-    const AttestationKey batch = attestationKey(state_, world_, options_.level, key.algorithm());
+    const AttestationKey batch = attestationKey(state_, config_, options_.level, key.algorithm());
     std::vector<Bytes> chain = {makeLeafCertificate(request, batch.key.get(), batch.chain.front())};
     chain.insert(chain.end(), batch.chain.begin(), batch.chain.end());
     return chain;

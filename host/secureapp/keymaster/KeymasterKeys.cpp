@@ -73,8 +73,8 @@ ParamSet Keymaster::acceptedParams(const ParamSet& params) const {
     CreationContext context;
     context.level = options_.level;
     context.early_boot = impl_->early_boot;
-    context.rollback_resistance = world_.rollback_resistance;
-    context.user_presence = world_.user_presence;
+    context.rollback_resistance = config_.rollback_resistance;
+    context.user_presence = config_.user_presence;
     return acceptCreation(params, context);
 }
 
@@ -114,7 +114,7 @@ const Bytes& Keymaster::blobSecret() {
             lastingSecret(shared_state_, random_, kSharedSecretRecord, kSecretRecordBytes));
         impl_->blob_secret =
             Secret(deriveBlobSecret({device_key.bytes(), shared.bytes(), options_.level,
-                                     world_.verified_boot_key, world_.device_locked}));
+                                     config_.verified_boot_key, config_.device_locked}));
     }
     return impl_->blob_secret.bytes();
 }
@@ -125,21 +125,21 @@ OpenedKey Keymaster::open(ByteView blob, const ParamSet& binding) {
     const Secret blob_key(deriveBlobKey(blobSecret(), binding));
     OpenedKey key = openBlob(blob, blob_key.bytes());
     if (isRollbackResistant(key.hardware) && !impl_->rollback.lists(blob)) {
-        fail(KM_ERROR_INVALID_KEY_BLOB);
+        refuse(KM_ERROR_INVALID_KEY_BLOB);
     }
     return key;
 }
 
 OpenedKey Keymaster::openCurrent(ByteView blob, const ParamSet& binding) {
     OpenedKey key = open(blob, binding);
-    if (!isCurrent(key.all(), impl_->versions)) fail(KM_ERROR_KEY_REQUIRES_UPGRADE);
+    if (!isCurrent(key.all(), impl_->versions)) refuse(KM_ERROR_KEY_REQUIRES_UPGRADE);
     return key;
 }
 
 OpenedKey Keymaster::openForUse(ByteView blob, const ParamSet& binding) {
     OpenedKey key = open(blob, binding);
-    if (key.all().contains(KM_TAG_BOOTLOADER_ONLY)) fail(KM_ERROR_INVALID_KEY_BLOB);
-    if (!isCurrent(key.all(), impl_->versions)) fail(KM_ERROR_KEY_REQUIRES_UPGRADE);
+    if (key.all().contains(KM_TAG_BOOTLOADER_ONLY)) refuse(KM_ERROR_INVALID_KEY_BLOB);
+    if (!isCurrent(key.all(), impl_->versions)) refuse(KM_ERROR_KEY_REQUIRES_UPGRADE);
     return key;
 }
 
@@ -151,7 +151,7 @@ OpenedKey Keymaster::openForExport(uint32_t format, ByteView blob, const ParamSe
     OpenedKey key = openCurrent(blob, binding);
     const bool asymmetric =
         key.algorithm() == KM_ALGORITHM_RSA || key.algorithm() == KM_ALGORITHM_EC;
-    if (!asymmetric || format != KM_KEY_FORMAT_X509) fail(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
+    if (!asymmetric || format != KM_KEY_FORMAT_X509) refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
     return key;
 }
 
@@ -167,7 +167,7 @@ PublicKeyParts Keymaster::exportKeyParts(uint32_t format, ByteView blob, const P
 Bytes Keymaster::upgradeKey(ByteView blob, const ParamSet& params) {
     const OpenedKey key = open(blob, params);
     ParamSet authorizations = key.all();
-    if (wouldDowngrade(authorizations, impl_->versions)) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (wouldDowngrade(authorizations, impl_->versions)) refuse(KM_ERROR_INVALID_ARGUMENT);
     if (isCurrent(authorizations, impl_->versions)) return {};
     setVersions(authorizations, impl_->versions);
     return sealKey(key.material, key.id, std::move(authorizations), params, blob);

@@ -11,7 +11,7 @@ using Operations = std::map<uint64_t, RunningOperation>;
 
 Operations::iterator findOperation(Operations& operations, uint64_t handle) {
     const auto found = operations.find(handle);
-    if (found == operations.end()) fail(KM_ERROR_INVALID_OPERATION_HANDLE);
+    if (found == operations.end()) refuse(KM_ERROR_INVALID_OPERATION_HANDLE);
     return found;
 }
 
@@ -47,7 +47,7 @@ void checkUse(const AccessControl& access, uint64_t handle, const RunningOperati
 BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& params) {
     const OpenedKey key = openForUse(blob, params);
     if (!impl_->early_boot && key.all().contains(KM_TAG_EARLY_BOOT_ONLY)) {
-        fail(KM_ERROR_EARLY_BOOT_ENDED);
+        refuse(KM_ERROR_EARLY_BOOT_ENDED);
     }
     checkPurpose(purpose, key);
     RunningOperation running;
@@ -58,7 +58,7 @@ BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& pa
     const size_t most =
         options_.level == KM_SECURITY_LEVEL_STRONGBOX ? kMaxStrongBoxOperations : kMaxOperations;
     // Never at the cost of a running operation: which one to give up is the caller's choice.
-    if (impl_->operations.size() >= most) fail(KM_ERROR_TOO_MANY_OPERATIONS);
+    if (impl_->operations.size() >= most) refuse(KM_ERROR_TOO_MANY_OPERATIONS);
 
     if (running.controlled) running.admission = impl_->access.admit(key);
     BeginResult result = {newHandle(), key.algorithm(), running.operation->outParams()};

@@ -21,24 +21,24 @@ void checkUnwrapping(const OpenedKey& key, const ParamSet& unwrapping_params) {
         {KM_TAG_DIGEST, KM_DIGEST_SHA_2_256, KM_ERROR_INCOMPATIBLE_DIGEST},
     };
     const ParamSet authorizations = key.all();
-    if (key.algorithm() != KM_ALGORITHM_RSA) fail(KM_ERROR_INCOMPATIBLE_ALGORITHM);
-    if (!authorizations.contains(kPurpose.tag, kPurpose.value)) fail(kPurpose.error);
+    if (key.algorithm() != KM_ALGORITHM_RSA) refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+    if (!authorizations.contains(kPurpose.tag, kPurpose.value)) refuse(kPurpose.error);
     for (const Need& need : kModes) {
-        if (!authorizations.contains(need.tag, need.value)) fail(need.error);
+        if (!authorizations.contains(need.tag, need.value)) refuse(need.error);
         for (const uint64_t asked : unwrapping_params.integers(need.tag)) {
-            if (asked != need.value) fail(need.error);
+            if (asked != need.value) refuse(need.error);
         }
     }
     // The call has no auth token with which such a key could be used.
-    if (authorizations.contains(KM_TAG_USER_SECURE_ID)) fail(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
+    if (authorizations.contains(KM_TAG_USER_SECURE_ID)) refuse(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
 }
 
 Secret openTransportKey(ByteView wrapping_material, ByteView encrypted, ByteView masking_key) {
     std::optional<Bytes> masked =
         rsaOaepDecrypt(openPrivateKey(wrapping_material).get(), KM_DIGEST_SHA_2_256, encrypted);
-    if (!masked) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (!masked) refuse(KM_ERROR_UNKNOWN_ERROR);
     Secret transport_key(std::move(*masked));
-    if (transport_key.bytes().size() != kTransportKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (transport_key.bytes().size() != kTransportKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
     for (size_t i = 0; i < kTransportKeyBytes; ++i) transport_key.bytes()[i] ^= masking_key[i];
     return transport_key;
 }
@@ -51,13 +51,13 @@ Bytes Keymaster::importWrappedKey(ByteView wrapped, ByteView wrapping_blob, Byte
     const OpenedKey wrapping_key = openForUse(wrapping_blob, unwrapping_params);
     checkUnwrapping(wrapping_key, unwrapping_params);
     const WrappedKey parsed = parseWrappedKey(wrapped);
-    if (masking_key.size() != kTransportKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (masking_key.size() != kTransportKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
 
     const Secret transport_key =
         openTransportKey(wrapping_key.material, parsed.encrypted_transport_key, masking_key);
     std::optional<Bytes> opened =
         aesGcmOpen(transport_key.bytes(), parsed.nonce, parsed.key_description, parsed.sealed);
-    if (!opened) fail(KM_ERROR_VERIFICATION_FAILED);
+    if (!opened) refuse(KM_ERROR_VERIFICATION_FAILED);
     const Secret material(std::move(*opened));
     return importMaterial(resolveSecureIds(parsed.params, password_sid, biometric_sid),
                           parsed.format, material.bytes(), KM_ORIGIN_SECURELY_IMPORTED);

@@ -20,8 +20,8 @@ constexpr size_t kNonceBytes = 12;
 constexpr size_t kTagBytes = 16;
 constexpr size_t kSealedAt = kClearBytes + kNonceBytes;
 // Id, the lengths of material and authorizations.
-constexpr size_t kLeastSealedBytes = kKeyIdBytes + 4 + 4;
-static_assert(kSealedAt + kLeastSealedBytes + kTagBytes > kMaxRefusedBlobBytes,
+constexpr size_t kMinSealedBytes = kKeyIdBytes + 4 + 4;
+static_assert(kSealedAt + kMinSealedBytes + kTagBytes > kMaxRefusedBlobBytes,
               "the smallest blob is one that the HAL takes");
 
 constexpr uint64_t kMillisPerSecond = 1000;
@@ -226,7 +226,7 @@ class ClearWriter {
 void readClear(ByteView clear, OpenedKey& key) {
     for (const ArrayField& array : kArrays) {
         const uint64_t count = load(clear.data() + array.count, 4);
-        if (count > array.capacity) fail(KM_ERROR_INVALID_KEY_BLOB);
+        if (count > array.capacity) refuse(KM_ERROR_INVALID_KEY_BLOB);
         for (uint64_t i = 0; i < count; ++i) {
             const uint8_t* value = clear.data() + array.values + i * array.width;
             key.hardware.add(intParam(array.tag, load(value, array.width)));
@@ -243,8 +243,8 @@ void readClear(ByteView clear, OpenedKey& key) {
 }
 
 Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
-    if (contents.material.size() > UINT32_MAX) fail(KM_ERROR_INVALID_INPUT_LENGTH);
-    size_t size = kLeastSealedBytes + contents.material.size();
+    if (contents.material.size() > UINT32_MAX) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+    size_t size = kMinSealedBytes + contents.material.size();
     for (const Param& param : sealed) size += 4 + 8 + 4 + param.bytes.size();
 
     Bytes plain;
@@ -267,14 +267,14 @@ class SealedReader {
   public:
     explicit SealedReader(ByteView data) : rest_(data) {}
 
-    ByteView take(uint64_t count) {
-        if (count > rest_.size()) fail(KM_ERROR_INVALID_KEY_BLOB);
+    ByteView bytes(uint64_t count) {
+        if (count > rest_.size()) refuse(KM_ERROR_INVALID_KEY_BLOB);
         const auto size = static_cast<size_t>(count);
         const ByteView taken = rest_.sub(0, size);
         rest_ = rest_.sub(size);
         return taken;
     }
-    uint64_t number(size_t width) { return load(take(width).data(), width); }
+    uint64_t number(size_t width) { return load(bytes(width).data(), width); }
     bool done() const { return rest_.empty(); }
 
   private:
@@ -283,17 +283,17 @@ class SealedReader {
 
 void readSealed(ByteView plain, OpenedKey& key) {
     SealedReader reader(plain);
-    key.id = reader.take(kKeyIdBytes).copy();
-    key.material = reader.take(reader.number(4)).copy();
+    key.id = reader.bytes(kKeyIdBytes).copy();
+    key.material = reader.bytes(reader.number(4)).copy();
     const uint64_t count = reader.number(4);
     for (uint64_t i = 0; i < count; ++i) {
         Param param;
         param.tag = static_cast<keymaster_tag_t>(static_cast<int32_t>(reader.number(4)));
         param.integer = reader.number(8);
-        param.bytes = reader.take(reader.number(4)).copy();
+        param.bytes = reader.bytes(reader.number(4)).copy();
         key.sealed.add(std::move(param));
     }
-    if (!reader.done()) fail(KM_ERROR_INVALID_KEY_BLOB);
+    if (!reader.done()) refuse(KM_ERROR_INVALID_KEY_BLOB);
 }
 
 }  // namespace
@@ -333,11 +333,11 @@ Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_b
 }
 
 OpenedKey openBlob(ByteView blob, ByteView blob_key) {
-    if (blob.size() < kSealedAt + kTagBytes) fail(KM_ERROR_INVALID_KEY_BLOB);
+    if (blob.size() < kSealedAt + kTagBytes) refuse(KM_ERROR_INVALID_KEY_BLOB);
     const ByteView clear = blob.sub(0, kClearBytes);
     const ByteView nonce = blob.sub(kClearBytes, kNonceBytes);
     std::optional<Bytes> opened = aesGcmOpen(blob_key, nonce, clear, blob.sub(kSealedAt));
-    if (!opened) fail(KM_ERROR_INVALID_KEY_BLOB);
+    if (!opened) refuse(KM_ERROR_INVALID_KEY_BLOB);
     const Secret plain(std::move(*opened));
 
     OpenedKey key;

@@ -7,7 +7,7 @@
 // authorizations (tag u32, value u64, length u32, bytes).
 #pragma once
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 #include "secureapp/keymaster/Keymaster.h"
 

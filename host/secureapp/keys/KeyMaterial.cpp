@@ -52,7 +52,7 @@ Bytes numberBytes(const BIGNUM* number) {
 
 // The content of the DER element `tag` at the start of `data`, which moves behind it. Lengths of up
 // to two octets suffice for what is looked at here.
-std::optional<ByteView> takeElement(ByteView& data, uint8_t tag) {
+std::optional<ByteView> readElement(ByteView& data, uint8_t tag) {
     if (data.size() < 2 || data[0] != tag) return std::nullopt;
     const size_t octets = data[1] < 0x80 ? 0 : data[1] - 0x80U;
     if (octets > 2 || data.size() - 2 < octets) return std::nullopt;
@@ -70,11 +70,11 @@ bool namesForeignCurve(ByteView pkcs8) {
     constexpr uint8_t kInteger = 0x02;
     constexpr uint8_t kOid = 0x06;
     constexpr uint8_t kSequence = 0x30;
-    std::optional<ByteView> info = takeElement(pkcs8, kSequence);
-    if (!info || !takeElement(*info, kInteger)) return false;
-    std::optional<ByteView> identifier = takeElement(*info, kSequence);
-    if (!identifier || !takeElement(*identifier, kOid)) return false;
-    const std::optional<ByteView> oid = takeElement(*identifier, kOid);
+    std::optional<ByteView> info = readElement(pkcs8, kSequence);
+    if (!info || !readElement(*info, kInteger)) return false;
+    std::optional<ByteView> identifier = readElement(*info, kSequence);
+    if (!identifier || !readElement(*identifier, kOid)) return false;
+    const std::optional<ByteView> oid = readElement(*identifier, kOid);
     if (!oid) return false;
     const std::vector<NamedCurve>& curves = namedCurves();
     return std::none_of(curves.begin(), curves.end(), [&oid](const NamedCurve& each) {
@@ -89,20 +89,20 @@ uint32_t curveOf(EVP_PKEY* key) {
     for (const NamedCurve& each : namedCurves()) {
         if (each.nid == nid) return each.curve;
     }
-    fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
 }
 
 const BIGNUM* exponentOf(EVP_PKEY* key) {
     const RSA* rsa = EVP_PKEY_get0_RSA(key);
     const BIGNUM* exponent = nullptr;
     if (rsa != nullptr) RSA_get0_key(rsa, nullptr, &exponent, nullptr);
-    if (exponent == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (exponent == nullptr) refuse(KM_ERROR_UNKNOWN_ERROR);
     return exponent;
 }
 
 uint64_t exponentValue(EVP_PKEY* key) {
     const Bytes bytes = numberBytes(exponentOf(key));
-    if (bytes.size() > sizeof(uint64_t)) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (bytes.size() > sizeof(uint64_t)) refuse(KM_ERROR_INVALID_ARGUMENT);
     uint64_t value = 0;
     for (const uint8_t byte : bytes) value = value << 8 | byte;
     return value;
@@ -112,9 +112,9 @@ void checkPkcs8(uint32_t algorithm, ByteView data) {
     const CryptoPtr<EVP_PKEY> key = parsePrivateKey(data);
     if (key == nullptr) {
         const bool foreign = algorithm == KM_ALGORITHM_EC && namesForeignCurve(data);
-        fail(foreign ? KM_ERROR_UNSUPPORTED_EC_CURVE : KM_ERROR_INVALID_ARGUMENT);
+        refuse(foreign ? KM_ERROR_UNSUPPORTED_EC_CURVE : KM_ERROR_INVALID_ARGUMENT);
     }
-    if (EVP_PKEY_id(key.get()) != keyType(algorithm)) fail(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+    if (EVP_PKEY_id(key.get()) != keyType(algorithm)) refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
     if (algorithm == KM_ALGORITHM_EC) {
         curveOf(key.get());
     } else {
@@ -153,7 +153,7 @@ Secret makeMaterial(const KeyFacts& facts, RandomSource& random) {
 
 void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data) {
     const uint32_t expected = isAsymmetric(algorithm) ? KM_KEY_FORMAT_PKCS8 : KM_KEY_FORMAT_RAW;
-    if (format != expected) fail(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
+    if (format != expected) refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
     if (isAsymmetric(algorithm)) checkPkcs8(algorithm, data);
 }
 
@@ -196,7 +196,7 @@ PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material) {
     if (ec == nullptr || x == nullptr || y == nullptr ||
         EC_POINT_get_affine_coordinates_GFp(EC_KEY_get0_group(ec), EC_KEY_get0_public_key(ec),
                                             x.get(), y.get(), nullptr) != 1) {
-        fail(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR);
     }
     parts.x = numberBytes(x.get());
     parts.y = numberBytes(y.get());

@@ -110,7 +110,7 @@ ParamSet withoutRepetition(const ParamSet& params) {
         const std::optional<Param> param = stored(each);
         if (!param || std::find(result.begin(), result.end(), *param) != result.end()) continue;
         if (!keymaster_tag_repeatable(param->tag) && result.contains(param->tag)) {
-            fail(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT);
         }
         result.add(*param);
     }
@@ -119,18 +119,18 @@ ParamSet withoutRepetition(const ParamSet& params) {
 
 void checkAbilities(const ParamSet& params, const CreationContext& context) {
     if (params.contains(KM_TAG_EARLY_BOOT_ONLY) && !context.early_boot) {
-        fail(KM_ERROR_EARLY_BOOT_ENDED);
+        refuse(KM_ERROR_EARLY_BOOT_ENDED);
     }
     // Such keys are for inline encryption hardware, of which there is none.
-    if (params.contains(KM_TAG_STORAGE_KEY)) fail(KM_ERROR_STORAGE_KEY_UNSUPPORTED);
+    if (params.contains(KM_TAG_STORAGE_KEY)) refuse(KM_ERROR_STORAGE_KEY_UNSUPPORTED);
     if (params.contains(KM_TAG_ROLLBACK_RESISTANCE) && !context.rollback_resistance) {
-        fail(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
+        refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
     }
     if (params.integer(KM_TAG_HARDWARE_TYPE).value_or(context.level) != context.level) {
-        fail(KM_ERROR_HARDWARE_TYPE_UNAVAILABLE);
+        refuse(KM_ERROR_HARDWARE_TYPE_UNAVAILABLE);
     }
     if (params.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED) && !context.user_presence) {
-        fail(KM_ERROR_UNIMPLEMENTED);
+        refuse(KM_ERROR_UNIMPLEMENTED);
     }
 }
 
@@ -161,40 +161,40 @@ bool supportsSize(const KeyFacts& facts, keymaster_security_level_t level) {
 KeyFacts planEc(const ParamSet& params, keymaster_security_level_t level) {
     const std::optional<uint64_t> bits = params.integer(KM_TAG_KEY_SIZE);
     const std::optional<uint64_t> wanted = params.integer(KM_TAG_EC_CURVE);
-    if (!bits && !wanted) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
-    if (bits && curveOfBits(*bits) == nullptr) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (!bits && !wanted) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (bits && curveOfBits(*bits) == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
     const Curve* curve = wanted ? findCurve(*wanted) : curveOfBits(*bits);
-    if (curve == nullptr) fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
-    if (bits && curve->bits != *bits) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (curve == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    if (bits && curve->bits != *bits) refuse(KM_ERROR_INVALID_ARGUMENT);
 
     const KeyFacts facts = {KM_ALGORITHM_EC, curve->bits, curve->curve, std::nullopt};
     if (!supportsSize(facts, level)) {
-        fail(bits ? KM_ERROR_UNSUPPORTED_KEY_SIZE : KM_ERROR_UNSUPPORTED_EC_CURVE);
+        refuse(bits ? KM_ERROR_UNSUPPORTED_KEY_SIZE : KM_ERROR_UNSUPPORTED_EC_CURVE);
     }
     return facts;
 }
 
 void checkHmacRules(const ParamSet& params, keymaster_security_level_t level) {
     const std::vector<uint64_t> digests = params.integers(KM_TAG_DIGEST);
-    if (digests.size() != 1 || digests[0] > UINT32_MAX) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (digests.size() != 1 || digests[0] > UINT32_MAX) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
     const auto digest = static_cast<uint32_t>(digests[0]);
     const uint32_t digest_bits = digestBits(digest);
-    if (digest_bits == 0) fail(KM_ERROR_UNSUPPORTED_DIGEST);
-    if (isStrongBox(level) && digest != KM_DIGEST_SHA_2_256) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (digest_bits == 0) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (isStrongBox(level) && digest != KM_DIGEST_SHA_2_256) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
 
     const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
-    if (!least) fail(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (!least) refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH);
     if (*least < kMinHmacMacBits || *least > digest_bits || *least % 8 != 0) {
-        fail(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
     }
 }
 
 void checkGcmRules(const ParamSet& params) {
     if (!params.contains(KM_TAG_BLOCK_MODE, KM_MODE_GCM)) return;
     const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
-    if (!least) fail(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (!least) refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH);
     if (*least < kMinGcmMacBits || *least > kMaxGcmMacBits || *least % 8 != 0) {
-        fail(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
     }
 }
 
@@ -207,14 +207,14 @@ void replace(ParamSet& params, Param param) {
 
 ParamSet acceptCreation(const ParamSet& params, const CreationContext& context) {
     if (!isIn(kAlgorithms, params.integer(KM_TAG_ALGORITHM).value_or(0))) {
-        fail(KM_ERROR_UNSUPPORTED_ALGORITHM);
+        refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
     }
     for (const Param& param : params) {
-        if (isTagIn(kForbiddenTags, param.tag)) fail(KM_ERROR_INVALID_TAG);
+        if (isTagIn(kForbiddenTags, param.tag)) refuse(KM_ERROR_INVALID_TAG);
     }
     ParamSet accepted = withoutRepetition(params);
     if (accepted.contains(KM_TAG_NO_AUTH_REQUIRED) && accepted.contains(KM_TAG_USER_SECURE_ID)) {
-        fail(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     checkAbilities(accepted, context);
     return accepted;
@@ -227,10 +227,10 @@ KeyFacts planGeneration(const ParamSet& params, keymaster_security_level_t level
     KeyFacts facts;
     facts.algorithm = algorithm;
     facts.bits = params.integer(KM_TAG_KEY_SIZE).value_or(0);
-    if (!supportsSize(facts, level)) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (!supportsSize(facts, level)) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
     if (algorithm == KM_ALGORITHM_RSA) {
         facts.exponent = params.integer(KM_TAG_RSA_PUBLIC_EXPONENT);
-        if (!isIn(kRsaExponents, facts.exponent.value_or(0))) fail(KM_ERROR_INVALID_ARGUMENT);
+        if (!isIn(kRsaExponents, facts.exponent.value_or(0))) refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     return facts;
 }
@@ -242,9 +242,9 @@ void checkImport(const ParamSet& params, const KeyFacts& facts, keymaster_securi
     };
     if (differs(KM_TAG_KEY_SIZE, facts.bits) || differs(KM_TAG_EC_CURVE, facts.curve) ||
         differs(KM_TAG_RSA_PUBLIC_EXPONENT, facts.exponent)) {
-        fail(KM_ERROR_IMPORT_PARAMETER_MISMATCH);
+        refuse(KM_ERROR_IMPORT_PARAMETER_MISMATCH);
     }
-    if (!supportsSize(facts, level)) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (!supportsSize(facts, level)) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
 }
 
 void checkMacRules(const ParamSet& params, keymaster_security_level_t level) {

@@ -1,10 +1,10 @@
 // Which keys may be made, at which security level, and with which authorizations.
 //
-// The steps come in this order, each throwing KeymasterError: acceptCreation, then planGeneration
+// The steps come in this order, each throwing Refusal: acceptCreation, then planGeneration
 // or checkImport, then checkMacRules, then finishAuthorizations.
 #pragma once
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {

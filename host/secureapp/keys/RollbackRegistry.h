@@ -2,7 +2,7 @@
 // deletes a key need not be able to open it.
 #pragma once
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {

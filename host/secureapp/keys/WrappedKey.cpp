@@ -15,7 +15,7 @@ constexpr size_t kTagBytes = 16;
 void parseDescription(ByteView contents, WrappedKey& wrapped) {
     der::Reader fields(contents);
     const uint64_t format = fields.nextUnsigned();
-    if (format > UINT32_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (format > UINT32_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
     wrapped.format = static_cast<uint32_t>(format);
     wrapped.params = decodeAuthorizationList(fields.next(der::kSequence).encoding);
     fields.expectEnd();
@@ -29,7 +29,7 @@ WrappedKey parseWrappedKey(ByteView encoding) {
     outer.expectEnd();
 
     WrappedKey wrapped;
-    if (fields.nextUnsigned() != kWrapperVersion) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (fields.nextUnsigned() != kWrapperVersion) refuse(KM_ERROR_INVALID_ARGUMENT);
     wrapped.encrypted_transport_key = fields.next(der::kOctetString).contents;
     wrapped.nonce = fields.next(der::kOctetString).contents;
     const der::Item description = fields.next(der::kSequence);
@@ -38,7 +38,7 @@ WrappedKey parseWrappedKey(ByteView encoding) {
     const ByteView tag = fields.next(der::kOctetString).contents;
     fields.expectEnd();
     if (wrapped.nonce.size() != kNonceBytes || tag.size() != kTagBytes) {
-        fail(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     wrapped.sealed.insert(wrapped.sealed.end(), tag.begin(), tag.end());
     parseDescription(description.contents, wrapped);
@@ -59,7 +59,7 @@ ParamSet resolveSecureIds(const ParamSet& params, uint64_t password_sid, uint64_
         resolved.add(intParam(KM_TAG_USER_SECURE_ID, biometric_sid));
     }
     // Without any the key would need no authentication at all.
-    if (!resolved.contains(KM_TAG_USER_SECURE_ID)) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (!resolved.contains(KM_TAG_USER_SECURE_ID)) refuse(KM_ERROR_INVALID_ARGUMENT);
     return resolved;
 }
 

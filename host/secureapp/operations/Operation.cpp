@@ -21,7 +21,7 @@ bool algorithmCanDo(uint32_t algorithm, uint32_t purpose) {
         case KM_ALGORITHM_TRIPLE_DES:
             return encrypt_or_decrypt;
         default:
-            fail(KM_ERROR_UNSUPPORTED_ALGORITHM);
+            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
     }
 }
 
@@ -37,7 +37,7 @@ std::unique_ptr<Operation> startEngine(const OperationRequest& request) {
         case KM_ALGORITHM_TRIPLE_DES:
             return startCipher(request);
         default:
-            fail(KM_ERROR_UNSUPPORTED_ALGORITHM);
+            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
     }
 }
 
@@ -58,8 +58,8 @@ class ConfirmedOperation : public Operation {
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
         token_.add(input);
-        if (!equalSecret(token_.take(), params.bytes(KM_TAG_CONFIRMATION_TOKEN))) {
-            fail(KM_ERROR_NO_USER_CONFIRMATION);
+        if (!equalSecret(token_.finish(), params.bytes(KM_TAG_CONFIRMATION_TOKEN))) {
+            refuse(KM_ERROR_NO_USER_CONFIRMATION);
         }
         return signer_->finish(params, input, signature);
     }
@@ -73,10 +73,10 @@ class ConfirmedOperation : public Operation {
 
 void checkPurpose(uint32_t purpose, const OpenedKey& key) {
     const uint32_t algorithm = key.algorithm();
-    if (!algorithmCanDo(algorithm, purpose)) fail(KM_ERROR_UNSUPPORTED_PURPOSE);
+    if (!algorithmCanDo(algorithm, purpose)) refuse(KM_ERROR_UNSUPPORTED_PURPOSE);
     // Anyone can use the public key, since it can be exported.
     if (isPublicKeyOperation(purpose, algorithm)) return;
-    if (!key.all().contains(KM_TAG_PURPOSE, purpose)) fail(KM_ERROR_INCOMPATIBLE_PURPOSE);
+    if (!key.all().contains(KM_TAG_PURPOSE, purpose)) refuse(KM_ERROR_INCOMPATIBLE_PURPOSE);
 }
 
 bool isPublicKeyOperation(uint32_t purpose, uint32_t algorithm) {

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {
@@ -15,7 +15,7 @@ class Operation {
     virtual ~Operation() = default;
 
     // Takes all of `input`, buffering what it cannot work on yet. Associated data in `params` goes
-    // before the input. Throws KeymasterError; the caller then drops the operation.
+    // before the input. Throws Refusal; the caller then drops the operation.
     virtual Bytes update(const ParamSet& params, ByteView input) = 0;
     // `signature` is looked at only when verifying.
     virtual Bytes finish(const ParamSet& params, ByteView input, ByteView signature) = 0;

@@ -116,14 +116,14 @@ const EVP_CIPHER* findCipher(const OperationRequest& request, uint64_t mode) {
             return row.cipher();
         }
     }
-    fail(KM_ERROR_UNKNOWN_ERROR);  // no such key can be made
+    refuse(KM_ERROR_UNKNOWN_ERROR);  // no such key can be made
 }
 
 template <size_t N>
 const Mode& findMode(const Mode (&modes)[N], uint64_t mode) {
     const auto* row =
         std::find_if(modes, modes + N, [mode](const Mode& m) { return m.mode == mode; });
-    if (row == modes + N) fail(KM_ERROR_UNSUPPORTED_BLOCK_MODE);
+    if (row == modes + N) refuse(KM_ERROR_UNSUPPORTED_BLOCK_MODE);
     return *row;
 }
 
@@ -132,17 +132,18 @@ const Mode& chooseMode(const OperationRequest& request) {
         onlyValue(request.params, KM_TAG_BLOCK_MODE, KM_ERROR_UNSUPPORTED_BLOCK_MODE);
     const Mode& row = request.algorithm == KM_ALGORITHM_AES ? findMode(kAesModes, mode)
                                                             : findMode(kTripleDesModes, mode);
-    if (!request.authorizes(KM_TAG_BLOCK_MODE, mode)) fail(KM_ERROR_INCOMPATIBLE_BLOCK_MODE);
+    if (!request.authorizes(KM_TAG_BLOCK_MODE, mode)) refuse(KM_ERROR_INCOMPATIBLE_BLOCK_MODE);
     return row;
 }
 
 uint64_t choosePadding(const OperationRequest& request, const Mode& mode) {
     const uint64_t padding =
         onlyValue(request.params, KM_TAG_PADDING, KM_ERROR_UNSUPPORTED_PADDING_MODE);
-    if (padding != KM_PAD_NONE && padding != KM_PAD_PKCS7) fail(KM_ERROR_UNSUPPORTED_PADDING_MODE);
+    if (padding != KM_PAD_NONE && padding != KM_PAD_PKCS7)
+        refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE);
     const bool suits = padding == KM_PAD_NONE || mode.pads;
     if (!suits || !request.authorizes(KM_TAG_PADDING, padding)) {
-        fail(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
+        refuse(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
     }
     return padding;
 }
@@ -152,14 +153,14 @@ Bytes chooseNonce(const OperationRequest& request, const Mode& mode, ParamSet& o
     const bool encrypt = request.purpose == KM_PURPOSE_ENCRYPT;
     const Param* given = request.params.find(KM_TAG_NONCE);
     if (encrypt && given != nullptr && !request.authorizations.contains(KM_TAG_CALLER_NONCE)) {
-        fail(KM_ERROR_CALLER_NONCE_PROHIBITED);
+        refuse(KM_ERROR_CALLER_NONCE_PROHIBITED);
     }
     if (mode.nonce_bytes == 0) return {};
     if (given != nullptr) {
-        if (given->bytes.size() != mode.nonce_bytes) fail(KM_ERROR_INVALID_NONCE);
+        if (given->bytes.size() != mode.nonce_bytes) refuse(KM_ERROR_INVALID_NONCE);
         return given->bytes;
     }
-    if (!encrypt) fail(KM_ERROR_MISSING_NONCE);
+    if (!encrypt) refuse(KM_ERROR_MISSING_NONCE);
     Bytes nonce = request.random.bytes(mode.nonce_bytes);
     out_params.add(bytesParam(KM_TAG_NONCE, nonce));
     return nonce;
@@ -182,7 +183,7 @@ class CipherOperation : public Operation {
         Bytes out;
         process(input, out);
         // CTR counts as a cipher of one-byte blocks.
-        if (partialBytes() != 0) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+        if (partialBytes() != 0) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         return out;
     }
 
@@ -231,7 +232,7 @@ class Pkcs7Decryption : public CipherOperation {
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         Bytes out = std::move(held_);
         process(input, out);
-        if (total() == 0 || partialBytes() != 0) fail(KM_ERROR_INVALID_INPUT_LENGTH);
+        if (total() == 0 || partialBytes() != 0) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         out.resize(out.size() - paddingBytes(out));
         return out;
     }
@@ -242,7 +243,7 @@ class Pkcs7Decryption : public CipherOperation {
         const bool possible = count >= 1 && count <= blockBytes();
         if (!possible || std::count(out.end() - static_cast<ptrdiff_t>(count), out.end(),
                                     out.back()) != static_cast<ptrdiff_t>(count)) {
-            fail(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT);
         }
         return count;
     }

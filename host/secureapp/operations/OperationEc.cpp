@@ -17,10 +17,10 @@ class EcOperation : public Operation {
 
     Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
         message_.add(input);
-        const Bytes digest = message_.take();
+        const Bytes digest = message_.finish();
         if (purpose_ == KM_PURPOSE_SIGN) return sign(digest);
         const auto context = keyContext(key_.get(), EVP_PKEY_verify_init);
-        if (!verifies(context.get(), signature, digest)) fail(KM_ERROR_VERIFICATION_FAILED);
+        if (!verifies(context.get(), signature, digest)) refuse(KM_ERROR_VERIFICATION_FAILED);
         return {};
     }
 

@@ -31,7 +31,7 @@ class GcmOperation : public Operation {
     void addAssociatedData(const ParamSet& params) {
         for (const Param& param : params) {
             if (param.tag != KM_TAG_ASSOCIATED_DATA) continue;
-            if (data_seen_) fail(KM_ERROR_INVALID_TAG);
+            if (data_seen_) refuse(KM_ERROR_INVALID_TAG);
             stream_.addAssociatedData(param.bytes);
         }
     }
@@ -61,8 +61,8 @@ class GcmDecryption : public GcmOperation {
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView) override {
         Bytes out = update(params, input);
-        if (held_.size() < tag_bytes_) fail(KM_ERROR_INVALID_INPUT_LENGTH);
-        if (!stream_.tagFits(held_)) fail(KM_ERROR_VERIFICATION_FAILED);
+        if (held_.size() < tag_bytes_) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+        if (!stream_.tagFits(held_)) refuse(KM_ERROR_VERIFICATION_FAILED);
         return out;
     }
 

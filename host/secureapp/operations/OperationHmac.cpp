@@ -15,7 +15,7 @@ void HmacStream::add(ByteView data) {
     requireCrypto(HMAC_Update(context_.get(), nonNull(data), data.size()) == 1);
 }
 
-Bytes HmacStream::take() {
+Bytes HmacStream::finish() {
     Bytes mac(EVP_MAX_MD_SIZE);
     unsigned int mac_len = 0;
     requireCrypto(HMAC_Final(context_.get(), mac.data(), &mac_len) == 1);
@@ -38,7 +38,7 @@ class HmacSign : public Operation {
 
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         mac_.add(input);
-        Bytes mac = mac_.take();
+        Bytes mac = mac_.finish();
         mac.resize(mac_bytes_);
         return mac;
     }
@@ -60,10 +60,10 @@ class HmacVerify : public Operation {
     // The signature itself says how much of the MAC it holds.
     Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
         mac_.add(input);
-        if (signature.size() < min_bits_ / 8) fail(KM_ERROR_INVALID_MAC_LENGTH);
-        const Bytes mac = mac_.take();
+        if (signature.size() < min_bits_ / 8) refuse(KM_ERROR_INVALID_MAC_LENGTH);
+        const Bytes mac = mac_.finish();
         if (!equalSecret(ByteView(mac).sub(0, signature.size()), signature)) {
-            fail(KM_ERROR_VERIFICATION_FAILED);
+            refuse(KM_ERROR_VERIFICATION_FAILED);
         }
         return {};
     }
@@ -77,7 +77,7 @@ class HmacVerify : public Operation {
 
 std::unique_ptr<Operation> startHmac(const OperationRequest& request) {
     const uint32_t digest = chooseDigest(request);
-    if (digest == KM_DIGEST_NONE) fail(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (digest == KM_DIGEST_NONE) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
 
     // Verifying needs no MAC_LENGTH, but a wrong one is still an error.
     size_t mac_bytes = 0;

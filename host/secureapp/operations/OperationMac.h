@@ -15,7 +15,7 @@ class HmacStream {
     HmacStream(uint32_t digest, ByteView key);
 
     void add(ByteView data);
-    Bytes take();  // the whole MAC; once only
+    Bytes finish();  // the whole MAC; once only
 
   private:
     struct Delete {

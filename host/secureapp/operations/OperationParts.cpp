@@ -22,31 +22,31 @@ bool OperationRequest::authorizes(keymaster_tag_t tag, uint64_t value) const {
 }
 
 uint64_t onlyValue(const ParamSet& params, keymaster_tag_t tag, keymaster_error_t error) {
-    if (params.count(tag) != 1) fail(error);
+    if (params.count(tag) != 1) refuse(error);
     return params.find(tag)->integer;
 }
 
 uint32_t chooseDigest(const OperationRequest& request) {
     const uint64_t digest = onlyValue(request.params, KM_TAG_DIGEST, KM_ERROR_UNSUPPORTED_DIGEST);
-    if (!digestSupported(request, digest)) fail(KM_ERROR_UNSUPPORTED_DIGEST);
-    if (!request.authorizes(KM_TAG_DIGEST, digest)) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+    if (!digestSupported(request, digest)) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (!request.authorizes(KM_TAG_DIGEST, digest)) refuse(KM_ERROR_INCOMPATIBLE_DIGEST);
     return static_cast<uint32_t>(digest);
 }
 
 size_t chooseMacBytes(const OperationRequest& request, uint32_t floor_bits, uint32_t max_bits) {
     const std::optional<uint64_t> bits = request.params.integer(KM_TAG_MAC_LENGTH);
-    if (!bits) fail(KM_ERROR_MISSING_MAC_LENGTH);
-    if (*bits > max_bits || *bits % 8 != 0) fail(KM_ERROR_UNSUPPORTED_MAC_LENGTH);
+    if (!bits) refuse(KM_ERROR_MISSING_MAC_LENGTH);
+    if (*bits > max_bits || *bits % 8 != 0) refuse(KM_ERROR_UNSUPPORTED_MAC_LENGTH);
     const uint64_t min_bits =
         request.authorizations.integer(KM_TAG_MIN_MAC_LENGTH).value_or(floor_bits);
-    if (*bits < min_bits) fail(KM_ERROR_INVALID_MAC_LENGTH);
+    if (*bits < min_bits) refuse(KM_ERROR_INVALID_MAC_LENGTH);
     return static_cast<size_t>(*bits / 8);
 }
 
 void requireCrypto(bool success) {
     if (success) return;
     ERR_clear_error();
-    fail(KM_ERROR_UNKNOWN_ERROR);
+    refuse(KM_ERROR_UNKNOWN_ERROR);
 }
 
 const uint8_t* nonNull(ByteView data) {
@@ -87,13 +87,13 @@ void MessageCollector::add(ByteView input) {
         requireCrypto(EVP_DigestUpdate(hash_.get(), nonNull(input), input.size()) == 1);
         return;
     }
-    const size_t taken = std::min(input.size(), limit_ - kept_.size());
-    kept_.insert(kept_.end(), input.begin(), input.begin() + taken);
+    const size_t taken = std::min(input.size(), limit_ - stored_.size());
+    stored_.insert(stored_.end(), input.begin(), input.begin() + taken);
     overflowed_ = overflowed_ || taken < input.size();
 }
 
-Bytes MessageCollector::take() {
-    if (hash_ == nullptr) return std::move(kept_);
+Bytes MessageCollector::finish() {
+    if (hash_ == nullptr) return std::move(stored_);
     Bytes digest(EVP_MAX_MD_SIZE);
     unsigned int digest_len = 0;
     requireCrypto(EVP_DigestFinal_ex(hash_.get(), digest.data(), &digest_len) == 1);

@@ -66,12 +66,12 @@ class MessageCollector {
     // More than `limit` bytes came; never true when hashing.
     bool overflowed() const { return overflowed_; }
     // The digest or what was kept. Once only, after everything was added.
-    Bytes take();
+    Bytes finish();
 
   private:
     CryptoPtr<EVP_MD_CTX> hash_;  // null: collecting
     size_t limit_;
-    Bytes kept_;
+    Bytes stored_;
     bool overflowed_ = false;
 };
 

@@ -30,8 +30,8 @@ uint32_t choosePadding(const OperationRequest& request) {
         (isSignature(request.purpose)
              ? padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_PKCS1_1_5_SIGN
              : padding == KM_PAD_RSA_OAEP || padding == KM_PAD_RSA_PKCS1_1_5_ENCRYPT);
-    if (!usable) fail(KM_ERROR_UNSUPPORTED_PADDING_MODE);
-    if (!request.authorizes(KM_TAG_PADDING, padding)) fail(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
+    if (!usable) refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE);
+    if (!request.authorizes(KM_TAG_PADDING, padding)) refuse(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
     return static_cast<uint32_t>(padding);
 }
 
@@ -39,10 +39,10 @@ uint32_t choosePadding(const OperationRequest& request) {
 uint32_t chooseRsaDigest(const OperationRequest& request, uint32_t padding, size_t key_bytes) {
     if (!isSignature(request.purpose) && padding != KM_PAD_RSA_OAEP) return KM_DIGEST_NONE;
     const uint32_t digest = chooseDigest(request);
-    if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+    if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) refuse(KM_ERROR_INCOMPATIBLE_DIGEST);
     if (padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_OAEP) {
         const bool fits = key_bytes >= encodingOverhead(digest);
-        if (digest == KM_DIGEST_NONE || !fits) fail(KM_ERROR_INCOMPATIBLE_DIGEST);
+        if (digest == KM_DIGEST_NONE || !fits) refuse(KM_ERROR_INCOMPATIBLE_DIGEST);
     }
     return digest;
 }
@@ -58,7 +58,7 @@ Bytes contentOfEncryptionBlock(const Bytes& block) {
         end_of_filler |= i & (size_t{0} - (searching & is_zero));
         searching &= ~is_zero;
     }
-    if (bad != 0 || end_of_filler < kPkcs1Overhead - 1) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (bad != 0 || end_of_filler < kPkcs1Overhead - 1) refuse(KM_ERROR_UNKNOWN_ERROR);
     return ByteView(block).sub(end_of_filler + 1).copy();
 }
 
@@ -79,14 +79,14 @@ class RsaOperation : public Operation {
         message_.add(input);
         // A message too long for a signature to stand for it is one that does not verify.
         if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
-            fail(KM_ERROR_INVALID_INPUT_LENGTH);
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         }
         return {};
     }
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
         update(params, input);
-        const Bytes message = message_.take();
+        const Bytes message = message_.finish();
         switch (purpose_) {
             case KM_PURPOSE_SIGN:
                 return digest_ == KM_DIGEST_NONE ? signBlock(message) : signDigest(message);
@@ -153,7 +153,7 @@ class RsaOperation : public Operation {
 
     Bytes signBlock(const Bytes& message) const {
         const Bytes block = signatureBlock(message);
-        if (!belowModulus(block)) fail(KM_ERROR_INVALID_ARGUMENT);
+        if (!belowModulus(block)) refuse(KM_ERROR_INVALID_ARGUMENT);
         return rawPrivate(block);
     }
 
@@ -179,19 +179,19 @@ class RsaOperation : public Operation {
 
     void verify(const Bytes& message, ByteView signature) const {
         if (signature.size() != keyBytes() || !belowModulus(signature) || message_.overflowed()) {
-            fail(KM_ERROR_VERIFICATION_FAILED);
+            refuse(KM_ERROR_VERIFICATION_FAILED);
         }
         const bool good =
             digest_ == KM_DIGEST_NONE
                 ? rawPublic(signature) == signatureBlock(message)
                 : verifies(digestContext(EVP_PKEY_verify_init).get(), signature, message);
-        if (!good) fail(KM_ERROR_VERIFICATION_FAILED);
+        if (!good) refuse(KM_ERROR_VERIFICATION_FAILED);
     }
 
     Bytes encrypt(const Bytes& message) const {
         if (padding_ != KM_PAD_NONE) return encryptPadded(message);
         const Bytes block = paddedLeft(message);
-        if (!belowModulus(block)) fail(KM_ERROR_INVALID_ARGUMENT);
+        if (!belowModulus(block)) refuse(KM_ERROR_INVALID_ARGUMENT);
         return rawPublic(block);
     }
 
@@ -211,17 +211,17 @@ class RsaOperation : public Operation {
     Bytes decrypt(const Bytes& ciphertext) const {
         const bool whole = ciphertext.size() == keyBytes();
         if (padding_ == KM_PAD_NONE) {
-            if (!whole) fail(KM_ERROR_INVALID_INPUT_LENGTH);
-            if (!belowModulus(ciphertext)) fail(KM_ERROR_INVALID_ARGUMENT);
+            if (!whole) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+            if (!belowModulus(ciphertext)) refuse(KM_ERROR_INVALID_ARGUMENT);
             return rawPrivate(ciphertext);
         }
         // From here on every fault looks the same, so that nothing tells about the padding.
-        if (!whole || !belowModulus(ciphertext)) fail(KM_ERROR_UNKNOWN_ERROR);
+        if (!whole || !belowModulus(ciphertext)) refuse(KM_ERROR_UNKNOWN_ERROR);
         if (padding_ == KM_PAD_RSA_PKCS1_1_5_ENCRYPT) {
             return contentOfEncryptionBlock(rawPrivate(ciphertext));
         }
         std::optional<Bytes> message = rsaOaepDecrypt(key_.get(), digest_, ciphertext);
-        if (!message) fail(KM_ERROR_UNKNOWN_ERROR);
+        if (!message) refuse(KM_ERROR_UNKNOWN_ERROR);
         return std::move(*message);
     }
 

@@ -17,8 +17,8 @@ namespace {
 
 constexpr unsigned kTagTypeShift = 28;
 
-[[noreturn]] void refuse() {
-    fail(KM_ERROR_INVALID_ARGUMENT);
+[[noreturn]] void refuseMalformed() {
+    refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
 // RFC 8949, 4.2.1: the size of an item's head in its shortest form.
@@ -74,10 +74,10 @@ CborItem CborReader::peek() const {
     CborItem item;
     const cbor_decoder_result result =
         cbor_stream_decode(rest.data(), rest.size(), &callbacks, &item);
-    if (result.status != CBOR_DECODER_FINISHED) refuse();
+    if (result.status != CBOR_DECODER_FINISHED) refuseMalformed();
     item.encoded_bytes = result.read;
     const size_t head = result.read - item.bytes.size();
-    if (item.type != Type::kBool && head != shortestHead(item.number)) refuse();
+    if (item.type != Type::kBool && head != shortestHead(item.number)) refuseMalformed();
     return item;
 }
 
@@ -89,7 +89,7 @@ CborItem CborReader::next() {
 
 CborReader::CborReader(ByteView message) : message_(message) {
     const CborItem map = next();
-    if (map.type != Type::kMap) refuse();
+    if (map.type != Type::kMap) refuseMalformed();
     entries_left_ = map.number;
 }
 
@@ -100,7 +100,7 @@ bool CborReader::at(Label label) const {
 }
 
 CborItem CborReader::value(Label label) {
-    if (!at(label)) refuse();
+    if (!at(label)) refuseMalformed();
     next();
     --entries_left_;
     return next();
@@ -108,40 +108,40 @@ CborItem CborReader::value(Label label) {
 
 uint64_t CborReader::number(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kUnsigned) refuse();
+    if (item.type != Type::kUnsigned) refuseMalformed();
     return item.number;
 }
 
 uint32_t CborReader::number32(Label label) {
     const uint64_t wide = number(label);
-    if (wide > UINT32_MAX) refuse();
+    if (wide > UINT32_MAX) refuseMalformed();
     return static_cast<uint32_t>(wide);
 }
 
 ByteView CborReader::bytes(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kBytes) refuse();
+    if (item.type != Type::kBytes) refuseMalformed();
     return item.bytes;
 }
 
 bool CborReader::flag(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kBool) refuse();
+    if (item.type != Type::kBool) refuseMalformed();
     return item.number != 0;
 }
 
 void CborReader::skipDate(Label label) {
     const CborItem array = value(label);
-    if (array.type != Type::kArray || array.number != kDateFields) refuse();
+    if (array.type != Type::kArray || array.number != kDateFields) refuseMalformed();
     for (size_t i = 0; i < kDateFields; ++i) {
         const CborItem field = next();
-        if (!isInteger(field) || field.number > INT32_MAX) refuse();
+        if (!isInteger(field) || field.number > INT32_MAX) refuseMalformed();
     }
 }
 
 ParamSet CborReader::params() {
     const uint64_t count = number(Label::kParamCount);
-    if (count > entries_left_) refuse();
+    if (count > entries_left_) refuseMalformed();
     ParamSet params;
     for (uint64_t i = 0; i < count; ++i) params.add(param());
     return params;
@@ -153,7 +153,7 @@ Param CborReader::param() {
     const CborItem label = next();
     --entries_left_;
     const bool negative = label.type == Type::kNegative;
-    if (!isInteger(label) || label.number > INT32_MAX) refuse();
+    if (!isInteger(label) || label.number > INT32_MAX) refuseMalformed();
     const uint32_t tag = static_cast<uint32_t>(negative ? ~label.number : label.number);
     const CborItem item = next();
 
@@ -164,32 +164,32 @@ Param CborReader::param() {
         case KM_ENUM_REP:
         case KM_UINT:
         case KM_UINT_REP:
-            if (item.type != Type::kUnsigned || item.number > UINT32_MAX) refuse();
+            if (item.type != Type::kUnsigned || item.number > UINT32_MAX) refuseMalformed();
             param.integer = item.number;
             return param;
         case KM_ULONG:
         case KM_DATE:
         case KM_ULONG_REP:
             // Sent as a signed number; the value is its 64 bits.
-            if (!isInteger(item) || item.number > INT64_MAX) refuse();
+            if (!isInteger(item) || item.number > INT64_MAX) refuseMalformed();
             param.integer = item.type == Type::kNegative ? ~item.number : item.number;
             return param;
         case KM_BOOL:
-            if (item.type != Type::kBool || item.number == 0) refuse();
+            if (item.type != Type::kBool || item.number == 0) refuseMalformed();
             param.integer = 1;
             return param;
         case KM_BIGNUM:
         case KM_BYTES:
-            if (item.type != Type::kBytes) refuse();
+            if (item.type != Type::kBytes) refuseMalformed();
             param.bytes = item.bytes.copy();
             return param;
         default:
-            refuse();
+            refuseMalformed();
     }
 }
 
 void CborReader::finish() const {
-    if (entries_left_ != 0 || position_ != message_.size()) refuse();
+    if (entries_left_ != 0 || position_ != message_.size()) refuseMalformed();
 }
 
 }  // namespace lumo::secureapp

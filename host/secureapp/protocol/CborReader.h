@@ -2,7 +2,7 @@
 //
 // The reader is strict. Anything but the expected label, type, order and count, an indefinite
 // length, a number not in its shortest form, or bytes left over throw
-// KeymasterError(KM_ERROR_INVALID_ARGUMENT). Nothing is allocated for a length before that many
+// Refusal(KM_ERROR_INVALID_ARGUMENT). Nothing is allocated for a length before that many
 // bytes are known to be there.
 #pragma once
 

@@ -5,13 +5,13 @@
 namespace lumo::secureapp {
 namespace {
 
-constexpr size_t kLargestHead = 9;
+constexpr size_t kMaxHeadBytes = 9;
 constexpr uint32_t kTagTypeMask = 0xF0000000;
 
 // Appends what one of libcbor's encoders makes of `value`.
 template <typename Value>
 void appendHead(Bytes& message, size_t (*encode)(Value, unsigned char*, size_t), Value value) {
-    uint8_t head[kLargestHead];
+    uint8_t head[kMaxHeadBytes];
     const size_t size = encode(value, head, sizeof(head));
     message.insert(message.end(), head, head + size);
 }

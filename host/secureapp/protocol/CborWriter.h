@@ -15,7 +15,7 @@ class CborWriter {
     // Tags go out as positive labels, other than in requests: the client refuses negative ones.
     void params(const ParamSet& params);
 
-    Bytes take() { return std::move(message_); }
+    Bytes finish() { return std::move(message_); }
 
   private:
     void appendNumber(uint64_t value);

@@ -33,12 +33,12 @@ constexpr Curve kCurves[] = {
 
 template <typename T>
 T* require(T* object) {
-    if (object == nullptr) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (object == nullptr) refuse(KM_ERROR_UNKNOWN_ERROR);
     return object;
 }
 
 EcPtr<BIGNUM> number(ByteView bytes) {
-    if (bytes.size() > UINT16_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (bytes.size() > UINT16_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
     // The two libcryptos differ in the type of a length; this one fits both.
     const uint16_t length = static_cast<uint16_t>(bytes.size());
     return EcPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
@@ -47,13 +47,13 @@ EcPtr<BIGNUM> number(ByteView bytes) {
 // A null place asks for the size only.
 size_t encode(const ECDSA_SIG* signature, uint8_t** place) {
     const int size = i2d_ECDSA_SIG(signature, place);
-    if (size <= 0) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (size <= 0) refuse(KM_ERROR_UNKNOWN_ERROR);
     return static_cast<size_t>(size);
 }
 
 void putPadded(const BIGNUM* value, uint8_t* place, size_t width) {
     const int size = static_cast<int>(width);
-    if (BN_bn2binpad(value, place, size) != size) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (BN_bn2binpad(value, place, size) != size) refuse(KM_ERROR_UNKNOWN_ERROR);
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ uint32_t ecCurveBits(uint32_t curve) {
     for (const Curve& known : kCurves) {
         if (known.curve == curve) return known.key_bits;
     }
-    fail(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
 }
 
 Bytes ecPrivateKey(const EcKeyParts& parts) {
@@ -74,10 +74,10 @@ Bytes ecPrivateKey(const EcKeyParts& parts) {
     for (const Curve& known : kCurves) {
         if (known.key_bits == parts.key_bits) curve = &known;
     }
-    if (curve == nullptr) fail(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (curve == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
     const size_t width = ecWidth(parts.key_bits);
     for (const ByteView part : {parts.scalar, parts.x, parts.y}) {
-        if (part.size() != width) fail(KM_ERROR_INVALID_ARGUMENT);
+        if (part.size() != width) refuse(KM_ERROR_INVALID_ARGUMENT);
     }
 
     const EcPtr<EC_KEY> key(require(EC_KEY_new_by_curve_name(curve->nid)));
@@ -85,10 +85,10 @@ Bytes ecPrivateKey(const EcKeyParts& parts) {
                       EC_KEY_set_public_key_affine_coordinates(key.get(), number(parts.x).get(),
                                                                number(parts.y).get()) == 1 &&
                       EC_KEY_check_key(key.get()) == 1;
-    if (!good) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (!good) refuse(KM_ERROR_INVALID_ARGUMENT);
 
     const CryptoPtr<EVP_PKEY> wrapped(require(EVP_PKEY_new()));
-    if (EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1) refuse(KM_ERROR_UNKNOWN_ERROR);
     return encodePrivateKey(wrapped.get());
 }
 
@@ -97,7 +97,7 @@ Bytes ecDerSignature(ByteView r, ByteView s) {
     EcPtr<BIGNUM> r_number = number(r);
     EcPtr<BIGNUM> s_number = number(s);
     if (ECDSA_SIG_set0(signature.get(), r_number.get(), s_number.get()) != 1) {
-        fail(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR);
     }
     // The signature owns them from here on.
     static_cast<void>(r_number.release());

@@ -13,8 +13,8 @@ constexpr size_t kSecondValue = 2 * kWordBytes;
 constexpr uint32_t kTagTypeMask = 0xF0000000;
 constexpr uint32_t kNoTag = 0xFFFFFFFF;
 
-[[noreturn]] void refuse() {
-    fail(KM_ERROR_INVALID_ARGUMENT);
+[[noreturn]] void refuseMalformed() {
+    refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
 bool equal(ByteView a, ByteView b) {
@@ -31,11 +31,11 @@ uint32_t loadWord(ByteView bytes, size_t offset) {
 
 RecordReader::RecordReader(ByteView request, size_t header_words)
     : request_(request), header_bytes_(header_words * kWordBytes) {
-    if (request.size() < header_bytes_) refuse();
+    if (request.size() < header_bytes_) refuseMalformed();
 }
 
 uint32_t RecordReader::word(size_t index) const {
-    if (index >= header_bytes_ / kWordBytes) refuse();
+    if (index >= header_bytes_ / kWordBytes) refuseMalformed();
     return loadWord(request_, index * kWordBytes);
 }
 
@@ -45,8 +45,8 @@ uint64_t RecordReader::longWord(size_t index) const {
 
 ByteView RecordReader::itemAt(uint32_t offset, uint32_t length) const {
     if (offset == 0 && length == 0) return {};
-    if (offset < header_bytes_ || offset > request_.size()) refuse();
-    if (length > request_.size() - offset) refuse();
+    if (offset < header_bytes_ || offset > request_.size()) refuseMalformed();
+    if (length > request_.size() - offset) refuseMalformed();
     return request_.sub(offset, length);
 }
 
@@ -56,7 +56,7 @@ ByteView RecordReader::item(size_t index) const {
 
 ParamSet RecordReader::params(size_t index) const {
     const uint32_t count = word(index + 1);
-    if (count > request_.size() / kParamBytes) refuse();
+    if (count > request_.size() / kParamBytes) refuseMalformed();
     const ByteView array = itemAt(word(index), count * static_cast<uint32_t>(kParamBytes));
     ParamSet params;
     ByteView previous;
@@ -103,7 +103,7 @@ std::optional<Param> RecordReader::param(ByteView record) const {
             param.bytes = itemAt(first, second).copy();
             return param;
         default:
-            refuse();
+            refuseMalformed();
     }
 }
 

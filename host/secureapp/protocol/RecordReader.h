@@ -2,7 +2,7 @@
 // points at with offsets from the start of the request.
 //
 // Whatever lies outside the request, or within its header, throws
-// KeymasterError(KM_ERROR_INVALID_ARGUMENT).
+// Refusal(KM_ERROR_INVALID_ARGUMENT).
 #pragma once
 
 #include "secureapp/base/Types.h"
@@ -47,7 +47,7 @@ class RecordWriter {
     // Appends `value` and notes it in the pair (offset from the answer's start, length) at `index`.
     void append(size_t index, ByteView value);
 
-    Bytes take() { return std::move(bytes_); }
+    Bytes finish() { return std::move(bytes_); }
 
   private:
     Bytes bytes_;

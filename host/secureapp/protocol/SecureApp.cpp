@@ -3,31 +3,31 @@
 #include <algorithm>
 #include <new>
 
-#include "secureapp/protocol/CborFace.h"
-#include "secureapp/protocol/RecordFace.h"
+#include "secureapp/protocol/CborProtocol.h"
+#include "secureapp/protocol/RecordProtocol.h"
 #include "secureapp/protocol/RecordReader.h"
 
 namespace lumo::secureapp {
 namespace {
 
 KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t level,
-                            const World& world) {
+                            const DeviceConfig& config) {
     KeymasterOptions options;
     options.level = level;
     options.blob_version = profile.blob_version;
     // The fixed-layout clients do not know the field that these blobs have more.
     options.early_boot_blobs = !profile.legacy;
-    options.trusted_clock = world.trusted_clock;
+    options.trusted_clock = config.trusted_clock;
     return options;
 }
 
 }  // namespace
 
 struct SecureApp::Impl {
-    Impl(const Profile& played, keymaster_security_level_t level, const World& world, State& state,
-         State& shared_state, Clock& clock, RandomSource& random)
+    Impl(const Profile& played, keymaster_security_level_t level, const DeviceConfig& config,
+         State& state, State& shared_state, Clock& clock, RandomSource& random)
         : profile(played),
-          keymaster(optionsFor(played, level, world), world, state, shared_state, clock, random),
+          keymaster(optionsFor(played, level, config), config, state, shared_state, clock, random),
           cbor(keymaster, profile),
           records(keymaster, profile) {}
 
@@ -37,7 +37,7 @@ struct SecureApp::Impl {
         try {
             work();
             return KM_ERROR_OK;
-        } catch (const KeymasterError& error) {
+        } catch (const Refusal& error) {
             return error.code();
         } catch (const StateError& error) {
             state_failure = error.what();
@@ -52,14 +52,15 @@ struct SecureApp::Impl {
     std::mutex mutex;
     const Profile profile;
     Keymaster keymaster;
-    CborFace cbor;
-    RecordFace records;
+    CborProtocol cbor;
+    RecordProtocol records;
     std::string state_failure;
 };
 
-SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level, const World& world,
-                     State& state, State& shared_state, Clock& clock, RandomSource& random)
-    : impl_(std::make_unique<Impl>(profile, level, world, state, shared_state, clock, random)) {}
+SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level,
+                     const DeviceConfig& config, State& state, State& shared_state, Clock& clock,
+                     RandomSource& random)
+    : impl_(std::make_unique<Impl>(profile, level, config, state, shared_state, clock, random)) {}
 
 SecureApp::~SecureApp() = default;
 
@@ -85,7 +86,7 @@ Bytes SecureApp::answerRecord(ByteView request, ByteView area, size_t capacity, 
     if (status == KM_ERROR_OK && answer.size() > capacity) {
         status = KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
     }
-    if (status != KM_ERROR_OK) answer = RecordFace::refusal(status);
+    if (status != KM_ERROR_OK) answer = RecordProtocol::refusal(status);
     answer.resize(std::min(answer.size(), capacity));
     return answer;
 }
@@ -96,9 +97,9 @@ void SecureApp::endClient(uint64_t client) {
     impl_->records.forgetEnded();
 }
 
-void SecureApp::pressButton() {
+void SecureApp::confirmPresence() {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->keymaster.pressButton();
+    impl_->keymaster.confirmPresence();
 }
 
 Keymaster& SecureApp::keymaster() {

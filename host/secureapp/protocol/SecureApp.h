@@ -4,7 +4,7 @@
 #include <memory>
 #include <mutex>
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Types.h"
 #include "secureapp/keymaster/Keymaster.h"
 
@@ -35,7 +35,7 @@ struct CborReply {
 // The calls may come from several threads; they are carried out one at a time.
 class SecureApp {
   public:
-    SecureApp(const Profile& profile, keymaster_security_level_t level, const World& world,
+    SecureApp(const Profile& profile, keymaster_security_level_t level, const DeviceConfig& config,
               State& state, State& shared_state, Clock& clock, RandomSource& random);
     ~SecureApp();
     SecureApp(const SecureApp&) = delete;
@@ -58,7 +58,7 @@ class SecureApp {
     Keymaster& keymaster();
 
     // The user proves presence, as with a button of the device.
-    void pressButton();
+    void confirmPresence();
 
     // What failed last in the storage, in words; empty when nothing did.
     std::string lastStateFailure() const;

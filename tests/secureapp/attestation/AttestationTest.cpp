@@ -28,9 +28,9 @@ class Attestation : public ::testing::Test {
     Device device_;
 
     Attestation() {
-        World& world = device_.world;
-        world.test_attestation_keys = true;
-        world.verified_boot_hash =
+        DeviceConfig& config = device_.config;
+        config.test_attestation_keys = true;
+        config.verified_boot_hash =
             fromHex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
         device_.hal = with(without(device_.hal, KM_TAG_VENDOR_PATCHLEVEL),
                            {intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201205)});
@@ -76,12 +76,12 @@ class AttestedChain : public ::testing::TestWithParam<ChainCase> {};
 
 TEST_P(AttestedChain, IsAcceptedUpToTheRootAndByTheGem) {
     Device device(GetParam().level);
-    device.world.test_attestation_keys = GetParam().test_keys;
+    device.config.test_attestation_keys = GetParam().test_keys;
     device.boot();
     const Bytes blob = device->generateKey(with(GetParam().key, kDated));
     const std::vector<Bytes> chain = device->attestKey(blob, kAttest);
     ASSERT_EQ(chain.size(), 3U);
-    EXPECT_EQ(chain[2], attestationRoot(device.state, device.world, GetParam().level));
+    EXPECT_EQ(chain[2], attestationRoot(device.state, device.config, GetParam().level));
 
     const ChainFiles files(chain);
     const std::string verify = "openssl verify -no-CApath -CAfile " + files.pem[2];
@@ -189,16 +189,16 @@ TEST_F(Attestation, UniqueIdsStayForThirtyDays) {
 
 TEST(AttestationKeys, AreMadeOnceAndTheTestRootIsTheSameEverywhere) {
     MemoryState one, other;
-    World world;
-    const AttestationKey first = attestationKey(one, world, kTee, KM_ALGORITHM_RSA);
-    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_RSA).chain, first.chain);
-    EXPECT_EQ(attestationKey(one, world, kTee, KM_ALGORITHM_EC).chain[1], first.chain[1]);
-    EXPECT_NE(attestationRoot(other, world, kTee), first.chain[1]);
+    DeviceConfig config;
+    const AttestationKey first = attestationKey(one, config, kTee, KM_ALGORITHM_RSA);
+    EXPECT_EQ(attestationKey(one, config, kTee, KM_ALGORITHM_RSA).chain, first.chain);
+    EXPECT_EQ(attestationKey(one, config, kTee, KM_ALGORITHM_EC).chain[1], first.chain[1]);
+    EXPECT_NE(attestationRoot(other, config, kTee), first.chain[1]);
     one.records["attestation-rsa"].resize(100);
-    EXPECT_THROW(attestationKey(one, world, kTee, KM_ALGORITHM_RSA), StateError);
+    EXPECT_THROW(attestationKey(one, config, kTee, KM_ALGORITHM_RSA), StateError);
 
-    world.test_attestation_keys = true;
-    const Bytes root = attestationRoot(other, world, kTee);
+    config.test_attestation_keys = true;
+    const Bytes root = attestationRoot(other, config, kTee);
     EXPECT_EQ(toHex(sha256(root)),
               "d1d9624ac2d62226f9af02a6e865c8250aba86c83311c9949a79e8d9b5f8006c");
     EXPECT_EQ(ChainFiles({root}).leaf("-subject"),

@@ -11,11 +11,11 @@ ParamSet versions(uint64_t os, uint64_t patch, uint64_t vendor) {
 
 TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
     Device device;
-    device.world.boot_patchlevel = 0;
+    device.config.boot_patchlevel = 0;
     device.boot();
     const Bytes blob = device->generateKey(aesKey());
     EXPECT_FALSE(device->characteristics(blob, {}).all().contains(KM_TAG_BOOT_PATCHLEVEL));
-    device.world.boot_patchlevel = 20210101;
+    device.config.boot_patchlevel = 20210101;
     device.boot();
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_KEY_REQUIRES_UPGRADE);
     const OpenedKey after = device->characteristics(device->upgradeKey(blob, {}), {});
@@ -26,7 +26,7 @@ TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
 TEST(Versions, UpgradesOldBlobs) {
     Device device;
     device.options.blob_version = kBlobVersion3_0;
-    device.world.rollback_resistance = true;
+    device.config.rollback_resistance = true;
     device.boot();
     const ParamSet params =
         with(aesKey(), {intParam(KM_TAG_AUTH_TIMEOUT, 7), boolParam(KM_TAG_ROLLBACK_RESISTANCE),
@@ -96,7 +96,7 @@ TEST(Configuration, TakesOnlyDatesForPatchLevels) {
         {20201305, std::nullopt, std::nullopt}, {20201100, std::nullopt, 20201100}};
     for (const Case& each : cases) {
         Device device;
-        device.world.vendor_patchlevel = each.from_world;
+        device.config.vendor_patchlevel = each.from_world;
         device.hal = versions(110000, 202012, each.from_hal);
         device.boot();
         const OpenedKey key = device->characteristics(device->generateKey(aesKey()), {});
@@ -109,9 +109,9 @@ TEST(RootOfTrust, IsSetOnceBeforeAnyKeyIsUsed) {
     const Bytes boot_key(32, 0xAA);
     device->setRootOfTrust(boot_key);
     device->setBootState(true, 2, 0, 0);  // yellow
-    EXPECT_EQ(device->world().verified_boot_key, boot_key);
-    EXPECT_TRUE(device->world().device_locked);
-    EXPECT_EQ(device->world().verified_boot_state, 1U);
+    EXPECT_EQ(device->config().verified_boot_key, boot_key);
+    EXPECT_TRUE(device->config().device_locked);
+    EXPECT_EQ(device->config().verified_boot_state, 1U);
     const auto again = [&] { return errorOf([&] { device->setRootOfTrust(boot_key); }); };
     EXPECT_EQ(again(), KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     EXPECT_EQ(errorOf([&] { device->setBootState(true, 0, 0, 0); }),
@@ -126,7 +126,7 @@ TEST(RootOfTrust, IsSetOnceBeforeAnyKeyIsUsed) {
     for (const auto& [color, state] : {std::pair(0U, 0U), {1U, 2U}, {2U, 1U}, {3U, 3U}}) {
         Device other;
         other->setBootState(true, color, 0, 0);
-        EXPECT_EQ(other->world().verified_boot_state, state);
+        EXPECT_EQ(other->config().verified_boot_state, state);
     }
     EXPECT_EQ(errorOf([&] { device->setBootState(true, 4, 0, 0); }), KM_ERROR_INVALID_ARGUMENT);
     device->setBootState(true, 3, 0, 0);

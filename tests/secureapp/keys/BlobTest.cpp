@@ -162,9 +162,9 @@ TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
     };
     const Case cases[] = {
         {[](Device&) {}, true},
-        {[](Device& d) { d.world.verified_boot_state = 0; }, true},
-        {[](Device& d) { d.world.verified_boot_key[31] = 1; }, false},
-        {[](Device& d) { d.world.device_locked = true; }, false},
+        {[](Device& d) { d.config.verified_boot_state = 0; }, true},
+        {[](Device& d) { d.config.verified_boot_key[31] = 1; }, false},
+        {[](Device& d) { d.config.device_locked = true; }, false},
         {[](Device& d) { d.options.level = kStrongBox; }, false},
         {[](Device& d) { d.state.records["device-key"][0] ^= 1; }, false},
         {[](Device& d) { d.shared.records["shared-secret"][0] ^= 1; }, false},

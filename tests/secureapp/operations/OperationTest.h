@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Hex.h"
-#include "TestServices.h"
+#include "TestEnvironment.h"
 #include "secureapp/crypto/Crypto.h"
 #include "secureapp/keymaster/Keymaster.h"
 #include "secureapp/operations/Operation.h"
@@ -72,7 +72,7 @@ template <typename Call>
 keymaster_error_t errorOf(Call call) {
     try {
         call();
-    } catch (const KeymasterError& error) {
+    } catch (const Refusal& error) {
         return error.code();
     }
     return KM_ERROR_OK;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "ScriptedTransport.h"
-#include "TestServices.h"
+#include "TestEnvironment.h"
 #include "secureapp/protocol/SecureApp.h"
 
 namespace lumo::test {

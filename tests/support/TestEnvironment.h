@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 
 namespace lumo::test {
 

@@ -1,4 +1,4 @@
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 
 namespace lumo::secureapp {
 

@@ -46,7 +46,7 @@ class State {
 Bytes lastingSecret(State& state, RandomSource& random, const std::string& name, size_t count);
 
 // The facts of the device: what boot loader and factory would tell.
-struct World {
+struct DeviceConfig {
     // YYYYMMDD. The vendor's comes from the HAL at start unless it is set here.
     std::optional<uint32_t> vendor_patchlevel;
     std::optional<uint32_t> boot_patchlevel = 20201205;

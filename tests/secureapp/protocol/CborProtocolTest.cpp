@@ -4,7 +4,7 @@
 namespace lumo::test {
 namespace {
 
-TEST(CborFace, RefusesWhatDiffersFromTheMessage) {
+TEST(CborProtocol, RefusesWhatDiffersFromTheMessage) {
     App phone("cbor");
     phone.configureByCbor();
     struct {
@@ -59,7 +59,7 @@ TEST(CborFace, RefusesWhatDiffersFromTheMessage) {
     EXPECT_EQ(phone.cbor(0x220B, hex("a1 182d f4")).error, KM_ERROR_OK);
 }
 
-TEST(CborFace, AnswersOnlyItsOwnCommands) {
+TEST(CborProtocol, AnswersOnlyItsOwnCommands) {
     struct {
         const char* profile;
         keymaster_security_level_t level;

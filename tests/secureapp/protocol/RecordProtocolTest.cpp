@@ -32,7 +32,7 @@ Bytes labels(uint32_t offset, uint32_t room = kAreaBytes - 64) {
     return words({0, 0, offset, room});
 }
 
-TEST(RecordFace, WordsLeftOverDoNotConfuse) {
+TEST(RecordProtocol, WordsLeftOverDoNotConfuse) {
     App phone("legacy-4");
     phone.configureByRecord();
     // A parameter of unknown type first (nothing was written) and in the middle (the one before
@@ -60,7 +60,7 @@ TEST(RecordFace, WordsLeftOverDoNotConfuse) {
     EXPECT_EQ(statusOf(characteristics(hex("6964"), hex("646175"))), KM_ERROR_INVALID_KEY_BLOB);
 }
 
-TEST(RecordFace, OutputGoesWhereTheClientWantsIt) {
+TEST(RecordProtocol, OutputGoesWhereTheClientWantsIt) {
     App phone("legacy-4", kStrongBox);
     phone.sendRecord(words({0x116, 12, 2}) + param(0x300002C1, 110000) + param(0x300002C2, 202012));
     const Bytes blob = itemOf(
@@ -97,7 +97,7 @@ TEST(RecordFace, OutputGoesWhereTheClientWantsIt) {
 }
 
 // The body lies at byte 60 although the header says 16; what lies between is left over.
-TEST(RecordFace, TakesTheRootOfTrustAsItIsSent) {
+TEST(RecordProtocol, TakesTheRootOfTrustAsItIsSent) {
     for (const char* profile : {"cbor", "legacy-3"}) {
         App phone(profile);
         phone.sendRecord(words({0x201, 12, 32}) + Bytes(32, 0x77));
@@ -107,14 +107,14 @@ TEST(RecordFace, TakesTheRootOfTrustAsItIsSent) {
                   KM_ERROR_INVALID_ARGUMENT);
         EXPECT_EQ(statusOf(phone.record(head + body + Bytes(4, 0))), KM_ERROR_INVALID_ARGUMENT);
         phone.sendRecord(head + body);
-        EXPECT_EQ(phone.app.keymaster().world().verified_boot_key, Bytes(32, 0x77));
-        EXPECT_TRUE(phone.app.keymaster().world().device_locked);
+        EXPECT_EQ(phone.app.keymaster().config().verified_boot_key, Bytes(32, 0x77));
+        EXPECT_TRUE(phone.app.keymaster().config().device_locked);
         EXPECT_EQ(statusOf(phone.record(words({0x201, 12, 32}) + Bytes(32, 0x78))),
                   KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }
 }
 
-TEST(RecordFace, AnswersOnlyItsOwnCommands) {
+TEST(RecordProtocol, AnswersOnlyItsOwnCommands) {
     const Bytes probe = words({0x215, 0, 0});
     EXPECT_EQ(statusOf(App("cbor").record(probe)), 0);
     EXPECT_EQ(statusOf(App("legacy-4", kStrongBox).record(probe)), 0);
@@ -137,7 +137,7 @@ TEST(RecordFace, AnswersOnlyItsOwnCommands) {
     }
 }
 
-TEST(RecordFace, RefusesWhatLiesOutside) {
+TEST(RecordProtocol, RefusesWhatLiesOutside) {
     App phone("legacy-4");
     phone.configureByRecord();
     const Bytes blob(16, 1);

@@ -3,7 +3,7 @@
 
 #include <mutex>
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 
 namespace lumo::secureapp {
 

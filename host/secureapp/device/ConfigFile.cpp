@@ -1,4 +1,4 @@
-#include "secureapp/device/WorldFile.h"
+#include "secureapp/device/ConfigFile.h"
 
 #include <algorithm>
 #include <set>
@@ -10,7 +10,7 @@ namespace lumo::secureapp {
 namespace {
 
 constexpr size_t kHashBytes = 32;
-constexpr size_t kLongestText = 64;
+constexpr size_t kMaxTextBytes = 64;
 
 // A value that cannot be understood; what is expected instead, in words.
 class BadValue : public std::runtime_error {
@@ -82,17 +82,17 @@ uint32_t bootState(const std::string& text) {
 }
 
 template <keymaster_tag_t tag>
-void deviceId(WorldSettings& settings, const std::string& text) {
-    if (text.size() > kLongestText) throw BadValue("at most 64 bytes");
-    settings.world.device_ids.erase(tag);
-    if (!text.empty()) settings.world.device_ids[tag] = Bytes(text.begin(), text.end());
+void deviceId(DeviceSettings& settings, const std::string& text) {
+    if (text.size() > kMaxTextBytes) throw BadValue("at most 64 bytes");
+    settings.config.device_ids.erase(tag);
+    if (!text.empty()) settings.config.device_ids[tag] = Bytes(text.begin(), text.end());
 }
 
 struct Key {
     const char* name;
     const char* first_value;
     const char* comment;
-    void (*set)(WorldSettings&, const std::string&);
+    void (*set)(DeviceSettings&, const std::string&);
 };
 
 const Key kKeys[] = {
@@ -100,20 +100,20 @@ const Key kKeys[] = {
      "Patch levels as YYYYMMDD; nothing: none. The vendor's comes from the service at start "
      "unless\n"
      "it is set here. Raise them to rehearse an update, lower them to rehearse a rollback.",
-     [](WorldSettings& s, const std::string& v) { s.world.vendor_patchlevel = patchDate(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.vendor_patchlevel = patchDate(v); }},
     {"boot_patchlevel", "20201205", "",
-     [](WorldSettings& s, const std::string& v) { s.world.boot_patchlevel = patchDate(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.boot_patchlevel = patchDate(v); }},
     {"verified_boot_key", "0000000000000000000000000000000000000000000000000000000000000000",
      "What the boot loader found: the key that verified the system, whether the device is locked,\n"
      "the outcome (verified, self-signed, unverified, failed) and the hash of what was verified.\n"
      "Keys made under one boot key and lock cannot be used under another.",
-     [](WorldSettings& s, const std::string& v) { s.world.verified_boot_key = hash(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.verified_boot_key = hash(v); }},
     {"device_locked", "no", "",
-     [](WorldSettings& s, const std::string& v) { s.world.device_locked = yesOrNo(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.device_locked = yesOrNo(v); }},
     {"verified_boot_state", "unverified", "",
-     [](WorldSettings& s, const std::string& v) { s.world.verified_boot_state = bootState(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.verified_boot_state = bootState(v); }},
     {"verified_boot_hash", "5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a", "",
-     [](WorldSettings& s, const std::string& v) { s.world.verified_boot_hash = hash(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.verified_boot_hash = hash(v); }},
     {"brand", "", "The device's ids that attestation can confirm; nothing: not provisioned.",
      deviceId<KM_TAG_ATTESTATION_ID_BRAND>},
     {"device", "", "", deviceId<KM_TAG_ATTESTATION_ID_DEVICE>},
@@ -127,26 +127,26 @@ const Key kKeys[] = {
      "What the hardware has: keys that cannot come back after deletion; a clock that it trusts\n"
      "enough to enforce the dates of keys; a button that proves the user's presence (SIGUSR1 to\n"
      "the daemon presses it).",
-     [](WorldSettings& s, const std::string& v) { s.world.rollback_resistance = yesOrNo(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.rollback_resistance = yesOrNo(v); }},
     {"trusted_clock", "no", "",
-     [](WorldSettings& s, const std::string& v) { s.world.trusted_clock = yesOrNo(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.trusted_clock = yesOrNo(v); }},
     {"user_presence", "no", "",
-     [](WorldSettings& s, const std::string& v) { s.world.user_presence = yesOrNo(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.user_presence = yesOrNo(v); }},
     {"test_attestation_keys", "no",
      "For tests only. yes: attest with the fixed, published test keys instead of this device's "
      "own.",
-     [](WorldSettings& s, const std::string& v) { s.world.test_attestation_keys = yesOrNo(v); }},
+     [](DeviceSettings& s, const std::string& v) { s.config.test_attestation_keys = yesOrNo(v); }},
     {"fixed_time", "",
      "For tests only: clocks that stand still at this moment, in milliseconds since 1970-01-01 "
      "UTC.",
-     [](WorldSettings& s, const std::string& v) {
+     [](DeviceSettings& s, const std::string& v) {
          s.fixed_time = v.empty() ? std::nullopt : std::optional(number(v));
      }},
     {"random_seed", "",
      "For tests only, never with keys that matter: \"random\" bytes that follow from this seed, "
      "in\n"
      "hexadecimal digits, and are the same in every run.",
-     [](WorldSettings& s, const std::string& v) {
+     [](DeviceSettings& s, const std::string& v) {
          s.random_seed = v.empty() ? std::nullopt : std::optional(hexBytes(v));
      }},
 };
@@ -159,7 +159,7 @@ const Key* findKey(const std::string& name) {
 }
 
 // "key = value"; throws BadValue for anything else.
-void applyLine(WorldSettings& settings, std::set<std::string>& seen, const std::string& line) {
+void applyLine(DeviceSettings& settings, std::set<std::string>& seen, const std::string& line) {
     const size_t equals = line.find('=');
     if (equals == std::string::npos) throw BadValue("key = value");
     const std::string name = trimmed(line.substr(0, equals));
@@ -175,8 +175,8 @@ void applyLine(WorldSettings& settings, std::set<std::string>& seen, const std::
 
 }  // namespace
 
-WorldSettings parseWorld(const std::string& text, const std::string& file) {
-    WorldSettings settings;
+DeviceSettings parseDeviceConfig(const std::string& text, const std::string& file) {
+    DeviceSettings settings;
     std::set<std::string> seen;
     std::istringstream lines(text);
     std::string line;
@@ -193,7 +193,7 @@ WorldSettings parseWorld(const std::string& text, const std::string& file) {
     return settings;
 }
 
-std::string defaultWorldText() {
+std::string defaultConfigText() {
     std::string text =
         "# The facts of the device that this software secure application stands for.\n"
         "# They are read at start. A key that is missing has the value shown here.\n";
@@ -212,16 +212,16 @@ std::string defaultWorldText() {
     return text;
 }
 
-WorldSettings loadWorld(const std::string& directory) {
-    const std::string path = directory + "/" + kWorldFileName;
+DeviceSettings loadDeviceConfig(const std::string& directory) {
+    const std::string path = directory + "/" + kConfigFileName;
     const FileHandle held = lockFile(directory + "/" + kLockName);
     if (const std::optional<Bytes> content = readPrivateFile(path)) {
-        return parseWorld(std::string(content->begin(), content->end()), path);
+        return parseDeviceConfig(std::string(content->begin(), content->end()), path);
     }
-    const std::string text = defaultWorldText();
+    const std::string text = defaultConfigText();
     const Bytes content(text.begin(), text.end());
     writePrivateFile(path, content);
-    return parseWorld(text, path);
+    return parseDeviceConfig(text, path);
 }
 
 }  // namespace lumo::secureapp

@@ -1,4 +1,4 @@
-#include "secureapp/protocol/RecordFace.h"
+#include "secureapp/protocol/RecordProtocol.h"
 
 #include "secureapp/protocol/Commands.h"
 #include "secureapp/protocol/EcConversions.h"
@@ -148,13 +148,13 @@ static_assert(kBootStateBody + kBootStateBodyWords * kWordBytes == kBootStateReq
               "the body ends the request");
 
 Bytes okay() {
-    return RecordWriter(kStatusWords).take();
+    return RecordWriter(kStatusWords).finish();
 }
 
 Bytes blobReply(ByteView blob) {
     RecordWriter reply(kBlobReplyWords);
     reply.append(kReplyBlob, blob);
-    return reply.take();
+    return reply.finish();
 }
 
 // What a key may be bound to, as the keymaster takes it.
@@ -202,9 +202,9 @@ Bytes attestKey(Keymaster& keymaster, ByteView bytes) {
         table.append(i * kCertificateEntryWords + kCertificate, chain[i]);
     }
     RecordWriter reply(kAttestReplyWords);
-    reply.append(kCertificateTable, table.take());
+    reply.append(kCertificateTable, table.finish());
     reply.word(kCertificateCount, static_cast<uint32_t>(chain.size()));
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes deleteKey(Keymaster& keymaster, ByteView bytes) {
@@ -220,7 +220,7 @@ Bytes deleteAllKeys(Keymaster& keymaster) {
 
 Bytes destroyDeviceIds(Keymaster& keymaster, ByteView bytes) {
     const RecordReader request(bytes, kDestroyIdsRequestWords);
-    if (request.word(kDestroyZero) != 0) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (request.word(kDestroyZero) != 0) refuse(KM_ERROR_INVALID_ARGUMENT);
     keymaster.destroyDeviceIds();
     return okay();
 }
@@ -233,47 +233,47 @@ Bytes importWrappedKey(Keymaster& keymaster, ByteView bytes) {
                                    request.longWord(kPasswordSid), request.longWord(kBiometricSid));
     RecordWriter reply(kWrappedReplyWords);
     reply.append(kWrappedBlob, blob);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes getSharingParameters(Keymaster& keymaster) {
     const HmacSharingParameters& own = keymaster.hmacSharingParameters();
-    if (own.nonce.size() != kSharingNonceBytes) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (own.nonce.size() != kSharingNonceBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
     RecordWriter reply(kSharingReplyWords);
     reply.fill(kSharingSeed, wireSeed(own));
     reply.fill(kSharingNonce, own.nonce);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes computeSharedHmac(Keymaster& keymaster, ByteView bytes) {
     const RecordReader request(bytes, kComputeRequestWords);
     const uint32_t count = request.word(kSharingCount);
-    if (count > bytes.size() / kSharingRecordBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (count > bytes.size() / kSharingRecordBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
     const ByteView records = request.itemAt(request.word(kSharingOffset),
                                             count * static_cast<uint32_t>(kSharingRecordBytes));
     const Bytes check = keymaster.computeSharedHmac(readSharingRecords(records));
-    if (check.size() != kMacBytes) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (check.size() != kMacBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
     RecordWriter reply(kComputeReplyWords);
     reply.fill(kSharingCheck, check);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes verifyAuthorization(Keymaster& keymaster, ByteView bytes) {
     const RecordReader request(bytes, kVerifyRequestWords);
     const VerificationToken token = keymaster.verifyAuthorization(request.longWord(kChallenge));
-    if (token.mac.size() != kMacBytes) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (token.mac.size() != kMacBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
     RecordWriter reply(kVerifyReplyWords);
     reply.longWord(kTokenChallenge, token.challenge);
     reply.longWord(kTokenTimestamp, token.timestamp);
     reply.word(kTokenLevel, token.security_level);
     reply.fill(kTokenMac, token.mac);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes setRootOfTrust(Keymaster& keymaster, ByteView bytes) {
     const RecordReader request(bytes, kRootOfTrustRequestWords);
     const ByteView key = request.item(kVerifiedBootKey);
-    if (key.size() != kVerifiedBootKeyBytes) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
     keymaster.setRootOfTrust(key);
     return okay();
 }
@@ -284,11 +284,11 @@ Bytes setBootState(Keymaster& keymaster, ByteView bytes) {
                          request.word(kBootStateZero) == 0 &&
                          request.word(kBootStateOffset) == kBootStateSaidOffset &&
                          request.word(kBootStateLength) == kBootStateBodyWords * kWordBytes;
-    if (!as_sent) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (!as_sent) refuse(KM_ERROR_INVALID_ARGUMENT);
     const RecordReader body(bytes.sub(kBootStateBody), kBootStateBodyWords);
-    if (body.word(kBootLocked) > 1) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (body.word(kBootLocked) > 1) refuse(KM_ERROR_INVALID_ARGUMENT);
     for (size_t word = kBootFiller; word < kBootColor; ++word) {
-        if (body.word(word) != UINT32_MAX) fail(KM_ERROR_INVALID_ARGUMENT);
+        if (body.word(word) != UINT32_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     keymaster.setBootState(body.word(kBootLocked) != 0, body.word(kBootColor),
                            body.word(kBootVersion), body.word(kBootPatchlevel));
@@ -304,7 +304,7 @@ EcKeyParts readEcKey(const RecordReader& request) {
     };
     // In place of a length the header gives the end of the last number.
     const uint64_t end = uint64_t{record.word(kEcY)} + record.word(kEcY + 1);
-    if (request.word(kImportData + 1) != end) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (request.word(kImportData + 1) != end) refuse(KM_ERROR_INVALID_ARGUMENT);
     return {record.word(kEcBits), part(kEcScalar), part(kEcX), part(kEcY)};
 }
 
@@ -314,12 +314,12 @@ Bytes publicKeyRecord(const PublicKeyParts& key) {
         RecordWriter record(kRsaKeyRecordWords);
         record.append(kRsaModulus, key.modulus);
         record.append(kRsaExponent, key.exponent);
-        return record.take();
+        return record.finish();
     }
     RecordWriter record(kEcPublicRecordWords);
     record.append(kEcPublicX, key.x);
     record.append(kEcPublicY, key.y);
-    return record.take();
+    return record.finish();
 }
 
 // The signature of a verification: a record of its two numbers at the signature's place.
@@ -329,7 +329,7 @@ Bytes readSignature(const RecordReader& request) {
     const ByteView r = request.itemAt(record.word(kSignatureR), record.word(kSignatureR + 1));
     const ByteView s = request.itemAt(record.word(kSignatureS), record.word(kSignatureS + 1));
     if (whole.size() != kSignatureRecordWords * kWordBytes + r.size() + s.size()) {
-        fail(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT);
     }
     return ecDerSignature(r, s);
 }
@@ -345,7 +345,7 @@ uint32_t ecBits(const ParamSet& key) {
 Bytes withOutput(RecordWriter header, size_t place, ByteView output, size_t offset_word) {
     header.word(offset_word, static_cast<uint32_t>(place));
     header.word(offset_word + 1, static_cast<uint32_t>(output.size()));
-    Bytes reply = header.take();
+    Bytes reply = header.finish();
     reply.resize(place, 0);
     reply.insert(reply.end(), output.begin(), output.end());
     return reply;
@@ -353,18 +353,18 @@ Bytes withOutput(RecordWriter header, size_t place, ByteView output, size_t offs
 
 }  // namespace
 
-RecordFace::OutputPlace RecordFace::outputPlace(ByteView area, size_t capacity, size_t offset_word,
-                                                size_t header_words) {
-    if (capacity < header_words * kWordBytes) fail(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+RecordProtocol::OutputPlace RecordProtocol::outputPlace(ByteView area, size_t capacity,
+                                                        size_t offset_word, size_t header_words) {
+    if (capacity < header_words * kWordBytes) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     const RecordReader labels(area, header_words);
     const uint32_t offset = labels.word(offset_word);
     const uint32_t room = labels.word(offset_word + 1);
-    if (offset < header_words * kWordBytes || offset > capacity) fail(KM_ERROR_INVALID_ARGUMENT);
-    if (room > capacity - offset) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (offset < header_words * kWordBytes || offset > capacity) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (room > capacity - offset) refuse(KM_ERROR_INVALID_ARGUMENT);
     return {offset, room};
 }
 
-Bytes RecordFace::importKey(ByteView bytes) {
+Bytes RecordProtocol::importKey(ByteView bytes) {
     const RecordReader request(bytes, kImportRequestWords);
     const uint32_t format = request.word(kImportFormat);
     const ParamSet params = request.params(kImportParams);
@@ -377,7 +377,7 @@ Bytes RecordFace::importKey(ByteView bytes) {
     return blobReply(keymaster_.importKey(params, format, request.item(kImportData)));
 }
 
-Bytes RecordFace::exportKey(ByteView bytes, ByteView area, size_t capacity) {
+Bytes RecordProtocol::exportKey(ByteView bytes, ByteView area, size_t capacity) {
     const RecordReader request(bytes, kExportRequestWords);
     const uint32_t format = request.word(kExportFormat);
     const ByteView blob = request.item(kExportBlob);
@@ -387,14 +387,14 @@ Bytes RecordFace::exportKey(ByteView bytes, ByteView area, size_t capacity) {
     const PublicKeyParts parts = keymaster_.exportKeyParts(format, blob, binding);
     const Bytes data = profile_.encodes_public_keys ? keymaster_.exportKey(format, blob, binding)
                                                     : publicKeyRecord(parts);
-    if (data.size() > place.room) fail(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+    if (data.size() > place.room) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     RecordWriter header(kExportReplyWords);
     header.word(kExportAlgorithm, parts.algorithm);
     return withOutput(std::move(header), place.offset, data, kExportData);
 }
 
-void RecordFace::trackEcOperation(const BeginResult& begun, uint32_t purpose, ByteView blob,
-                                  const ParamSet& params) {
+void RecordProtocol::trackEcOperation(const BeginResult& begun, uint32_t purpose, ByteView blob,
+                                      const ParamSet& params) {
     if (begun.algorithm != KM_ALGORITHM_EC) return;
     if (purpose == KM_PURPOSE_VERIFY) ec_operations_[begun.handle] = {};
     if (purpose != KM_PURPOSE_SIGN) return;
@@ -407,13 +407,13 @@ void RecordFace::trackEcOperation(const BeginResult& begun, uint32_t purpose, By
     }
 }
 
-void RecordFace::forgetEnded() {
+void RecordProtocol::forgetEnded() {
     for (auto each = ec_operations_.begin(); each != ec_operations_.end();) {
         each = keymaster_.isRunning(each->first) ? std::next(each) : ec_operations_.erase(each);
     }
 }
 
-Bytes RecordFace::begin(ByteView bytes) {
+Bytes RecordProtocol::begin(ByteView bytes) {
     const RecordReader request(bytes, kBeginRequestWords);
     const uint32_t purpose = request.word(kPurpose);
     const ByteView blob = request.item(kBeginBlob);
@@ -423,7 +423,7 @@ Bytes RecordFace::begin(ByteView bytes) {
     const ByteView nonce = begun.out_params.bytes(KM_TAG_NONCE);
     if (nonce.size() > kNonceArea) {
         keymaster_.abort(begun.handle);
-        fail(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR);
     }
     trackEcOperation(begun, purpose, blob, params);
     RecordWriter reply(kBeginReplyWords);
@@ -431,10 +431,10 @@ Bytes RecordFace::begin(ByteView bytes) {
     reply.word(kBeginAlgorithm, begun.algorithm);
     reply.fill(kNonce, nonce);
     reply.word(kNonceLength, static_cast<uint32_t>(nonce.size()));
-    return reply.take();
+    return reply.finish();
 }
 
-Bytes RecordFace::update(ByteView bytes, ByteView area, size_t capacity) {
+Bytes RecordProtocol::update(ByteView bytes, ByteView area, size_t capacity) {
     const RecordReader request(bytes, kUpdateRequestWords);
     const uint64_t handle = request.longWord(kHandle);
     const ParamSet params = request.params(kOperationParams);
@@ -446,7 +446,7 @@ Bytes RecordFace::update(ByteView bytes, ByteView area, size_t capacity) {
     const UpdateResult result = keymaster_.update(handle, params, input);
     if (result.output.size() > place.room) {
         keymaster_.abort(handle);
-        fail(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+        refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     }
     ec_operations_.insert(std::move(tracked));
     RecordWriter header(kUpdateReplyWords);
@@ -454,7 +454,7 @@ Bytes RecordFace::update(ByteView bytes, ByteView area, size_t capacity) {
     return withOutput(std::move(header), place.offset, result.output, kOutput);
 }
 
-Bytes RecordFace::finish(ByteView bytes, ByteView area, size_t capacity) {
+Bytes RecordProtocol::finish(ByteView bytes, ByteView area, size_t capacity) {
     const RecordReader request(bytes, kFinishRequestWords);
     const uint64_t handle = request.longWord(kHandle);
     const ParamSet params = request.params(kOperationParams);
@@ -470,11 +470,11 @@ Bytes RecordFace::finish(ByteView bytes, ByteView area, size_t capacity) {
     if (ec) ec_operations_.erase(tracked);
     Bytes output = keymaster_.finish(handle, params, input, signature);
     if (ec && ec->signs) output = ecRawSignature(output, ec->width);
-    if (output.size() > place.room) fail(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+    if (output.size() > place.room) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     return withOutput(RecordWriter(kFinishReplyWords), place.offset, output, kOutput);
 }
 
-Bytes RecordFace::abort(ByteView bytes) {
+Bytes RecordProtocol::abort(ByteView bytes) {
     const RecordReader request(bytes, kAbortRequestWords);
     const uint64_t handle = request.longWord(kHandle);
     ec_operations_.erase(handle);
@@ -482,17 +482,17 @@ Bytes RecordFace::abort(ByteView bytes) {
     return okay();
 }
 
-Bytes RecordFace::dateSupport(ByteView bytes) {
+Bytes RecordProtocol::dateSupport(ByteView bytes) {
     const RecordReader request(bytes, kDateSupportRequestWords);
-    if (!profile_.date_support) fail(KM_ERROR_INVALID_TAG);
+    if (!profile_.date_support) refuse(KM_ERROR_INVALID_TAG);
     return okay();
 }
 
-Bytes RecordFace::handle(ByteView request, ByteView area, size_t capacity) {
+Bytes RecordProtocol::handle(ByteView request, ByteView area, size_t capacity) {
     const uint32_t id = RecordReader(request, 1).word(kCommandId);
     const std::optional<Command> known =
         findRecordCommand(id, keymaster_.options().level, profile_.legacy);
-    if (!known) fail(KM_ERROR_UNIMPLEMENTED);
+    if (!known) refuse(KM_ERROR_UNIMPLEMENTED);
     switch (*known) {
         case Command::kConfigure:
             return configure(keymaster_, request);
@@ -537,15 +537,15 @@ Bytes RecordFace::handle(ByteView request, ByteView area, size_t capacity) {
         case Command::kDateSupport:
             return dateSupport(request);
         default:
-            fail(KM_ERROR_UNIMPLEMENTED);
+            refuse(KM_ERROR_UNIMPLEMENTED);
     }
 }
 
 // The client reads what an update consumed even when it failed: the words behind the status are 0.
-Bytes RecordFace::refusal(keymaster_error_t status) {
+Bytes RecordProtocol::refusal(keymaster_error_t status) {
     RecordWriter reply(kUpdateReplyWords);
     reply.word(kStatus, static_cast<uint32_t>(static_cast<int32_t>(status)));
-    return reply.take();
+    return reply.finish();
 }
 
 }  // namespace lumo::secureapp

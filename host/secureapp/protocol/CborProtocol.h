@@ -6,9 +6,9 @@
 
 namespace lumo::secureapp {
 
-class CborFace {
+class CborProtocol {
   public:
-    CborFace(Keymaster& keymaster, const Profile& profile)
+    CborProtocol(Keymaster& keymaster, const Profile& profile)
         : keymaster_(keymaster), legacy_(profile.legacy) {}
 
     // The body of the answer. Throws what the keymaster throws, KM_ERROR_UNIMPLEMENTED for a

@@ -8,9 +8,9 @@
 
 namespace lumo::secureapp {
 
-class RecordFace {
+class RecordProtocol {
   public:
-    RecordFace(Keymaster& keymaster, const Profile& profile)
+    RecordProtocol(Keymaster& keymaster, const Profile& profile)
         : keymaster_(keymaster), profile_(profile) {}
 
     // The answer, its status 0 included. `area` is what the client wrote beforehand at the place of

@@ -1,4 +1,4 @@
-#include "secureapp/device/HostServices.h"
+#include "secureapp/device/HostEnvironment.h"
 
 #include <sys/random.h>
 #include <time.h>
@@ -15,7 +15,7 @@ constexpr size_t kCounterBytes = 8;
 
 uint64_t millis(clockid_t clock) {
     timespec now = {};
-    if (::clock_gettime(clock, &now) != 0) fail(KM_ERROR_UNKNOWN_ERROR);
+    if (::clock_gettime(clock, &now) != 0) refuse(KM_ERROR_UNKNOWN_ERROR);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
@@ -24,7 +24,7 @@ void fillFromKernel(Bytes& bytes) {
     while (filled < bytes.size()) {
         const ssize_t got = ::getrandom(bytes.data() + filled, bytes.size() - filled, 0);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) fail(KM_ERROR_UNKNOWN_ERROR);
+        if (got < 0) refuse(KM_ERROR_UNKNOWN_ERROR);
         filled += static_cast<size_t>(got);
     }
 }

@@ -5,27 +5,27 @@
 
 #include <string>
 
-#include "secureapp/base/Services.h"
+#include "secureapp/base/Environment.h"
 
 namespace lumo::secureapp {
 
-struct WorldSettings {
-    World world;
+struct DeviceSettings {
+    DeviceConfig config;
     // For tests: clocks that stand still, and random bytes that repeat.
     std::optional<uint64_t> fixed_time;  // milliseconds since 1970-01-01 UTC
     std::optional<Bytes> random_seed;
 };
 
-constexpr char kWorldFileName[] = "world.conf";
+constexpr char kConfigFileName[] = "world.conf";
 
 // Lines of `key = value`; empty ones and those that begin with # say nothing, an empty value means
 // that the fact is absent. Throws StateError naming `file` and the line for anything else.
-WorldSettings parseWorld(const std::string& text, const std::string& file);
+DeviceSettings parseDeviceConfig(const std::string& text, const std::string& file);
 
 // The file's first content: every key with its meaning and default.
-std::string defaultWorldText();
+std::string defaultConfigText();
 
 // Reads the file in `directory` and writes it first where there is none.
-WorldSettings loadWorld(const std::string& directory);
+DeviceSettings loadDeviceConfig(const std::string& directory);
 
 }  // namespace lumo::secureapp

@@ -1,4 +1,4 @@
-#include "secureapp/protocol/CborFace.h"
+#include "secureapp/protocol/CborProtocol.h"
 
 #include "secureapp/protocol/CborReader.h"
 #include "secureapp/protocol/CborWriter.h"
@@ -14,13 +14,13 @@ namespace {
 const Bytes kNoBody;
 
 void requireNoBody(ByteView body) {
-    if (!body.empty()) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (!body.empty()) refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
 Bytes oneEntry(Label label, ByteView value) {
     CborWriter reply(1);
     reply.bytes(label, value);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes configure(Keymaster& keymaster, ByteView body) {
@@ -83,7 +83,7 @@ Bytes attestKey(Keymaster& keymaster, ByteView body) {
     CborWriter reply(1 + chain.size());
     reply.number(Label::kCertificateCount, chain.size());
     for (const Bytes& certificate : chain) reply.bytes(Label::kCertificate, certificate);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes upgradeKey(Keymaster& keymaster, ByteView body) {
@@ -113,16 +113,16 @@ Bytes destroyDeviceIds(Keymaster& keymaster, ByteView body) {
     const bool flag = request.flag(Label::kDestroyFlag);
     request.finish();
     // No client sets the flag, and what it would ask for is not known.
-    if (flag) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (flag) refuse(KM_ERROR_INVALID_ARGUMENT);
     keymaster.destroyDeviceIds();
     return kNoBody;
 }
 
 // Takes the purpose, which follows the client's own parameters, off the end of the set.
-uint32_t takePurpose(ParamSet& params) {
-    if (params.empty()) fail(KM_ERROR_INVALID_ARGUMENT);
+uint32_t removePurpose(ParamSet& params) {
+    if (params.empty()) refuse(KM_ERROR_INVALID_ARGUMENT);
     const Param last = params[params.size() - 1];
-    if (last.tag != KM_TAG_PURPOSE) fail(KM_ERROR_INVALID_ARGUMENT);
+    if (last.tag != KM_TAG_PURPOSE) refuse(KM_ERROR_INVALID_ARGUMENT);
     ParamSet before;
     for (size_t i = 0; i + 1 < params.size(); ++i) before.add(params[i]);
     params = std::move(before);
@@ -132,7 +132,7 @@ uint32_t takePurpose(ParamSet& params) {
 Bytes begin(Keymaster& keymaster, ByteView body) {
     CborReader request(body);
     ParamSet params = request.params();
-    const uint32_t purpose = takePurpose(params);
+    const uint32_t purpose = removePurpose(params);
     const ByteView blob = request.bytes(Label::kKeyBlob);
     request.finish();
 
@@ -141,7 +141,7 @@ Bytes begin(Keymaster& keymaster, ByteView body) {
     CborWriter reply(1 + (has_params ? 1 + begun.out_params.size() : 0));
     if (has_params) reply.params(begun.out_params);
     reply.number(Label::kHandle, begun.handle);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes update(Keymaster& keymaster, ByteView body) {
@@ -155,7 +155,7 @@ Bytes update(Keymaster& keymaster, ByteView body) {
     CborWriter reply(result.output.empty() ? 1 : 2);
     if (!result.output.empty()) reply.bytes(Label::kOutput, result.output);
     reply.number(Label::kConsumed, result.consumed);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes finish(Keymaster& keymaster, ByteView body) {
@@ -170,7 +170,7 @@ Bytes finish(Keymaster& keymaster, ByteView body) {
     const Bytes output = keymaster.finish(handle, params, input, signature);
     CborWriter reply(output.empty() ? 0 : 1);
     if (!output.empty()) reply.bytes(Label::kOutput, output);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes abort(Keymaster& keymaster, ByteView body) {
@@ -187,7 +187,7 @@ Bytes getSharingParameters(Keymaster& keymaster, ByteView body) {
     CborWriter reply(2);
     reply.bytes(Label::kSharingSeed, wireSeed(own));
     reply.bytes(Label::kSharingNonce, own.nonce);
-    return reply.take();
+    return reply.finish();
 }
 
 Bytes computeSharedHmac(Keymaster& keymaster, ByteView body) {
@@ -213,10 +213,10 @@ Bytes deviceLocked(Keymaster& keymaster, ByteView body) {
 
 }  // namespace
 
-Bytes CborFace::handle(uint32_t command, ByteView request) {
+Bytes CborProtocol::handle(uint32_t command, ByteView request) {
     const std::optional<Command> known =
         findCborCommand(command, keymaster_.options().level, legacy_);
-    if (!known) fail(KM_ERROR_UNIMPLEMENTED);
+    if (!known) refuse(KM_ERROR_UNIMPLEMENTED);
     switch (*known) {
         case Command::kConfigure:
             return configure(keymaster_, request);
@@ -255,7 +255,7 @@ Bytes CborFace::handle(uint32_t command, ByteView request) {
         case Command::kDeviceLocked:
             return deviceLocked(keymaster_, request);
         default:
-            fail(KM_ERROR_UNIMPLEMENTED);
+            refuse(KM_ERROR_UNIMPLEMENTED);
     }
 }
 

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "Folder.h"
+#include "secureapp/device/ConfigFile.h"
 #include "secureapp/device/Device.h"
 #include "secureapp/device/FileState.h"
-#include "secureapp/device/WorldFile.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -13,10 +13,10 @@ using test::Folder;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-TEST(WorldFile, FirstStartWritesTheDefaults) {
+TEST(ConfigFile, FirstStartWritesTheDefaults) {
     const Folder folder;
-    const World defaults;
-    const World loaded = loadWorld(folder.path()).world;
+    const DeviceConfig defaults;
+    const DeviceConfig loaded = loadDeviceConfig(folder.path()).config;
     EXPECT_EQ(loaded.vendor_patchlevel, defaults.vendor_patchlevel);
     EXPECT_EQ(loaded.boot_patchlevel, defaults.boot_patchlevel);
     EXPECT_EQ(loaded.verified_boot_key, defaults.verified_boot_key);
@@ -29,12 +29,12 @@ TEST(WorldFile, FirstStartWritesTheDefaults) {
 
     // What stands there from then on counts.
     const std::string changed = "device_locked = yes\n";
-    writePrivateFile(folder / kWorldFileName, Bytes(changed.begin(), changed.end()));
-    EXPECT_TRUE(loadWorld(folder.path()).world.device_locked);
+    writePrivateFile(folder / kConfigFileName, Bytes(changed.begin(), changed.end()));
+    EXPECT_TRUE(loadDeviceConfig(folder.path()).config.device_locked);
 }
 
-TEST(WorldFile, ReadsEveryKey) {
-    const WorldSettings settings = parseWorld(
+TEST(ConfigFile, ReadsEveryKey) {
+    const DeviceSettings settings = parseDeviceConfig(
         "# a comment\n\n  vendor_patchlevel=20210105\nboot_patchlevel =\n"
         "verified_boot_key = 1111111111111111111111111111111111111111111111111111111111111111\n"
         "device_locked = yes\nverified_boot_state = self-signed\n"
@@ -43,22 +43,22 @@ TEST(WorldFile, ReadsEveryKey) {
         "manufacturer = m\r\nmodel =  n o \nrollback_resistance = yes\nuser_presence = yes\n"
         "test_attestation_keys = yes\nfixed_time = 1600000000000\nrandom_seed = 00ff",
         "f");
-    const World& world = settings.world;
-    EXPECT_EQ(world.vendor_patchlevel, 20210105U);
-    EXPECT_EQ(world.boot_patchlevel, std::nullopt);
-    EXPECT_EQ(world.verified_boot_key, Bytes(32, 0x11));
-    EXPECT_EQ(world.verified_boot_hash, Bytes(32, 0xAA));
-    EXPECT_EQ(world.verified_boot_state, 1U);
-    EXPECT_TRUE(world.device_locked && world.rollback_resistance && world.user_presence &&
-                world.test_attestation_keys);
-    EXPECT_EQ(world.device_ids.size(), 8U);
-    EXPECT_EQ(world.device_ids.at(KM_TAG_ATTESTATION_ID_BRAND), (Bytes{'A', ' ', '=', ' ', 'B'}));
-    EXPECT_EQ(world.device_ids.at(KM_TAG_ATTESTATION_ID_MODEL), (Bytes{'n', ' ', 'o'}));
+    const DeviceConfig& config = settings.config;
+    EXPECT_EQ(config.vendor_patchlevel, 20210105U);
+    EXPECT_EQ(config.boot_patchlevel, std::nullopt);
+    EXPECT_EQ(config.verified_boot_key, Bytes(32, 0x11));
+    EXPECT_EQ(config.verified_boot_hash, Bytes(32, 0xAA));
+    EXPECT_EQ(config.verified_boot_state, 1U);
+    EXPECT_TRUE(config.device_locked && config.rollback_resistance && config.user_presence &&
+                config.test_attestation_keys);
+    EXPECT_EQ(config.device_ids.size(), 8U);
+    EXPECT_EQ(config.device_ids.at(KM_TAG_ATTESTATION_ID_BRAND), (Bytes{'A', ' ', '=', ' ', 'B'}));
+    EXPECT_EQ(config.device_ids.at(KM_TAG_ATTESTATION_ID_MODEL), (Bytes{'n', ' ', 'o'}));
     EXPECT_EQ(settings.fixed_time, 1600000000000U);
     EXPECT_EQ(settings.random_seed, (Bytes{0x00, 0xFF}));
 }
 
-TEST(WorldFile, NamesTheLineThatItCannotRead) {
+TEST(ConfigFile, NamesTheLineThatItCannotRead) {
     const std::pair<const char*, const char*> cases[] = {
         {"devise_locked = yes", "devise_locked"},
         {"device_locked", "key = value"},
@@ -73,7 +73,7 @@ TEST(WorldFile, NamesTheLineThatItCannotRead) {
     };
     for (const auto& [text, expected] : cases) {
         try {
-            parseWorld(std::string("\n") + text, "/w/world.conf");
+            parseDeviceConfig(std::string("\n") + text, "/w/world.conf");
             ADD_FAILURE() << text;
         } catch (const StateError& error) {
             EXPECT_THAT(error.what(), StartsWith("/w/world.conf, line "));
@@ -88,7 +88,7 @@ TEST(Device, FixedSeedAndTimeMakeRunsAlike) {
     for (size_t run = 0; run < 3; ++run) {
         const Folder folder;
         if (run < 2) {
-            writePrivateFile(folder / kWorldFileName, Bytes(fixed.begin(), fixed.end()));
+            writePrivateFile(folder / kConfigFileName, Bytes(fixed.begin(), fixed.end()));
         }
         Device device({folder.path(), findProfile("cbor"), false});
         SecureApp& app = device.app(KM_SECURITY_LEVEL_STRONGBOX);
