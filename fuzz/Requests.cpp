@@ -39,14 +39,14 @@ bool isPublished(int64_t error) {
 
 void sendCbor(SecureApp& app, uint32_t command, const Bytes& request) {
     const auto exact = exactCopy(request);
-    const auto reply = app.handleCbor(command, {exact.get(), request.size()});
+    const auto reply = app.exchangeCbor(command, {exact.get(), request.size()});
     REQUIRE(isPublished(reply.error));
     lumo::fuzz::touch(reply.body.data(), reply.body.size());
 }
 
 void sendRecord(SecureApp& app, const Bytes& request, size_t capacity) {
     const auto exact = exactCopy(request);
-    const Bytes answer = app.answerRecord({exact.get(), request.size()}, {}, capacity);
+    const Bytes answer = app.exchangeRecord({exact.get(), request.size()}, {}, capacity).body;
     REQUIRE(answer.size() <= capacity);
     // None where not even a status fits.
     REQUIRE(answer.empty() == (capacity < 4));

@@ -2,9 +2,16 @@
 #pragma once
 
 #include "lumo/Transport.h"
+#include "secureapp/base/Reply.h"
 
 namespace lumo::transport {
 
 void noteFailure(TransportStatus::Kind kind, const std::string& message);
+
+// Notes what the reply's sender says of a failed storage.
+void noteCause(const secureapp::Reply& reply);
+
+// What the exchange of a record gives: its status stands in the answer, unless there is none.
+keymaster_error_t recordExchangeResult(const secureapp::Reply& reply);
 
 }  // namespace lumo::transport

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 #include "secureapp/daemon/Frame.h"
 
 namespace lumo::transport {

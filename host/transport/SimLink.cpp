@@ -5,15 +5,15 @@
 #include <utility>
 
 #include "Failures.h"
-#include "secureapp/protocol/Exchange.h"
+#include "secureapp/base/Refusal.h"
 
 namespace lumo::transport {
 namespace {
 
-using secureapp::Answer;
 using secureapp::Bytes;
 using secureapp::ByteView;
 using secureapp::Device;
+using secureapp::Reply;
 
 std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
     using Key = std::pair<std::string, std::string>;
@@ -30,10 +30,6 @@ std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
     auto device = std::make_shared<Device>(options);
     known = device;
     return device;
-}
-
-void noteState(const Answer& answer) {
-    if (!answer.state_failure.empty()) noteFailure(TransportStatus::state, answer.state_failure);
 }
 
 }  // namespace
@@ -60,19 +56,18 @@ secureapp::ServerFacts SimLink::facts() {
 
 keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, Bytes& response) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
-    Answer answer = secureapp::exchangeCbor(*app_, command, request);
-    noteState(answer);
-    response = std::move(answer.body);
-    return answer.error;
+    Reply reply = app_->exchangeCbor(command, request);
+    noteCause(reply);
+    response = std::move(reply.body);
+    return reply.error;
 }
 
 keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
-    const Answer answer =
-        secureapp::exchangeRecord(*app_, request, ByteView(response, capacity), capacity);
-    noteState(answer);
-    std::copy(answer.body.begin(), answer.body.end(), response);
-    return answer.error;
+    const Reply reply = app_->exchangeRecord(request, ByteView(response, capacity), capacity);
+    noteCause(reply);
+    std::copy(reply.body.begin(), reply.body.end(), response);
+    return recordExchangeResult(reply);
 }
 
 }  // namespace lumo::transport

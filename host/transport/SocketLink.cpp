@@ -35,10 +35,10 @@ RequestFrame SocketLink::frame(FrameKind kind) const {
     return request;
 }
 
-ReplyFrame SocketLink::call(const RequestFrame& request) {
+Reply SocketLink::call(const RequestFrame& request) {
     writeRequest(*channel_, request, after(kReplyPatience));
-    ReplyFrame reply = readReply(*channel_, after(kReplyPatience));
-    if (!reply.text.empty()) noteFailure(TransportStatus::state, reply.text);
+    Reply reply = readReply(*channel_, after(kReplyPatience));
+    noteCause(reply);
     return reply;
 }
 
@@ -67,9 +67,9 @@ keymaster_error_t SocketLink::exchangeCbor(uint32_t command, ByteView request, B
         RequestFrame sent = frame(FrameKind::kCbor);
         sent.command = command;
         sent.body = request.copy();
-        ReplyFrame reply = call(sent);
+        Reply reply = call(sent);
         response = std::move(reply.body);
-        return static_cast<keymaster_error_t>(reply.error);
+        return reply.error;
     });
 }
 
@@ -80,10 +80,10 @@ keymaster_error_t SocketLink::exchangeRecord(ByteView request, uint8_t* response
         sent.capacity = static_cast<uint32_t>(capacity);
         sent.area = ByteView(response, std::min(capacity, kMaxAreaBytes)).copy();
         sent.body = request.copy();
-        const ReplyFrame reply = call(sent);
+        const Reply reply = call(sent);
         if (reply.body.size() > capacity) throw ChannelError("the answer is too large");
         std::copy(reply.body.begin(), reply.body.end(), response);
-        return static_cast<keymaster_error_t>(reply.error);
+        return recordExchangeResult(reply);
     });
 }
 

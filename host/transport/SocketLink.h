@@ -22,7 +22,7 @@ class SocketLink : public Link {
                                      size_t capacity) override;
 
   private:
-    secureapp::ReplyFrame call(const secureapp::RequestFrame& request);
+    secureapp::Reply call(const secureapp::RequestFrame& request);
     secureapp::RequestFrame frame(secureapp::FrameKind kind) const;
     void connect();
     template <typename Work>

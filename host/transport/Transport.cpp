@@ -53,6 +53,16 @@ void noteFailure(TransportStatus::Kind kind, const std::string& message) {
     failureRecord().last = {kind, message};
 }
 
+void noteCause(const secureapp::Reply& reply) {
+    if (reply.cause == secureapp::Cause::kStorage) {
+        noteFailure(TransportStatus::state, reply.reason);
+    }
+}
+
+keymaster_error_t recordExchangeResult(const secureapp::Reply& reply) {
+    return reply.body.empty() ? reply.error : KM_ERROR_OK;
+}
+
 std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
     try {
         const TransportName name = chosenTransport();

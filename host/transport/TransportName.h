@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "secureapp/protocol/SecureApp.h"
+#include "secureapp/protocol/Profile.h"
 
 namespace lumo::transport {
 

@@ -11,6 +11,8 @@
 #include <map>
 #include <sstream>
 
+#include "secureapp/access/SharedHmac.h"
+
 namespace lumo::test {
 namespace {
 

@@ -11,7 +11,7 @@
 #include "Hex.h"
 #include "Program.h"
 #include "Words.h"
-#include "secureapp/access/SharedHmac.h"
+#include "secureapp/access/Tokens.h"
 
 namespace android::hardware::keymaster::V4_1 {
 inline void PrintTo(ErrorCode error, std::ostream* out) {

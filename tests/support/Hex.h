@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::test {
 

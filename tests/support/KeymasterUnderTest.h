@@ -8,6 +8,8 @@
 
 #include "Hex.h"
 #include "TestEnvironment.h"
+#include "secureapp/base/DeviceConfig.h"
+#include "secureapp/base/Refusal.h"
 #include "secureapp/keymaster/Keymaster.h"
 
 namespace lumo::test {

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::test {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+
 namespace lumo::secureapp {
 namespace {
 
@@ -40,7 +42,7 @@ AccessControl::AccessControl(Clock& clock, bool trusted_clock)
 
 void AccessControl::checkBegin(uint32_t purpose, const OpenedKey& key, const ParamSet& params,
                                ByteView shared_key) {
-    const ParamSet authorizations = key.all();
+    const ParamSet& authorizations = key.authorizations;
     const std::optional<AuthToken> token = tokenIn(params, shared_key);
     unlockWith(token);
     if (locked_ && authorizations.contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED)) {
@@ -56,7 +58,7 @@ void AccessControl::checkBegin(uint32_t purpose, const OpenedKey& key, const Par
 }
 
 Admission AccessControl::admit(const OpenedKey& key) {
-    const ParamSet authorizations = key.all();
+    const ParamSet& authorizations = key.authorizations;
     Admission admission;
     admission.key_id = key.id;
     admission.authorized_by_handle = isAuthorizedByHandle(authorizations);

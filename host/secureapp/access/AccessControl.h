@@ -4,10 +4,10 @@
 
 #include <map>
 
-#include "secureapp/access/SharedHmac.h"
+#include "secureapp/access/Tokens.h"
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
-#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/base/Params.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::secureapp {
 

@@ -1,8 +1,8 @@
 #include "secureapp/attestation/Attestation.h"
 
 #include "secureapp/attestation/Certificate.h"
-#include "secureapp/crypto/Crypto.h"
 #include "secureapp/crypto/Der.h"
+#include "secureapp/crypto/Digest.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -84,10 +84,8 @@ Bytes uniqueId(ByteView secret, uint64_t creation_millis, ByteView application_i
     constexpr size_t kUniqueIdBytes = 16;
     const uint64_t period = creation_millis / kPeriodMillis;
     Bytes message;
-    for (size_t i = sizeof(period); i-- > 0;) {
-        message.push_back(static_cast<uint8_t>(period >> (8 * i)));
-    }
-    message.insert(message.end(), application_id.begin(), application_id.end());
+    appendBig(message, period, sizeof(period));
+    append(message, application_id);
     message.push_back(reset_since_rotation ? 1 : 0);
     Bytes id = hmacSha256(secret, message);
     id.resize(kUniqueIdBytes);

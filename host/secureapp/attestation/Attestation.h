@@ -3,7 +3,7 @@
 
 #include <openssl/evp.h>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 #include "secureapp/keys/AuthorizationList.h"
 
 namespace lumo::secureapp {

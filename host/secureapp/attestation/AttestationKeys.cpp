@@ -2,7 +2,10 @@
 
 #include "secureapp/attestation/Certificate.h"
 #include "secureapp/attestation/FixedAttestationKeys.h"
+#include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Der.h"
+#include "secureapp/crypto/Digest.h"
+#include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -93,7 +96,7 @@ Bytes encodeRecord(const AttestationKey& key) {
     Bytes contents = der::octetString(encodePrivateKey(key.key.get()));
     for (const Bytes& certificate : key.chain) {
         const Bytes part = der::octetString(certificate);
-        contents.insert(contents.end(), part.begin(), part.end());
+        append(contents, part);
     }
     return der::item(der::kSequence, contents);
 }

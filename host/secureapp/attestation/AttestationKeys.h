@@ -2,9 +2,10 @@
 // one batch key for RSA and one for EC.
 #pragma once
 
+#include "secureapp/base/Bytes.h"
+#include "secureapp/base/DeviceConfig.h"
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/CryptoPtr.h"
 
 namespace lumo::secureapp {
 

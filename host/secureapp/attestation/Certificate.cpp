@@ -4,7 +4,8 @@
 #include <array>
 #include <ctime>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/crypto/Der.h"
 
 namespace lumo::secureapp {
@@ -38,13 +39,13 @@ Bytes sign(EVP_PKEY* key, ByteView data) {
 
 Bytes bitString(ByteView bytes, uint8_t unused_bits) {
     Bytes contents = {unused_bits};
-    contents.insert(contents.end(), bytes.begin(), bytes.end());
+    append(contents, bytes);
     return der::item(der::kBitString, contents);
 }
 
 Bytes listOf(der::Tag tag, const std::vector<Bytes>& parts) {
     Bytes contents;
-    for (const Bytes& part : parts) contents.insert(contents.end(), part.begin(), part.end());
+    for (const Bytes& part : parts) append(contents, part);
     return der::item(tag, contents);
 }
 

@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::secureapp {
 

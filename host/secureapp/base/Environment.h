@@ -1,12 +1,13 @@
-// What a secure application gets from its surroundings: clock, randomness, lasting storage and the
-// facts of the device it stands for. Tests give their own.
+// What a secure application gets from its surroundings: clock, randomness and lasting storage.
+// Tests give their own.
 #pragma once
 
 #include <functional>
-#include <map>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::secureapp {
 
@@ -42,27 +43,13 @@ class State {
         const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) = 0;
 };
 
+// The secrets that everything else is derived from: a record of the instance's own, and one that
+// the instances of one device share.
+constexpr char kDeviceKeyRecord[] = "device-key";
+constexpr char kSharedSecretRecord[] = "shared-secret";
+constexpr size_t kSecretRecordBytes = 32;
+
 // The record `name`; made of `count` random bytes when it is not there yet.
 Bytes lastingSecret(State& state, RandomSource& random, const std::string& name, size_t count);
-
-// The facts of the device: what boot loader and factory would tell.
-struct DeviceConfig {
-    // YYYYMMDD. The vendor's comes from the HAL at start unless it is set here.
-    std::optional<uint32_t> vendor_patchlevel;
-    std::optional<uint32_t> boot_patchlevel = 20201205;
-
-    Bytes verified_boot_key = Bytes(32, 0);
-    bool device_locked = false;        // the boot loader's lock
-    uint32_t verified_boot_state = 2;  // 0 verified, 1 self-signed, 2 unverified, 3 failed
-    Bytes verified_boot_hash = Bytes(32, 0x5A);
-
-    std::map<keymaster_tag_t, Bytes>
-        device_ids;  // by KM_TAG_ATTESTATION_ID_*; absent: not provisioned
-
-    bool rollback_resistance = false;  // whether such keys can be made
-    bool trusted_clock = false;        // whether dates of keys are enforced by wall-clock time
-    bool user_presence = false;  // whether there is a button; presence is proven by pressing it
-    bool test_attestation_keys = false;  // the fixed test root in place of keys of its own
-};
 
 }  // namespace lumo::secureapp

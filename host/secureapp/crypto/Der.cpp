@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+
 namespace lumo::secureapp::der {
 namespace {
 
@@ -11,10 +13,6 @@ constexpr uint8_t kMore = 0x80;        // of base-128 digits; in a length: its b
 constexpr uint8_t kDigitBits = 0x7F;
 constexpr uint8_t kTrue = 0xFF;
 constexpr uint32_t kMaxTagNumber = 0x0FFFFFFF;
-
-void append(Bytes& out, ByteView bytes) {
-    out.insert(out.end(), bytes.begin(), bytes.end());
-}
 
 void check(bool well_formed) {
     if (!well_formed) refuse(KM_ERROR_INVALID_ARGUMENT);

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <string_view>
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::secureapp::der {
 

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "secureapp/base/Bytes.h"
 #include "secureapp/base/Posix.h"
-#include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {
 

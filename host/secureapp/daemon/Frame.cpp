@@ -7,7 +7,7 @@ namespace {
 
 constexpr uint32_t kRequestMagic = 0x514D554C;  // "LUMQ"
 constexpr uint32_t kReplyMagic = 0x524D554C;    // "LUMR"
-constexpr uint32_t kProtocolVersion = 1;
+constexpr uint32_t kProtocolVersion = 2;
 
 // Headers, word by word.
 enum RequestWord : size_t {
@@ -20,7 +20,14 @@ enum RequestWord : size_t {
     kRequestBodyLength,
     kRequestWords,
 };
-enum ReplyWord : size_t { kReplyMagicWord, kError, kReplyBodyLength, kTextLength, kReplyWords };
+enum ReplyWord : size_t {
+    kReplyMagicWord,
+    kError,
+    kCause,
+    kReplyBodyLength,
+    kReasonLength,
+    kReplyWords,
+};
 enum FactWord : size_t {
     kVersion,
     kLegacy,
@@ -39,10 +46,6 @@ Bytes readBytes(Channel& channel, size_t size, Channel::Deadline deadline) {
 size_t bounded(uint32_t size, size_t limit) {
     if (size > limit) throw ChannelError("a frame is too large");
     return size;
-}
-
-void append(Bytes& frame, ByteView bytes) {
-    frame.insert(frame.end(), bytes.begin(), bytes.end());
 }
 
 }  // namespace
@@ -80,34 +83,39 @@ RequestFrame readRequest(Channel& channel, Channel::Deadline deadline) {
     return request;
 }
 
-void writeReply(Channel& channel, const ReplyFrame& reply, Channel::Deadline deadline) {
-    const std::string text = reply.text.substr(0, kMaxTextBytes);
+void writeReply(Channel& channel, const Reply& reply, Channel::Deadline deadline) {
+    const std::string reason = reply.reason.substr(0, kMaxReasonBytes);
     RecordWriter header(kReplyWords);
     header.word(kReplyMagicWord, kReplyMagic);
     header.word(kError, static_cast<uint32_t>(reply.error));
+    header.word(kCause, static_cast<uint32_t>(reply.cause));
     header.word(kReplyBodyLength, static_cast<uint32_t>(reply.body.size()));
-    header.word(kTextLength, static_cast<uint32_t>(text.size()));
+    header.word(kReasonLength, static_cast<uint32_t>(reason.size()));
     Bytes frame = header.finish();
     append(frame, reply.body);
-    frame.insert(frame.end(), text.begin(), text.end());
+    append(frame, reason);
     channel.write(frame, deadline);
 }
 
-ReplyFrame readReply(Channel& channel, Channel::Deadline deadline) {
+Reply readReply(Channel& channel, Channel::Deadline deadline) {
     const Bytes bytes = readBytes(channel, kReplyWords * kWordBytes, deadline);
     const RecordReader header(bytes, kReplyWords);
     if (header.word(kReplyMagicWord) != kReplyMagic) throw ChannelError("what came is no reply");
-    ReplyFrame reply;
-    reply.error = static_cast<int32_t>(header.word(kError));
+    Reply reply;
+    const auto error = static_cast<int32_t>(header.word(kError));
+    const uint32_t cause = header.word(kCause);
     // Beyond its published codes the secure application has no answers.
-    if (reply.error > KM_ERROR_OK || reply.error < KM_ERROR_UNKNOWN_ERROR) {
+    if (error > KM_ERROR_OK || error < KM_ERROR_UNKNOWN_ERROR ||
+        cause > static_cast<uint32_t>(Cause::kStorage)) {
         throw ChannelError("what came is no reply");
     }
     const size_t body = bounded(header.word(kReplyBodyLength), kMaxBodyBytes);
-    const size_t text = bounded(header.word(kTextLength), kMaxTextBytes);
+    const size_t reason = bounded(header.word(kReasonLength), kMaxReasonBytes);
+    reply.error = static_cast<keymaster_error_t>(error);
+    reply.cause = static_cast<Cause>(cause);
     reply.body = readBytes(channel, body, deadline);
-    const Bytes words = readBytes(channel, text, deadline);
-    reply.text.assign(words.begin(), words.end());
+    const Bytes text = readBytes(channel, reason, deadline);
+    reply.reason.assign(text.begin(), text.end());
     return reply;
 }
 

@@ -1,10 +1,11 @@
-// What passes between the daemon and its clients: a request frame, then its reply frame.
+// What passes between the daemon and its clients: a request frame, then the frame of its reply.
 //
 // A frame is a header of 32-bit little-endian words followed by the bytes that the header counts.
 // Every count has a bound, checked before anything is allocated for it.
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
+#include "secureapp/base/Reply.h"
 #include "secureapp/daemon/Channel.h"
 
 namespace lumo::secureapp {
@@ -14,7 +15,7 @@ constexpr size_t kMaxBodyBytes = 2 << 20;
 // What a client may have written at the place of a record's answer.
 constexpr size_t kMaxAreaBytes = 64;
 constexpr size_t kMaxCapacity = 1 << 20;
-constexpr size_t kMaxTextBytes = 4096;
+constexpr size_t kMaxReasonBytes = 4096;
 
 enum class FrameKind : uint32_t {
     kHello = 1,   // asks for the facts
@@ -31,12 +32,6 @@ struct RequestFrame {
     Bytes body;
 };
 
-struct ReplyFrame {
-    int32_t error = 0;
-    Bytes body;
-    std::string text;  // why the storage failed, if it did
-};
-
 // The body of the reply to a hello.
 struct ServerFacts {
     bool legacy = false;
@@ -47,8 +42,8 @@ struct ServerFacts {
 
 void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadline deadline);
 RequestFrame readRequest(Channel& channel, Channel::Deadline deadline);
-void writeReply(Channel& channel, const ReplyFrame& reply, Channel::Deadline deadline);
-ReplyFrame readReply(Channel& channel, Channel::Deadline deadline);
+void writeReply(Channel& channel, const Reply& reply, Channel::Deadline deadline);
+Reply readReply(Channel& channel, Channel::Deadline deadline);
 
 Bytes encodeFacts(const ServerFacts& facts);
 ServerFacts decodeFacts(ByteView body);  // throws ChannelError

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "secureapp/base/Environment.h"
 #include "secureapp/daemon/Frame.h"
 #include "secureapp/daemon/Server.h"
 

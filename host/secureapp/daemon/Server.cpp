@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "secureapp/base/Reply.h"
 #include "secureapp/daemon/Frame.h"
-#include "secureapp/protocol/Exchange.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -64,11 +64,7 @@ void bindPrivate(const FileHandle& socket, const std::string& path) {
     if (result != 0) failSystem("listen at", path);
 }
 
-ReplyFrame toReply(Answer answer) {
-    return {answer.error, std::move(answer.body), std::move(answer.state_failure)};
-}
-
-ReplyFrame carryOut(Device& device, const RequestFrame& request, uint64_t client) {
+Reply carryOut(Device& device, const RequestFrame& request, uint64_t client) {
     SecureApp& app = device.app(static_cast<keymaster_security_level_t>(request.level));
     const Profile& profile = device.profile();
     switch (request.kind) {
@@ -76,12 +72,12 @@ ReplyFrame carryOut(Device& device, const RequestFrame& request, uint64_t client
             return {KM_ERROR_OK,
                     encodeFacts({profile.legacy, profile.keymaster_version,
                                  profile.ta_minor_version, profile.hal_minor_version}),
-                    ""};
+                    Cause::kNone,
+                    {}};
         case FrameKind::kCbor:
-            return toReply(exchangeCbor(app, request.command, request.body, client));
+            return app.exchangeCbor(request.command, request.body, client);
         case FrameKind::kRecord:
-            return toReply(
-                exchangeRecord(app, request.body, request.area, request.capacity, client));
+            return app.exchangeRecord(request.body, request.area, request.capacity, client);
     }
     throw ChannelError("what came is no request");
 }
@@ -177,7 +173,7 @@ void Server::serve(Client& client) {
             channel.awaitInput();
             const RequestFrame request = readRequest(channel, after(kFramePatience));
             if (!isLevel(request.level)) break;
-            const ReplyFrame reply = carryOut(device_, request, client.number);
+            const Reply reply = carryOut(device_, request, client.number);
             writeReply(channel, reply, after(kFramePatience));
         }
     } catch (const std::exception&) {

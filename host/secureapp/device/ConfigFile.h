@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "secureapp/base/DeviceConfig.h"
 #include "secureapp/base/Environment.h"
 
 namespace lumo::secureapp {

@@ -1,4 +1,4 @@
-// One device on the workstation: its state directory, its config and its two secure applications.
+// One device on the workstation: its state directory, its configuration and its two secure applications.
 #pragma once
 
 #include <map>
@@ -21,7 +21,7 @@ struct DeviceOptions {
 
 class Device {
   public:
-    // Opens the state directory and reads the config. Throws StateError.
+    // Opens the state directory and reads its configuration. Throws StateError.
     explicit Device(const DeviceOptions& options);
 
     const Profile& profile() const { return profile_; }

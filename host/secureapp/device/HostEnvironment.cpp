@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/Digest.h"
 
 namespace lumo::secureapp {
 namespace {

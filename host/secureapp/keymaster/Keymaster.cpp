@@ -2,14 +2,17 @@
 
 #include <algorithm>
 
-#include "secureapp/keymaster/KeymasterImpl.h"
-#include "secureapp/keys/KeyRules.h"
+#include "secureapp/attestation/AttestationRules.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/keys/KeyVersions.h"
 
 namespace lumo::secureapp {
 namespace {
 
 constexpr size_t kMaxEntropyBytes = 2048;
 constexpr size_t kVerifiedBootKeyBytes = 32;
+constexpr size_t kMaxOperations = 16;
+constexpr size_t kMaxStrongBoxOperations = 4;
 
 // The number for attestations, which orders the states otherwise than the boot loader's colours.
 uint32_t verifiedBootState(uint32_t color) {
@@ -45,56 +48,41 @@ void addPatchDate(ParamSet& versions, keymaster_tag_t tag, std::optional<uint64_
 
 }  // namespace
 
-OpenedKey::~OpenedKey() {
-    wipe(material);
-}
-
-ParamSet OpenedKey::all() const {
-    ParamSet result = hardware;
-    result.add(software);
-    result.add(sealed);
-    return result;
-}
-
-uint32_t OpenedKey::algorithm() const {
-    return static_cast<uint32_t>(hardware.integer(KM_TAG_ALGORITHM).value_or(0));
-}
-
 Keymaster::Keymaster(const KeymasterOptions& options, DeviceConfig config, State& state,
                      State& shared_state, Clock& clock, RandomSource& random)
     : options_(options),
       config_(std::move(config)),
       state_(state),
-      shared_state_(shared_state),
       clock_(clock),
       random_(random),
       hmac_(state, shared_state, random, options.level),
-      impl_(std::make_unique<Impl>(clock, options.trusted_clock, state)) {}
-
-Keymaster::~Keymaster() = default;
+      access_(clock, options.trusted_clock),
+      keys_(options_, config_, state, shared_state, random),
+      operations_(
+          options.level == KM_SECURITY_LEVEL_STRONGBOX ? kMaxStrongBoxOperations : kMaxOperations,
+          access_, random) {}
 
 void Keymaster::configure(const ParamSet& params) {
     const ParamSet values = configuredValues(params);
     if (!values.contains(KM_TAG_OS_VERSION) || !values.contains(KM_TAG_OS_PATCHLEVEL)) {
         refuse(KM_ERROR_INVALID_ARGUMENT);
     }
-    if (impl_->configured) {
-        if (!std::equal(values.begin(), values.end(), impl_->configured->begin(),
-                        impl_->configured->end())) {
+    if (configured_) {
+        if (!std::equal(values.begin(), values.end(), configured_->begin(), configured_->end())) {
             refuse(KM_ERROR_INVALID_ARGUMENT);
         }
         return;
     }
-    impl_->configured = values;
-    impl_->versions = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
+    configured_ = values;
+    versions_ = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
     std::optional<uint64_t> vendor = config_.vendor_patchlevel;
     if (!vendor) vendor = values.integer(KM_TAG_VENDOR_PATCHLEVEL);
-    addPatchDate(impl_->versions, KM_TAG_VENDOR_PATCHLEVEL, vendor);
-    addPatchDate(impl_->versions, KM_TAG_BOOT_PATCHLEVEL, config_.boot_patchlevel);
+    addPatchDate(versions_, KM_TAG_VENDOR_PATCHLEVEL, vendor);
+    addPatchDate(versions_, KM_TAG_BOOT_PATCHLEVEL, config_.boot_patchlevel);
 }
 
 void Keymaster::requireConfigured() const {
-    if (!impl_->configured) refuse(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+    if (!configured_) refuse(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
 }
 
 void Keymaster::addEntropy(ByteView entropy) {
@@ -120,26 +108,25 @@ VerificationToken Keymaster::verifyAuthorization(uint64_t challenge) {
 
 void Keymaster::destroyDeviceIds() {
     requireConfigured();
-    state_.update(kIdsDestroyedRecord,
-                  [](const std::optional<Bytes>&) { return std::optional<Bytes>(Bytes{1}); });
+    secureapp::destroyDeviceIds(state_);
 }
 
 void Keymaster::earlyBootEnded() {
-    impl_->early_boot = false;
+    early_boot_ = false;
 }
 
 void Keymaster::deviceLocked(bool password_only) {
-    impl_->access.lockDevice(password_only);
+    access_.lockDevice(password_only);
 }
 
 void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
     if (verified_boot_key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
     // Keys hang on the root of trust, so it cannot change under them.
-    if (impl_->root_of_trust_set || !impl_->blob_secret.bytes().empty()) {
+    if (root_of_trust_set_ || keys_.used()) {
         refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }
     config_.verified_boot_key = verified_boot_key.copy();
-    impl_->root_of_trust_set = true;
+    root_of_trust_set_ = true;
 }
 
 // The boot loader's idea of the system's version is not used: the HAL delivers that, and a HAL that
@@ -147,16 +134,16 @@ void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
 void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_version*/,
                              uint32_t /*system_patchlevel*/) {
     const uint32_t state = verifiedBootState(color);
-    if (impl_->boot_state_set || !impl_->blob_secret.bytes().empty()) {
+    if (boot_state_set_ || keys_.used()) {
         refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }
     config_.device_locked = locked;
     config_.verified_boot_state = state;
-    impl_->boot_state_set = true;
+    boot_state_set_ = true;
 }
 
 void Keymaster::confirmPresence() {
-    impl_->access.confirmPresence();
+    access_.confirmPresence();
 }
 
 }  // namespace lumo::secureapp

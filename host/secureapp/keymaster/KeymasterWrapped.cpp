@@ -1,7 +1,12 @@
 // Import of wrapped keys.
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
 #include "secureapp/base/Secret.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/AesGcm.h"
+#include "secureapp/crypto/PrivateKey.h"
+#include "secureapp/crypto/RsaOaep.h"
 #include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/keys/OpenedKey.h"
 #include "secureapp/keys/WrappedKey.h"
 
 namespace lumo::secureapp {
@@ -20,7 +25,7 @@ void checkUnwrapping(const OpenedKey& key, const ParamSet& unwrapping_params) {
         {KM_TAG_PADDING, KM_PAD_RSA_OAEP, KM_ERROR_INCOMPATIBLE_PADDING_MODE},
         {KM_TAG_DIGEST, KM_DIGEST_SHA_2_256, KM_ERROR_INCOMPATIBLE_DIGEST},
     };
-    const ParamSet authorizations = key.all();
+    const ParamSet& authorizations = key.authorizations;
     if (key.algorithm() != KM_ALGORITHM_RSA) refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
     if (!authorizations.contains(kPurpose.tag, kPurpose.value)) refuse(kPurpose.error);
     for (const Need& need : kModes) {
@@ -53,8 +58,8 @@ Bytes Keymaster::importWrappedKey(ByteView wrapped, ByteView wrapping_blob, Byte
     const WrappedKey parsed = parseWrappedKey(wrapped);
     if (masking_key.size() != kTransportKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
 
-    const Secret transport_key =
-        openTransportKey(wrapping_key.material, parsed.encrypted_transport_key, masking_key);
+    const Secret transport_key = openTransportKey(wrapping_key.material.bytes(),
+                                                  parsed.encrypted_transport_key, masking_key);
     std::optional<Bytes> opened =
         aesGcmOpen(transport_key.bytes(), parsed.nonce, parsed.key_description, parsed.sealed);
     if (!opened) refuse(KM_ERROR_VERIFICATION_FAILED);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Der.h"
 
 namespace lumo::secureapp {
@@ -156,7 +157,7 @@ Bytes encodeAttestedList(const ParamSet& params, const RootOfTrust* root_of_trus
         const Bytes value =
             is_root ? encodeRootOfTrust(*root_of_trust) : encodeValue(params, field.tag);
         const Bytes element = der::item(der::context(keymaster_tag_mask_type(field.tag)), value);
-        contents.insert(contents.end(), element.begin(), element.end());
+        append(contents, element);
     }
     return der::item(der::kSequence, contents);
 }

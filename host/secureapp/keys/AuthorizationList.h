@@ -2,7 +2,7 @@
 // a SEQUENCE of elements with EXPLICIT context tags, the tag's number, in rising order.
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
 

@@ -1,9 +1,13 @@
 #include "secureapp/keys/KeyBlob.h"
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 
+#include "secureapp/base/Refusal.h"
 #include "secureapp/base/Secret.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/AesGcm.h"
+#include "secureapp/crypto/Digest.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -133,33 +137,9 @@ uint64_t maxOf(size_t width) {
     return width == 8 ? UINT64_MAX : (uint64_t{1} << (8 * width)) - 1;
 }
 
-void store(uint8_t* to, uint64_t value, size_t width) {
-    for (size_t i = 0; i < width; ++i) to[i] = static_cast<uint8_t>(value >> (8 * i));
-}
-
-uint64_t load(const uint8_t* from, size_t width) {
-    uint64_t value = 0;
-    for (size_t i = width; i-- > 0;) value = (value << 8) | from[i];
-    return value;
-}
-
-void append(Bytes& to, uint64_t value, size_t width) {
-    to.resize(to.size() + width);
-    store(to.data() + to.size() - width, value, width);
-}
-
-void append(Bytes& to, ByteView bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
-}
-
 void appendPrefixed(Bytes& to, ByteView bytes) {
-    append(to, bytes.size(), 8);
+    appendLittle(to, bytes.size(), 8);
     append(to, bytes);
-}
-
-Bytes ascii(const char* text) {
-    const std::string string = text;
-    return {string.begin(), string.end()};
 }
 
 // Fills the clear part; what it has no room for is left over.
@@ -167,9 +147,9 @@ class ClearWriter {
   public:
     ClearWriter(uint64_t version, bool early_boot_byte)
         : version_(version), early_boot_byte_(early_boot_byte) {
-        store(clear_.data() + kMagicAt, kMagic, 4);
-        store(clear_.data() + kVersionMinorAt, version & UINT32_MAX, 4);
-        store(clear_.data() + kVersionMajorAt, version >> 32, 4);
+        storeLittle(clear_.data() + kMagicAt, kMagic, 4);
+        storeLittle(clear_.data() + kVersionMinorAt, version & UINT32_MAX, 4);
+        storeLittle(clear_.data() + kVersionMajorAt, version >> 32, 4);
     }
 
     void write(const Param& param) {
@@ -177,8 +157,8 @@ class ClearWriter {
     }
 
     const Bytes& finish() {
-        store(clear_.data() + kHardwareCountAt, hardware_count_, 4);
-        store(clear_.data() + kSoftwareCountAt, software_count_, 4);
+        storeLittle(clear_.data() + kHardwareCountAt, hardware_count_, 4);
+        storeLittle(clear_.data() + kSoftwareCountAt, software_count_, 4);
         return clear_;
     }
 
@@ -188,10 +168,11 @@ class ClearWriter {
     bool writeElement(const Param& param) {
         for (const ArrayField& array : kArrays) {
             if (array.tag != param.tag) continue;
-            const uint64_t used = load(clear_.data() + array.count, 4);
+            const uint64_t used = loadLittle(clear_.data() + array.count, 4);
             if (used == array.capacity || param.integer > maxOf(array.width)) return false;
-            store(clear_.data() + array.values + used * array.width, param.integer, array.width);
-            store(clear_.data() + array.count, used + 1, 4);
+            storeLittle(clear_.data() + array.values + used * array.width, param.integer,
+                        array.width);
+            storeLittle(clear_.data() + array.count, used + 1, 4);
             ++hardware_count_;
             return true;
         }
@@ -203,8 +184,8 @@ class ClearWriter {
             if (field.tag != param.tag || !usable(field)) continue;
             const uint64_t units = unitsPerStored(field, version_);
             if (param.integer > maxOf(field.width) / units) return false;
-            if (field.flag != kNoFlag) store(clear_.data() + field.flag, 1, 1);
-            store(clear_.data() + field.value, param.integer * units, field.width);
+            if (field.flag != kNoFlag) storeLittle(clear_.data() + field.flag, 1, 1);
+            storeLittle(clear_.data() + field.value, param.integer * units, field.width);
             ++(field.list == List::kHardware ? hardware_count_ : software_count_);
             return true;
         }
@@ -223,23 +204,35 @@ class ClearWriter {
     ParamSet sealed_;
 };
 
-void readClear(ByteView clear, OpenedKey& key) {
+// Reads what the clear part reports: the hardware-enforced authorizations, then the others.
+void readArrays(ByteView clear, ParamSet& params) {
     for (const ArrayField& array : kArrays) {
-        const uint64_t count = load(clear.data() + array.count, 4);
+        const uint64_t count = loadLittle(clear.data() + array.count, 4);
         if (count > array.capacity) refuse(KM_ERROR_INVALID_KEY_BLOB);
         for (uint64_t i = 0; i < count; ++i) {
             const uint8_t* value = clear.data() + array.values + i * array.width;
-            key.hardware.add(intParam(array.tag, load(value, array.width)));
+            params.add(intParam(array.tag, loadLittle(value, array.width)));
         }
     }
+}
+
+void readFields(ByteView clear, List list, uint64_t version, ParamSet& params) {
     for (const Field& field : kFields) {
-        if (!hasField(field, key.version)) continue;
+        if (field.list != list || !hasField(field, version)) continue;
         if (field.flag != kNoFlag && clear[field.flag] == 0) continue;
         const uint64_t value =
-            load(clear.data() + field.value, field.width) / unitsPerStored(field, key.version);
-        ParamSet& list = field.list == List::kHardware ? key.hardware : key.software;
-        list.add(intParam(reportedTag(field, key.version), value));
+            loadLittle(clear.data() + field.value, field.width) / unitsPerStored(field, version);
+        params.add(intParam(reportedTag(field, version), value));
     }
+}
+
+void readClear(ByteView clear, OpenedKey& key) {
+    ParamSet& params = key.authorizations;
+    readArrays(clear, params);
+    readFields(clear, List::kHardware, key.version, params);
+    key.hardware_count = params.size();
+    readFields(clear, List::kSoftware, key.version, params);
+    key.software_count = params.size() - key.hardware_count;
 }
 
 Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
@@ -250,13 +243,13 @@ Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
     Bytes plain;
     plain.reserve(size);  // so that no copy of the material is left behind by growing
     append(plain, contents.id);
-    append(plain, contents.material.size(), 4);
+    appendLittle(plain, contents.material.size(), 4);
     append(plain, contents.material);
-    append(plain, sealed.size(), 4);
+    appendLittle(plain, sealed.size(), 4);
     for (const Param& param : sealed) {
-        append(plain, static_cast<uint32_t>(param.tag), 4);
-        append(plain, param.integer, 8);
-        append(plain, param.bytes.size(), 4);
+        appendLittle(plain, static_cast<uint32_t>(param.tag), 4);
+        appendLittle(plain, param.integer, 8);
+        appendLittle(plain, param.bytes.size(), 4);
         append(plain, param.bytes);
     }
     return plain;
@@ -274,7 +267,7 @@ class SealedReader {
         rest_ = rest_.sub(size);
         return taken;
     }
-    uint64_t number(size_t width) { return load(bytes(width).data(), width); }
+    uint64_t number(size_t width) { return loadLittle(bytes(width).data(), width); }
     bool done() const { return rest_.empty(); }
 
   private:
@@ -284,14 +277,14 @@ class SealedReader {
 void readSealed(ByteView plain, OpenedKey& key) {
     SealedReader reader(plain);
     key.id = reader.bytes(kKeyIdBytes).copy();
-    key.material = reader.bytes(reader.number(4)).copy();
+    key.material = Secret(reader.bytes(reader.number(4)).copy());
     const uint64_t count = reader.number(4);
     for (uint64_t i = 0; i < count; ++i) {
         Param param;
         param.tag = static_cast<keymaster_tag_t>(static_cast<int32_t>(reader.number(4)));
         param.integer = reader.number(8);
         param.bytes = reader.bytes(reader.number(4)).copy();
-        key.sealed.add(std::move(param));
+        key.authorizations.add(std::move(param));
     }
     if (!reader.done()) refuse(KM_ERROR_INVALID_KEY_BLOB);
 }
@@ -299,16 +292,18 @@ void readSealed(ByteView plain, OpenedKey& key) {
 }  // namespace
 
 Bytes deriveBlobSecret(const BlobRoots& roots) {
-    Bytes context = ascii("key blobs");
-    append(context, roots.level, 4);
-    append(context, roots.device_locked ? 1 : 0, 1);
+    Bytes context;
+    append(context, std::string_view("key blobs"));
+    appendLittle(context, roots.level, 4);
+    appendLittle(context, roots.device_locked ? 1 : 0, 1);
     appendPrefixed(context, roots.verified_boot_key);
     appendPrefixed(context, sha256(roots.shared_secret));
     return hmacSha256(roots.device_key, context);
 }
 
 Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding) {
-    Bytes context = ascii("one key");
+    Bytes context;
+    append(context, std::string_view("one key"));
     appendPrefixed(context, binding.bytes(KM_TAG_APPLICATION_ID));
     appendPrefixed(context, binding.bytes(KM_TAG_APPLICATION_DATA));
     return hmacSha256(blob_secret, context);
@@ -341,8 +336,9 @@ OpenedKey openBlob(ByteView blob, ByteView blob_key) {
     const Secret plain(std::move(*opened));
 
     OpenedKey key;
-    key.version =
-        load(clear.data() + kVersionMajorAt, 4) << 32 | load(clear.data() + kVersionMinorAt, 4);
+    key.authorizations.reserve(std::size(kArrays) + std::size(kFields));
+    key.version = loadLittle(clear.data() + kVersionMajorAt, 4) << 32 |
+                  loadLittle(clear.data() + kVersionMinorAt, 4);
     readClear(clear, key);
     readSealed(plain.bytes(), key);
     return key;

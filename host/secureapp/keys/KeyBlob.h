@@ -8,8 +8,9 @@
 #pragma once
 
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
-#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/base/Params.h"
+#include "secureapp/keys/KeymasterOptions.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::secureapp {
 

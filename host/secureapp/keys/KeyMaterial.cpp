@@ -1,35 +1,18 @@
 #include "secureapp/keys/KeyMaterial.h"
 
-#include <openssl/bn.h>
-#include <openssl/ec.h>
-#include <openssl/rsa.h>
-
 #include <algorithm>
-#include <iterator>
+#include <optional>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/Curves.h"
+#include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
 namespace {
 
 constexpr size_t kTripleDesBytes = 24;
 constexpr unsigned kTripleDesKeyBitsPerByte = 7;  // the eighth is parity
-
-struct NamedCurve {
-    uint32_t curve;
-    int nid;
-    Bytes oid;  // the content octets
-};
-
-const std::vector<NamedCurve>& namedCurves() {
-    static const std::vector<NamedCurve> curves = {
-        {KM_EC_CURVE_P_224, NID_secp224r1, {0x2B, 0x81, 0x04, 0x00, 0x21}},
-        {KM_EC_CURVE_P_256, NID_X9_62_prime256v1, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07}},
-        {KM_EC_CURVE_P_384, NID_secp384r1, {0x2B, 0x81, 0x04, 0x00, 0x22}},
-        {KM_EC_CURVE_P_521, NID_secp521r1, {0x2B, 0x81, 0x04, 0x00, 0x23}},
-    };
-    return curves;
-}
 
 bool isAsymmetric(uint32_t algorithm) {
     return algorithm == KM_ALGORITHM_RSA || algorithm == KM_ALGORITHM_EC;
@@ -38,11 +21,6 @@ bool isAsymmetric(uint32_t algorithm) {
 int keyType(uint32_t algorithm) {
     return algorithm == KM_ALGORITHM_RSA ? EVP_PKEY_RSA : EVP_PKEY_EC;
 }
-
-struct NumberDelete {
-    void operator()(BIGNUM* number) const { BN_free(number); }
-};
-using NumberPtr = std::unique_ptr<BIGNUM, NumberDelete>;
 
 Bytes numberBytes(const BIGNUM* number) {
     Bytes bytes(static_cast<size_t>(BN_num_bytes(number)));
@@ -76,8 +54,7 @@ bool namesForeignCurve(ByteView pkcs8) {
     if (!identifier || !readElement(*identifier, kOid)) return false;
     const std::optional<ByteView> oid = readElement(*identifier, kOid);
     if (!oid) return false;
-    const std::vector<NamedCurve>& curves = namedCurves();
-    return std::none_of(curves.begin(), curves.end(), [&oid](const NamedCurve& each) {
+    return std::none_of(curves().begin(), curves().end(), [&oid](const Curve& each) {
         return std::equal(each.oid.begin(), each.oid.end(), oid->begin(), oid->end());
     });
 }
@@ -86,10 +63,9 @@ uint32_t curveOf(EVP_PKEY* key) {
     const EC_KEY* ec = EVP_PKEY_get0_EC_KEY(key);
     const EC_GROUP* group = ec == nullptr ? nullptr : EC_KEY_get0_group(ec);
     const int nid = group == nullptr ? NID_undef : EC_GROUP_get_curve_name(group);
-    for (const NamedCurve& each : namedCurves()) {
-        if (each.nid == nid) return each.curve;
-    }
-    refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    const Curve* known = findCurveOfNid(nid);
+    if (known == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    return known->curve;
 }
 
 const BIGNUM* exponentOf(EVP_PKEY* key) {
@@ -103,9 +79,7 @@ const BIGNUM* exponentOf(EVP_PKEY* key) {
 uint64_t exponentValue(EVP_PKEY* key) {
     const Bytes bytes = numberBytes(exponentOf(key));
     if (bytes.size() > sizeof(uint64_t)) refuse(KM_ERROR_INVALID_ARGUMENT);
-    uint64_t value = 0;
-    for (const uint8_t byte : bytes) value = value << 8 | byte;
-    return value;
+    return loadBig(bytes.data(), bytes.size());
 }
 
 void checkPkcs8(uint32_t algorithm, ByteView data) {
@@ -191,8 +165,8 @@ PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material) {
         return parts;
     }
     const EC_KEY* ec = EVP_PKEY_get0_EC_KEY(key.get());
-    const NumberPtr x(BN_new());
-    const NumberPtr y(BN_new());
+    const CryptoPtr<BIGNUM> x(BN_new());
+    const CryptoPtr<BIGNUM> y(BN_new());
     if (ec == nullptr || x == nullptr || y == nullptr ||
         EC_POINT_get_affine_coordinates_GFp(EC_KEY_get0_group(ec), EC_KEY_get0_public_key(ec),
                                             x.get(), y.get(), nullptr) != 1) {

@@ -1,8 +1,9 @@
 // Making keys, reading them in, and giving their public half out.
 #pragma once
 
+#include "secureapp/base/Bytes.h"
+#include "secureapp/base/Environment.h"
 #include "secureapp/base/Secret.h"
-#include "secureapp/keymaster/Keymaster.h"
 #include "secureapp/keys/KeyRules.h"
 
 namespace lumo::secureapp {
@@ -17,6 +18,13 @@ void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data);
 
 // What the material says of the key; it passed checkMaterial or came from makeMaterial.
 KeyFacts materialFacts(uint32_t algorithm, ByteView material);
+
+// The public key as its parts, for old applications that leave the encoding to the HAL.
+struct PublicKeyParts {
+    uint32_t algorithm = 0;
+    Bytes modulus, exponent;  // RSA, big-endian, minimal
+    Bytes x, y;               // EC, big-endian, minimal
+};
 
 // DER SubjectPublicKeyInfo of PKCS#8 material.
 Bytes publicKeyOf(ByteView material);

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/Curves.h"
+#include "secureapp/crypto/Digest.h"
+#include "secureapp/keys/KeyVersions.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -55,16 +58,6 @@ constexpr uint32_t kMinHmacMacBits = 64;
 constexpr uint32_t kMinGcmMacBits = 96;
 constexpr uint32_t kMaxGcmMacBits = 128;
 
-struct Curve {
-    uint32_t curve;
-    uint32_t bits;
-};
-constexpr Curve kCurves[] = {
-    {KM_EC_CURVE_P_224, 224},
-    {KM_EC_CURVE_P_256, 256},
-    {KM_EC_CURVE_P_384, 384},
-    {KM_EC_CURVE_P_521, 521},
-};
 constexpr uint32_t kStrongBoxCurve = KM_EC_CURVE_P_256;
 
 template <typename T, size_t N>
@@ -80,18 +73,6 @@ bool isTagIn(const keymaster_tag_t (&tags)[N], keymaster_tag_t tag) {
 
 bool isStrongBox(keymaster_security_level_t level) {
     return level == KM_SECURITY_LEVEL_STRONGBOX;
-}
-
-const Curve* curveOfBits(uint64_t bits) {
-    const auto* found = std::find_if(std::begin(kCurves), std::end(kCurves),
-                                     [bits](const Curve& each) { return each.bits == bits; });
-    return found == std::end(kCurves) ? nullptr : found;
-}
-
-const Curve* findCurve(uint64_t curve) {
-    const auto* found = std::find_if(std::begin(kCurves), std::end(kCurves),
-                                     [curve](const Curve& each) { return each.curve == curve; });
-    return found == std::end(kCurves) ? nullptr : found;
 }
 
 // As the caller's parameter stands in a key, or nothing when it does not belong there.
@@ -162,8 +143,8 @@ KeyFacts planEc(const ParamSet& params, keymaster_security_level_t level) {
     const std::optional<uint64_t> bits = params.integer(KM_TAG_KEY_SIZE);
     const std::optional<uint64_t> wanted = params.integer(KM_TAG_EC_CURVE);
     if (!bits && !wanted) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
-    if (bits && curveOfBits(*bits) == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
-    const Curve* curve = wanted ? findCurve(*wanted) : curveOfBits(*bits);
+    if (bits && findCurveOfBits(*bits) == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    const Curve* curve = wanted ? findCurve(*wanted) : findCurveOfBits(*bits);
     if (curve == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
     if (bits && curve->bits != *bits) refuse(KM_ERROR_INVALID_ARGUMENT);
 
@@ -273,18 +254,6 @@ ParamSet finishAuthorizations(const ParamSet& params, const KeyFacts& facts,
     }
     setVersions(result, additions.versions);
     return result;
-}
-
-void setVersions(ParamSet& authorizations, const ParamSet& versions) {
-    for (const keymaster_tag_t tag : kVersionTags) authorizations.removeAll(tag);
-    authorizations.add(versions);
-}
-
-bool isPatchDate(uint64_t value) {
-    const uint64_t year = value / 10000;
-    const uint64_t month = value / 100 % 100;
-    const uint64_t day = value % 100;
-    return year >= 2011 && year <= 2099 && month >= 1 && month <= 12 && day <= 31;
 }
 
 }  // namespace lumo::secureapp

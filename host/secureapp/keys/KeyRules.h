@@ -5,7 +5,7 @@
 #pragma once
 
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
 
@@ -51,15 +51,5 @@ struct Additions {
 // The authorizations of the finished key: no APPLICATION_ID, no APPLICATION_DATA.
 ParamSet finishAuthorizations(const ParamSet& params, const KeyFacts& facts,
                               const Additions& additions);
-
-// The four tags that bind a key to what is installed.
-constexpr keymaster_tag_t kVersionTags[] = {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL,
-                                            KM_TAG_VENDOR_PATCHLEVEL, KM_TAG_BOOT_PATCHLEVEL};
-
-// Replaces the version tags in `authorizations`.
-void setVersions(ParamSet& authorizations, const ParamSet& versions);
-
-// Whether `value` reads as a date, YYYYMMDD, as patch levels of vendor and boot image must.
-bool isPatchDate(uint64_t value);
 
 }  // namespace lumo::secureapp

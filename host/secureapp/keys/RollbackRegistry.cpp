@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/Digest.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -37,7 +37,7 @@ void RollbackRegistry::add(ByteView blob, ByteView replaced) {
         Bytes list = present.value_or(Bytes());
         erase(list, sha256(replaced));
         const Bytes entry = sha256(blob);
-        list.insert(list.end(), entry.begin(), entry.end());
+        append(list, entry);
         return std::optional<Bytes>(list);
     });
 }

@@ -2,8 +2,8 @@
 // deletes a key need not be able to open it.
 #pragma once
 
+#include "secureapp/base/Bytes.h"
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
 
 namespace lumo::secureapp {
 

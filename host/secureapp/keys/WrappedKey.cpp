@@ -2,6 +2,7 @@
 
 #include <hardware/hw_auth_token.h>
 
+#include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Der.h"
 #include "secureapp/keys/AuthorizationList.h"
 
@@ -40,7 +41,7 @@ WrappedKey parseWrappedKey(ByteView encoding) {
     if (wrapped.nonce.size() != kNonceBytes || tag.size() != kTagBytes) {
         refuse(KM_ERROR_INVALID_ARGUMENT);
     }
-    wrapped.sealed.insert(wrapped.sealed.end(), tag.begin(), tag.end());
+    append(wrapped.sealed, tag);
     parseDescription(description.contents, wrapped);
     return wrapped;
 }

@@ -1,7 +1,7 @@
 // A key wrapped for import: SecureKeyWrapper, a DER structure.
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
 

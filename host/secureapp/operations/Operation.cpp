@@ -1,7 +1,7 @@
 #include "secureapp/operations/Operation.h"
 
-#include "secureapp/crypto/Crypto.h"
-#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/Digest.h"
 #include "secureapp/operations/OperationMac.h"
 #include "secureapp/operations/OperationParts.h"
 
@@ -76,7 +76,8 @@ void checkPurpose(uint32_t purpose, const OpenedKey& key) {
     if (!algorithmCanDo(algorithm, purpose)) refuse(KM_ERROR_UNSUPPORTED_PURPOSE);
     // Anyone can use the public key, since it can be exported.
     if (isPublicKeyOperation(purpose, algorithm)) return;
-    if (!key.all().contains(KM_TAG_PURPOSE, purpose)) refuse(KM_ERROR_INCOMPATIBLE_PURPOSE);
+    if (!key.authorizations.contains(KM_TAG_PURPOSE, purpose))
+        refuse(KM_ERROR_INCOMPATIBLE_PURPOSE);
 }
 
 bool isPublicKeyOperation(uint32_t purpose, uint32_t algorithm) {
@@ -87,12 +88,11 @@ bool isPublicKeyOperation(uint32_t purpose, uint32_t algorithm) {
 std::unique_ptr<Operation> startOperation(uint32_t purpose, const OpenedKey& key,
                                           const ParamSet& params, keymaster_security_level_t level,
                                           RandomSource& random, const Bytes& shared_key) {
-    const ParamSet authorizations = key.all();
-    const OperationRequest request = {purpose, key.algorithm(), key.material, authorizations,
-                                      params,  level,           random};
+    const OperationRequest request = {
+        purpose, key.algorithm(), key.material.bytes(), key.authorizations, params, level, random};
     std::unique_ptr<Operation> operation = startEngine(request);
-    const bool confirmed =
-        purpose == KM_PURPOSE_SIGN && authorizations.contains(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED);
+    const bool confirmed = purpose == KM_PURPOSE_SIGN &&
+                           key.authorizations.contains(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED);
     if (!confirmed) return operation;
     return std::make_unique<ConfirmedOperation>(std::move(operation), shared_key);
 }

@@ -4,11 +4,10 @@
 #include <memory>
 
 #include "secureapp/base/Environment.h"
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::secureapp {
-
-struct OpenedKey;
 
 class Operation {
   public:

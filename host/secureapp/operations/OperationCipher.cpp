@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+
 namespace lumo::secureapp {
 
 CipherStream::CipherStream(const EVP_CIPHER* cipher, ByteView key, ByteView nonce, bool encrypt)

@@ -1,6 +1,8 @@
 // The block ciphers as a stream. For the Operation*.cpp files only.
 #pragma once
 
+#include "secureapp/base/Params.h"
+#include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/operations/OperationParts.h"
 
 namespace lumo::secureapp {

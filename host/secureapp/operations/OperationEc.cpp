@@ -1,3 +1,8 @@
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/PrivateKey.h"
 #include "secureapp/operations/OperationParts.h"
 
 namespace lumo::secureapp {

@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
 #include "secureapp/operations/OperationCipher.h"
 
 namespace lumo::secureapp {
@@ -46,7 +48,7 @@ class GcmEncryption : public GcmOperation {
     Bytes finish(const ParamSet& params, ByteView input, ByteView) override {
         Bytes out = update(params, input);
         const Bytes tag = stream_.tag(tag_bytes_);
-        out.insert(out.end(), tag.begin(), tag.end());
+        append(out, tag);
         return out;
     }
 

@@ -1,3 +1,7 @@
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+#include "secureapp/crypto/Digest.h"
 #include "secureapp/operations/OperationMac.h"
 #include "secureapp/operations/OperationParts.h"
 

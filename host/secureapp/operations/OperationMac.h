@@ -1,11 +1,8 @@
 // HMAC over data that comes in pieces. For the Operation*.cpp files only.
 #pragma once
 
-#include <openssl/hmac.h>
-
-#include <memory>
-
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
+#include "secureapp/crypto/CryptoPtr.h"
 
 namespace lumo::secureapp {
 
@@ -18,10 +15,7 @@ class HmacStream {
     Bytes finish();  // the whole MAC; once only
 
   private:
-    struct Delete {
-        void operator()(HMAC_CTX* context) const { HMAC_CTX_free(context); }
-    };
-    std::unique_ptr<HMAC_CTX, Delete> context_;
+    CryptoPtr<HMAC_CTX> context_;
 };
 
 }  // namespace lumo::secureapp

@@ -4,6 +4,10 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+#include "secureapp/crypto/Digest.h"
+
 namespace lumo::secureapp {
 namespace {
 
@@ -41,23 +45,6 @@ size_t chooseMacBytes(const OperationRequest& request, uint32_t floor_bits, uint
         request.authorizations.integer(KM_TAG_MIN_MAC_LENGTH).value_or(floor_bits);
     if (*bits < min_bits) refuse(KM_ERROR_INVALID_MAC_LENGTH);
     return static_cast<size_t>(*bits / 8);
-}
-
-void requireCrypto(bool success) {
-    if (success) return;
-    ERR_clear_error();
-    refuse(KM_ERROR_UNKNOWN_ERROR);
-}
-
-const uint8_t* nonNull(ByteView data) {
-    static const uint8_t nothing = 0;
-    return data.empty() ? &nothing : data.data();
-}
-
-CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*)) {
-    CryptoPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
-    requireCrypto(context != nullptr && init(context.get()) == 1);
-    return context;
 }
 
 Bytes transform(KeyTransform run, EVP_PKEY* key, EVP_PKEY_CTX* context, ByteView in) {

@@ -5,7 +5,9 @@
 
 #include <memory>
 
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Environment.h"
+#include "secureapp/base/Params.h"
+#include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/operations/Operation.h"
 
 namespace lumo::secureapp {
@@ -38,16 +40,6 @@ uint32_t chooseDigest(const OperationRequest& request);
 
 // MAC_LENGTH in bytes, between the key's minimum (`floor_bits` if it states none) and `max_bits`.
 size_t chooseMacBytes(const OperationRequest& request, uint32_t floor_bits, uint32_t max_bits);
-
-// For calls of libcrypto that fail only when it is out of memory or misused: UNKNOWN_ERROR. Leaves
-// libcrypto's own error queue empty, so that it never grows.
-void requireCrypto(bool success);
-
-// libcrypto takes a null pointer for "not given", which empty data is not.
-const uint8_t* nonNull(ByteView data);
-
-// A context for the key, brought into its mode by one of the EVP_PKEY_*_init functions.
-CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*));
 
 // Runs EVP_PKEY_sign, _encrypt or _decrypt; the output is at most EVP_PKEY_size bytes.
 using KeyTransform = int (*)(EVP_PKEY_CTX*, uint8_t*, size_t*, const uint8_t*, size_t);

@@ -4,6 +4,13 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/Digest.h"
+#include "secureapp/crypto/PrivateKey.h"
+#include "secureapp/crypto/RsaOaep.h"
 #include "secureapp/operations/OperationParts.h"
 
 namespace lumo::secureapp {
@@ -140,14 +147,12 @@ class RsaOperation : public Operation {
     }
 
     Bytes rawPrivate(ByteView block) const {
-        const auto context = keyContext(key_.get(), EVP_PKEY_decrypt_init);
-        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
+        const auto context = rsaContext(key_.get(), EVP_PKEY_decrypt_init, RSA_NO_PADDING);
         return transform(EVP_PKEY_decrypt, key_.get(), context.get(), block);
     }
 
     Bytes rawPublic(ByteView block) const {
-        const auto context = keyContext(key_.get(), EVP_PKEY_encrypt_init);
-        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
+        const auto context = rsaContext(key_.get(), EVP_PKEY_encrypt_init, RSA_NO_PADDING);
         return transform(EVP_PKEY_encrypt, key_.get(), context.get(), block);
     }
 
@@ -161,9 +166,8 @@ class RsaOperation : public Operation {
     CryptoPtr<EVP_PKEY_CTX> digestContext(int (*init)(EVP_PKEY_CTX*)) const {
         const EVP_MD* md = evpDigest(digest_);
         const bool pss = padding_ == KM_PAD_RSA_PSS;
-        auto context = keyContext(key_.get(), init);
-        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(
-                          context.get(), pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING) == 1);
+        auto context =
+            rsaContext(key_.get(), init, pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING);
         requireCrypto(EVP_PKEY_CTX_set_signature_md(context.get(), md) == 1);
         if (!pss) return context;
         requireCrypto(EVP_PKEY_CTX_set_rsa_pss_saltlen(context.get(),
@@ -198,9 +202,8 @@ class RsaOperation : public Operation {
     // OAEP's mask is made with SHA-1, whatever its digest, and the label is empty.
     Bytes encryptPadded(ByteView message) const {
         const bool oaep = padding_ == KM_PAD_RSA_OAEP;
-        const auto context = keyContext(key_.get(), EVP_PKEY_encrypt_init);
-        requireCrypto(EVP_PKEY_CTX_set_rsa_padding(
-                          context.get(), oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING) == 1);
+        const auto context = rsaContext(key_.get(), EVP_PKEY_encrypt_init,
+                                        oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING);
         if (oaep) {
             requireCrypto(EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), evpDigest(digest_)) == 1 &&
                           EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), EVP_sha1()) == 1);

@@ -1,5 +1,7 @@
 #include "secureapp/protocol/CborProtocol.h"
 
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Refusal.h"
 #include "secureapp/protocol/CborReader.h"
 #include "secureapp/protocol/CborWriter.h"
 #include "secureapp/protocol/Commands.h"

@@ -1,8 +1,9 @@
 // The CBOR protocol in front of a keymaster.
 #pragma once
 
+#include "secureapp/base/Bytes.h"
 #include "secureapp/keymaster/Keymaster.h"
-#include "secureapp/protocol/SecureApp.h"
+#include "secureapp/protocol/Profile.h"
 
 namespace lumo::secureapp {
 

@@ -2,6 +2,8 @@
 
 #include <cbor.h>
 
+#include "secureapp/base/Refusal.h"
+
 namespace lumo::secureapp {
 
 struct CborItem {

@@ -6,7 +6,7 @@
 // bytes are known to be there.
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
 

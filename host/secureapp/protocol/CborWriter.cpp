@@ -2,6 +2,8 @@
 
 #include <cbor.h>
 
+#include "secureapp/base/Params.h"
+
 namespace lumo::secureapp {
 namespace {
 
@@ -33,7 +35,7 @@ void CborWriter::appendSigned(uint64_t bits) {
 
 void CborWriter::appendBytes(ByteView value) {
     appendHead(message_, cbor_encode_bytestring_start, value.size());
-    message_.insert(message_.end(), value.begin(), value.end());
+    append(message_, value);
 }
 
 void CborWriter::number(Label label, uint64_t value) {

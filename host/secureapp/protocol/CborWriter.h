@@ -1,6 +1,7 @@
 // Writes an answer: one CBOR map, entries in the order of the calls.
 #pragma once
 
+#include "secureapp/base/Params.h"
 #include "secureapp/protocol/CborReader.h"
 
 namespace lumo::secureapp {

@@ -1,35 +1,12 @@
 #include "secureapp/protocol/EcConversions.h"
 
-#include <openssl/bn.h>
-#include <openssl/ec.h>
-#include <openssl/ecdsa.h>
-#include <openssl/objects.h>
-
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/Curves.h"
+#include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
 namespace {
-
-struct EcDelete {
-    void operator()(BIGNUM* number) const { BN_clear_free(number); }
-    void operator()(EC_KEY* key) const { EC_KEY_free(key); }
-    void operator()(ECDSA_SIG* signature) const { ECDSA_SIG_free(signature); }
-};
-template <typename T>
-using EcPtr = std::unique_ptr<T, EcDelete>;
-
-struct Curve {
-    uint32_t curve;
-    uint32_t key_bits;
-    int nid;
-};
-
-constexpr Curve kCurves[] = {
-    {KM_EC_CURVE_P_224, 224, NID_secp224r1},
-    {KM_EC_CURVE_P_256, 256, NID_X9_62_prime256v1},
-    {KM_EC_CURVE_P_384, 384, NID_secp384r1},
-    {KM_EC_CURVE_P_521, 521, NID_secp521r1},
-};
 
 template <typename T>
 T* require(T* object) {
@@ -37,11 +14,11 @@ T* require(T* object) {
     return object;
 }
 
-EcPtr<BIGNUM> number(ByteView bytes) {
+CryptoPtr<BIGNUM> number(ByteView bytes) {
     if (bytes.size() > UINT16_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
     // The two libcryptos differ in the type of a length; this one fits both.
     const uint16_t length = static_cast<uint16_t>(bytes.size());
-    return EcPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
+    return CryptoPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
 }
 
 // A null place asks for the size only.
@@ -63,24 +40,20 @@ size_t ecWidth(uint32_t key_bits) {
 }
 
 uint32_t ecCurveBits(uint32_t curve) {
-    for (const Curve& known : kCurves) {
-        if (known.curve == curve) return known.key_bits;
-    }
-    refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    const Curve* known = findCurve(curve);
+    if (known == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    return known->bits;
 }
 
 Bytes ecPrivateKey(const EcKeyParts& parts) {
-    const Curve* curve = nullptr;
-    for (const Curve& known : kCurves) {
-        if (known.key_bits == parts.key_bits) curve = &known;
-    }
+    const Curve* curve = findCurveOfBits(parts.key_bits);
     if (curve == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
     const size_t width = ecWidth(parts.key_bits);
     for (const ByteView part : {parts.scalar, parts.x, parts.y}) {
         if (part.size() != width) refuse(KM_ERROR_INVALID_ARGUMENT);
     }
 
-    const EcPtr<EC_KEY> key(require(EC_KEY_new_by_curve_name(curve->nid)));
+    const CryptoPtr<EC_KEY> key(require(EC_KEY_new_by_curve_name(curve->nid)));
     const bool good = EC_KEY_set_private_key(key.get(), number(parts.scalar).get()) == 1 &&
                       EC_KEY_set_public_key_affine_coordinates(key.get(), number(parts.x).get(),
                                                                number(parts.y).get()) == 1 &&
@@ -93,9 +66,9 @@ Bytes ecPrivateKey(const EcKeyParts& parts) {
 }
 
 Bytes ecDerSignature(ByteView r, ByteView s) {
-    const EcPtr<ECDSA_SIG> signature(require(ECDSA_SIG_new()));
-    EcPtr<BIGNUM> r_number = number(r);
-    EcPtr<BIGNUM> s_number = number(s);
+    const CryptoPtr<ECDSA_SIG> signature(require(ECDSA_SIG_new()));
+    CryptoPtr<BIGNUM> r_number = number(r);
+    CryptoPtr<BIGNUM> s_number = number(s);
     if (ECDSA_SIG_set0(signature.get(), r_number.get(), s_number.get()) != 1) {
         refuse(KM_ERROR_UNKNOWN_ERROR);
     }
@@ -111,7 +84,7 @@ Bytes ecDerSignature(ByteView r, ByteView s) {
 
 Bytes ecRawSignature(ByteView der, size_t width) {
     const uint8_t* cursor = der.data();
-    const EcPtr<ECDSA_SIG> signature(
+    const CryptoPtr<ECDSA_SIG> signature(
         require(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(der.size()))));
     const BIGNUM* r = nullptr;
     const BIGNUM* s = nullptr;

@@ -1,7 +1,7 @@
 // EC keys and signatures as old clients send and expect them: bare numbers instead of DER.
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::secureapp {
 

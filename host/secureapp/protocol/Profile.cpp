@@ -1,4 +1,4 @@
-#include "secureapp/protocol/SecureApp.h"
+#include "secureapp/protocol/Profile.h"
 
 namespace lumo::secureapp {
 namespace {

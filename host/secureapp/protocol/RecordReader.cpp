@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+
 namespace lumo::secureapp {
 namespace {
 
@@ -24,9 +26,7 @@ bool equal(ByteView a, ByteView b) {
 }  // namespace
 
 uint32_t loadWord(ByteView bytes, size_t offset) {
-    uint32_t word = 0;
-    for (size_t i = kWordBytes; i-- > 0;) word = word << 8 | bytes[offset + i];
-    return word;
+    return static_cast<uint32_t>(loadLittle(bytes.data() + offset, kWordBytes));
 }
 
 RecordReader::RecordReader(ByteView request, size_t header_words)
@@ -108,9 +108,7 @@ std::optional<Param> RecordReader::param(ByteView record) const {
 }
 
 void RecordWriter::word(size_t index, uint32_t value) {
-    for (size_t i = 0; i < kWordBytes; ++i) {
-        bytes_[index * kWordBytes + i] = static_cast<uint8_t>(value >> (8 * i));
-    }
+    storeLittle(bytes_.data() + index * kWordBytes, value, kWordBytes);
 }
 
 void RecordWriter::longWord(size_t index, uint64_t value) {
@@ -126,7 +124,7 @@ void RecordWriter::fill(size_t index, ByteView value) {
 void RecordWriter::append(size_t index, ByteView value) {
     word(index, static_cast<uint32_t>(bytes_.size()));
     word(index + 1, static_cast<uint32_t>(value.size()));
-    bytes_.insert(bytes_.end(), value.begin(), value.end());
+    secureapp::append(bytes_, value);
 }
 
 }  // namespace lumo::secureapp

@@ -5,7 +5,7 @@
 // Refusal(KM_ERROR_INVALID_ARGUMENT).
 #pragma once
 
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
 

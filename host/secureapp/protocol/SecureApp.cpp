@@ -1,11 +1,13 @@
 #include "secureapp/protocol/SecureApp.h"
 
 #include <algorithm>
+#include <mutex>
 #include <new>
 
+#include "secureapp/base/Refusal.h"
+#include "secureapp/keys/KeymasterOptions.h"
 #include "secureapp/protocol/CborProtocol.h"
 #include "secureapp/protocol/RecordProtocol.h"
-#include "secureapp/protocol/RecordReader.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -15,10 +17,26 @@ KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t l
     KeymasterOptions options;
     options.level = level;
     options.blob_version = profile.blob_version;
-    // The fixed-layout clients do not know the field that these blobs have more.
+    // The fixed-layout clients do not know the field that these blobs have in addition.
     options.early_boot_blobs = !profile.legacy;
     options.trusted_clock = config.trusted_clock;
     return options;
+}
+
+// Carries one request out; every way in which it can fail becomes a reply.
+template <typename Work>
+Reply replyOf(Work work) {
+    try {
+        return {KM_ERROR_OK, work(), Cause::kNone, {}};
+    } catch (const Refusal& refusal) {
+        return {refusal.code(), {}, Cause::kRefusal, refusal.reason()};
+    } catch (const StateError& error) {
+        return {KM_ERROR_SECURE_HW_ACCESS_DENIED, {}, Cause::kStorage, error.what()};
+    } catch (const std::bad_alloc&) {
+        return {KM_ERROR_MEMORY_ALLOCATION_FAILED, {}, Cause::kRefusal, {}};
+    } catch (...) {
+        return {KM_ERROR_UNKNOWN_ERROR, {}, Cause::kRefusal, {}};
+    }
 }
 
 }  // namespace
@@ -31,30 +49,11 @@ struct SecureApp::Impl {
           cbor(keymaster, profile),
           records(keymaster, profile) {}
 
-    // Carries one request out; every way in which it can fail becomes a code.
-    template <typename Work>
-    keymaster_error_t guarded(Work work) {
-        try {
-            work();
-            return KM_ERROR_OK;
-        } catch (const Refusal& error) {
-            return error.code();
-        } catch (const StateError& error) {
-            state_failure = error.what();
-            return KM_ERROR_SECURE_HW_ACCESS_DENIED;
-        } catch (const std::bad_alloc&) {
-            return KM_ERROR_MEMORY_ALLOCATION_FAILED;
-        } catch (...) {
-            return KM_ERROR_UNKNOWN_ERROR;
-        }
-    }
-
     std::mutex mutex;
     const Profile profile;
     Keymaster keymaster;
     CborProtocol cbor;
     RecordProtocol records;
-    std::string state_failure;
 };
 
 SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level,
@@ -68,27 +67,30 @@ const Profile& SecureApp::profile() const {
     return impl_->profile;
 }
 
-CborReply SecureApp::handleCbor(uint32_t command, ByteView request, uint64_t client) {
+Reply SecureApp::exchangeCbor(uint32_t command, ByteView request, uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->keymaster.serve(client);
-    CborReply reply;
-    reply.error = impl_->guarded([&] { reply.body = impl_->cbor.handle(command, request); });
-    return reply;
+    return replyOf([&] { return impl_->cbor.handle(command, request); });
 }
 
-Bytes SecureApp::answerRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
-    if (capacity < kWordBytes) return {};
+Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
+    Reply reply;
+    if (capacity < kWordBytes) {
+        reply.error = KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
+        return reply;
+    }
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->keymaster.serve(client);
-    Bytes answer;
-    keymaster_error_t status =
-        impl_->guarded([&] { answer = impl_->records.handle(request, area, capacity); });
-    if (status == KM_ERROR_OK && answer.size() > capacity) {
-        status = KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
+    reply = replyOf([&] {
+        Bytes answer = impl_->records.handle({request, area, capacity});
+        if (answer.size() > capacity) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+        return answer;
+    });
+    if (reply.error != KM_ERROR_OK) {
+        reply.body = RecordOperations::refusalReply(reply.error);
+        reply.body.resize(std::min(reply.body.size(), capacity));
     }
-    if (status != KM_ERROR_OK) answer = RecordProtocol::refusal(status);
-    answer.resize(std::min(answer.size(), capacity));
-    return answer;
+    return reply;
 }
 
 void SecureApp::endClient(uint64_t client) {
@@ -104,11 +106,6 @@ void SecureApp::confirmPresence() {
 
 Keymaster& SecureApp::keymaster() {
     return impl_->keymaster;
-}
-
-std::string SecureApp::lastStateFailure() const {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return impl_->state_failure;
 }
 
 }  // namespace lumo::secureapp

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Refusal.h"
+
 namespace lumo::secureapp {
 namespace {
 

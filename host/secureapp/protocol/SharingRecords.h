@@ -3,6 +3,7 @@
 #pragma once
 
 #include "secureapp/access/SharedHmac.h"
+#include "secureapp/base/Bytes.h"
 
 namespace lumo::secureapp {
 

@@ -7,7 +7,8 @@
 #include "Hex.h"
 #include "KeymasterUnderTest.h"
 #include "secureapp/access/SharedHmac.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/access/Tokens.h"
+#include "secureapp/crypto/Digest.h"
 
 namespace lumo::secureapp {
 namespace {

@@ -7,6 +7,8 @@
 #include "secureapp/attestation/Attestation.h"
 #include "secureapp/attestation/AttestationKeys.h"
 #include "secureapp/attestation/Certificate.h"
+#include "secureapp/crypto/Digest.h"
+#include "secureapp/keys/KeymasterOptions.h"
 
 namespace lumo::secureapp {
 namespace {

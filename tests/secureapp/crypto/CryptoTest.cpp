@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "Hex.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/AesCmac.h"
+#include "secureapp/crypto/Curves.h"
+#include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
 namespace {

@@ -1,5 +1,7 @@
 // What happens to keys from boot to boot, and the calls that set the boot's terms.
 #include "KeymasterUnderTest.h"
+#include "secureapp/keys/KeymasterOptions.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {
@@ -14,12 +16,12 @@ TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
     device.config.boot_patchlevel = 0;
     device.boot();
     const Bytes blob = device->generateKey(aesKey());
-    EXPECT_FALSE(device->characteristics(blob, {}).all().contains(KM_TAG_BOOT_PATCHLEVEL));
+    EXPECT_FALSE(device->characteristics(blob, {}).authorizations.contains(KM_TAG_BOOT_PATCHLEVEL));
     device.config.boot_patchlevel = 20210101;
     device.boot();
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_KEY_REQUIRES_UPGRADE);
     const OpenedKey after = device->characteristics(device->upgradeKey(blob, {}), {});
-    EXPECT_TRUE(after.hardware.contains(KM_TAG_BOOT_PATCHLEVEL, 20210101));
+    EXPECT_TRUE(after.hardware().contains(KM_TAG_BOOT_PATCHLEVEL, 20210101));
 }
 
 // An upgrade also brings an old blob to the present layout.
@@ -38,11 +40,11 @@ TEST(Versions, UpgradesOldBlobs) {
     const Bytes blob = device->upgradeKey(old, {});
     const OpenedKey key = device->characteristics(blob, {});
     EXPECT_EQ(key.version, kBlobVersion4_1);
-    EXPECT_TRUE(key.hardware.contains(KM_TAG_AUTH_TIMEOUT, 7));
-    EXPECT_TRUE(key.hardware.contains(KM_TAG_ROLLBACK_RESISTANCE));
-    EXPECT_TRUE(key.hardware.contains(KM_TAG_HARDWARE_TYPE, kTee));
-    EXPECT_TRUE(key.software.contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED));
-    EXPECT_TRUE(key.sealed.empty());
+    EXPECT_TRUE(key.hardware().contains(KM_TAG_AUTH_TIMEOUT, 7));
+    EXPECT_TRUE(key.hardware().contains(KM_TAG_ROLLBACK_RESISTANCE));
+    EXPECT_TRUE(key.hardware().contains(KM_TAG_HARDWARE_TYPE, kTee));
+    EXPECT_TRUE(key.software().contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED));
+    EXPECT_TRUE(key.unreported().empty());
     // What is kept track of can tell the two apart.
     EXPECT_EQ(errorOf([&] { device->upgradeKey(old, {}); }), KM_ERROR_INVALID_KEY_BLOB);
 }
@@ -100,7 +102,7 @@ TEST(Configuration, TakesOnlyDatesForPatchLevels) {
         device.hal = versions(110000, 202012, each.from_hal);
         device.boot();
         const OpenedKey key = device->characteristics(device->generateKey(aesKey()), {});
-        EXPECT_EQ(key.hardware.integer(KM_TAG_VENDOR_PATCHLEVEL), each.result);
+        EXPECT_EQ(key.hardware().integer(KM_TAG_VENDOR_PATCHLEVEL), each.result);
     }
 }
 

@@ -110,14 +110,14 @@ TEST(KeyBlob, OldVersionsSealWhatTheyHaveNoPlaceFor) {
         EXPECT_EQ(hexAt(blob, 273, 4), each.software_count);
         EXPECT_EQ(hexAt(blob, 245, 5), each.timeout);
         const OpenedKey key = openBlob(blob, kBlobKey);
-        EXPECT_EQ(key.sealed.size(), each.num_sealed);
+        EXPECT_EQ(key.unreported().size(), each.num_sealed);
         ParamSet all = everything();
         if (each.version < kBlobVersion4_1) {
             all = with(without(all, KM_TAG_ROLLBACK_RESISTANCE),
                        {boolParam(KM_TAG_ROLLBACK_RESISTANT)});
         }
-        EXPECT_TRUE(sameParams(key.all(), all));
-        EXPECT_EQ(key.material, kMaterial);
+        EXPECT_TRUE(sameParams(key.authorizations, all));
+        EXPECT_EQ(key.material.bytes(), kMaterial);
     }
 }
 
@@ -127,12 +127,12 @@ TEST(KeyBlob, SealsWhatExceedsItsField) {
     for (uint64_t id = 1; id <= 6; ++id) params.add(intParam(KM_TAG_USER_SECURE_ID, id));
     // 5,000,000 seconds are too many milliseconds for 32 bits.
     const OpenedKey old = openBlob(seal(params, kBlobVersion4_0), kBlobKey);
-    EXPECT_EQ(old.hardware.count(KM_TAG_USER_SECURE_ID), 5U);
-    ASSERT_EQ(old.sealed.size(), 3U);
-    EXPECT_EQ(old.sealed[0], intParam(KM_TAG_AUTH_TIMEOUT, 5'000'000));
-    EXPECT_EQ(old.sealed[1].bytes, (Bytes{1, 2}));
-    EXPECT_EQ(old.sealed[2], intParam(KM_TAG_USER_SECURE_ID, 6));
-    EXPECT_EQ(openBlob(seal(params, kBlobVersion4_1), kBlobKey).sealed.size(), 2U);
+    EXPECT_EQ(old.hardware().count(KM_TAG_USER_SECURE_ID), 5U);
+    ASSERT_EQ(old.unreported().size(), 3U);
+    EXPECT_EQ(old.unreported()[0], intParam(KM_TAG_AUTH_TIMEOUT, 5'000'000));
+    EXPECT_EQ(old.unreported()[1].bytes, (Bytes{1, 2}));
+    EXPECT_EQ(old.unreported()[2], intParam(KM_TAG_USER_SECURE_ID, 6));
+    EXPECT_EQ(openBlob(seal(params, kBlobVersion4_1), kBlobKey).unreported().size(), 2U);
 }
 
 TEST(KeyBlob, RefusesEveryChangedByteAndLength) {

@@ -1,7 +1,7 @@
 // What clients of the service cannot see of new keys, and imports in forms that are rare.
 #include "KeymasterUnderTest.h"
 #include "SampleKeys.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {
@@ -22,19 +22,19 @@ TEST(Generate, PutsEveryTagInItsList) {
                             boolParam(KM_TAG_BOOTLOADER_ONLY),
                             intParam(kUnknownTag, 77)};
     const OpenedKey key = made(device, with(without(ecKey(), KM_TAG_DIGEST), extra));
-    EXPECT_EQ(text(key.hardware),
+    EXPECT_EQ(text(key.hardware()),
               "20000001=2 20000001=3 10000002=3 30000003=256 1000000a=1 1000012d=0 100002be=0 "
               "300002c1=110000 300002c2=202012 300002cf=20201205 300002ce=20201105 10000130=1");
-    EXPECT_EQ(text(key.software), "300001f5=10 600002bd=1600000000000");
-    EXPECT_EQ(text(key.sealed), "7000012e=1 3000270f=77");
+    EXPECT_EQ(text(key.software()), "300001f5=10 600002bd=1600000000000");
+    EXPECT_EQ(text(key.unreported()), "7000012e=1 3000270f=77");
 }
 
 TEST(Generate, MakesTripleDesKeysOfOddParity) {
     Device device;
     const OpenedKey des = made(device, {intParam(KM_TAG_ALGORITHM, KM_ALGORITHM_TRIPLE_DES),
                                         intParam(KM_TAG_KEY_SIZE, 168)});
-    ASSERT_EQ(des.material.size(), 24U);
-    for (const uint8_t byte : des.material) EXPECT_EQ(__builtin_popcount(byte) % 2, 1);
+    ASSERT_EQ(des.material.bytes().size(), 24U);
+    for (const uint8_t byte : des.material.bytes()) EXPECT_EQ(__builtin_popcount(byte) % 2, 1);
 }
 
 TEST(Import, TakesEcKeysInAllTheirForms) {

@@ -6,7 +6,7 @@
 #include "Hex.h"
 #include "KeymasterUnderTest.h"
 #include "WrappedKeyVector.h"
-#include "secureapp/crypto/Crypto.h"
+#include "secureapp/crypto/AesGcm.h"
 #include "secureapp/crypto/Der.h"
 #include "secureapp/keys/WrappedKey.h"
 
@@ -117,7 +117,7 @@ TEST_F(WrappedKeyImport, SecureIdsComeFromTheCall) {
     };
     for (const auto& c : cases) {
         const Rewrap wrapper = {c.user_secure_id + std::string("bf837803020103")};
-        const ParamSet params = device_->characteristics(import(wrapper()), {}).all();
+        const ParamSet params = device_->characteristics(import(wrapper()), {}).authorizations;
         EXPECT_EQ(params.integers(KM_TAG_USER_SECURE_ID), c.sids) << c.user_secure_id;
         EXPECT_EQ(params.integer(KM_TAG_USER_AUTH_TYPE), 3U);
     }

@@ -1,5 +1,7 @@
 // AES and triple DES: every mode in every step against one call of libcrypto, and padding.
 #include "OperationTest.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {
@@ -69,7 +71,7 @@ TEST(Cipher, EveryStepGivesTheResultOfOneCall) {
         const ParamSet params = cipherParams(c.mode, c.padding, iv);
         for (size_t size = 0; size <= 64; size += c.unit) {
             const Bytes plaintext = pattern(size);
-            const Bytes expected = judge(c.cipher, key.material, iv, c.padding == kPkcs7,
+            const Bytes expected = judge(c.cipher, key.material.bytes(), iv, c.padding == kPkcs7,
                                          c.mode == KM_MODE_GCM, plaintext);
             for (size_t step = 1; step <= expected.size() + 1; ++step) {
                 SCOPED_TRACE(testing::Message() << c.algorithm << " mode " << c.mode << " padding "

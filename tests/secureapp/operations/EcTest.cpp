@@ -1,5 +1,8 @@
 // ECDSA: undigested data and faulty signatures.
 #include "OperationTest.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/PrivateKey.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {

@@ -1,5 +1,6 @@
 // HMAC against RFC 4231.
 #include "OperationTest.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "Hex.h"
 #include "TestEnvironment.h"
-#include "secureapp/crypto/Crypto.h"
-#include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/base/Refusal.h"
+#include "secureapp/keys/OpenedKey.h"
 #include "secureapp/operations/Operation.h"
 
 namespace lumo::test {
@@ -41,9 +41,9 @@ inline Bytes flipped(Bytes bytes, size_t at) {
 
 inline OpenedKey testKey(uint32_t algorithm, Bytes material, ParamSet authorizations) {
     OpenedKey key;
-    key.material = std::move(material);
-    key.hardware = std::move(authorizations);
-    key.hardware.add(intParam(KM_TAG_ALGORITHM, algorithm));
+    key.material = Secret(std::move(material));
+    key.authorizations = std::move(authorizations);
+    key.authorizations.add(intParam(KM_TAG_ALGORITHM, algorithm));
     return key;
 }
 

@@ -3,6 +3,9 @@
 #include <openssl/rsa.h>
 
 #include "OperationTest.h"
+#include "secureapp/crypto/CryptoPtr.h"
+#include "secureapp/crypto/PrivateKey.h"
+#include "secureapp/keys/OpenedKey.h"
 
 namespace lumo::test {
 namespace {

@@ -94,11 +94,12 @@ TEST(CborProtocol, AnswersOnlyItsOwnCommands) {
 TEST(SecureApp, TellsTheStorageFailureInWords) {
     App phone("cbor");
     phone.configureByCbor();
-    EXPECT_EQ(phone.app.lastStateFailure(), "");
     phone.own.broken = true;
     phone.shared.broken = true;
-    EXPECT_EQ(phone.cbor(0x220B, hex("a1 182d f4")).error, KM_ERROR_SECURE_HW_ACCESS_DENIED);
-    EXPECT_EQ(phone.app.lastStateFailure(), "the test's storage is broken");
+    const secureapp::Reply reply = phone.cbor(0x220B, hex("a1 182d f4"));
+    EXPECT_EQ(reply.error, KM_ERROR_SECURE_HW_ACCESS_DENIED);
+    EXPECT_EQ(reply.cause, secureapp::Cause::kStorage);
+    EXPECT_EQ(reply.reason, "the test's storage is broken");
 }
 
 }  // namespace

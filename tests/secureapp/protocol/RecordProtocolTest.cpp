@@ -167,7 +167,7 @@ TEST(RecordProtocol, RefusesWhatLiesOutside) {
     }
     const Bytes area(3);
     const Bytes probe = words({0x215, 0, 0});
-    EXPECT_TRUE(phone.app.answerRecord(probe, area, area.size()).empty());
+    EXPECT_TRUE(phone.app.exchangeRecord(probe, area, area.size()).body.empty());
     EXPECT_EQ(statusOf(phone.record(generateEc(), {}, 100)), KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     EXPECT_EQ(statusOf(phone.record(probe, {}, 4)), 0);
 }

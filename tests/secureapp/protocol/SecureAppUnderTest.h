@@ -35,10 +35,10 @@ struct App {
         : app(*secureapp::findProfile(profile), level, {}, own, shared, clock, random) {}
 
     // The requests are handed over in blocks of exactly their size.
-    secureapp::CborReply cbor(uint32_t command, const Bytes& request) {
+    secureapp::Reply cbor(uint32_t command, const Bytes& request) {
         const auto exact = std::make_unique<uint8_t[]>(request.size());
         std::copy(request.begin(), request.end(), exact.get());
-        return app.handleCbor(command, {exact.get(), request.size()});
+        return app.exchangeCbor(command, {exact.get(), request.size()});
     }
 
     // The body of a command that must succeed.
@@ -46,7 +46,7 @@ struct App {
         return sendCbor(command, hex(request));
     }
     Bytes sendCbor(uint32_t command, const Bytes& request) {
-        const secureapp::CborReply reply = cbor(command, request);
+        const secureapp::Reply reply = cbor(command, request);
         EXPECT_EQ(reply.error, KM_ERROR_OK) << toHex(request);
         return reply.body;
     }
@@ -57,7 +57,8 @@ struct App {
         std::copy(request.begin(), request.end(), exact.get());
         Bytes area = labels;
         area.resize(capacity, 0xEE);
-        const Bytes answer = app.answerRecord({exact.get(), request.size()}, area, area.size());
+        const Bytes answer =
+            app.exchangeRecord({exact.get(), request.size()}, area, area.size()).body;
         EXPECT_FALSE(answer.empty());
         std::copy(answer.begin(), answer.end(), area.begin());
         return area;

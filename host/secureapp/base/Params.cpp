@@ -1,18 +1,9 @@
-#include "secureapp/base/Types.h"
+#include "secureapp/base/Params.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace lumo::secureapp {
-
-ByteView ByteView::sub(size_t offset, size_t size) const {
-    if (offset >= size_) return {};
-    return {data_ + offset, std::min(size, size_ - offset)};
-}
-
-void refuse(keymaster_error_t code) {
-    throw Refusal(code);
-}
 
 Param intParam(keymaster_tag_t tag, uint64_t value) {
     return {tag, value, {}};
@@ -36,6 +27,15 @@ void ParamSet::add(const ParamSet& others) {
 void ParamSet::removeAll(keymaster_tag_t tag) {
     const auto has_tag = [tag](const Param& param) { return param.tag == tag; };
     params_.erase(std::remove_if(params_.begin(), params_.end(), has_tag), params_.end());
+}
+
+ParamSet ParamSet::part(size_t first, size_t count) const {
+    ParamSet result;
+    const size_t begin = std::min(first, size());
+    const size_t end = begin + std::min(count, size() - begin);
+    result.reserve(end - begin);
+    for (size_t i = begin; i < end; ++i) result.add(params_[i]);
+    return result;
 }
 
 bool ParamSet::contains(keymaster_tag_t tag, uint64_t value) const {

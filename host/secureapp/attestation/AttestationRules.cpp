@@ -1,0 +1,59 @@
+#include "secureapp/attestation/AttestationRules.h"
+
+#include "secureapp/base/Refusal.h"
+
+namespace lumo::secureapp {
+namespace {
+
+constexpr size_t kMaxChallengeBytes = 128;
+constexpr size_t kMaxApplicationIdBytes = 1024;
+constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // there once the device ids are gone
+
+bool isDeviceId(keymaster_tag_t tag) {
+    return tag == KM_TAG_ATTESTATION_ID_BRAND || tag == KM_TAG_ATTESTATION_ID_DEVICE ||
+           tag == KM_TAG_ATTESTATION_ID_PRODUCT || tag == KM_TAG_ATTESTATION_ID_SERIAL ||
+           tag == KM_TAG_ATTESTATION_ID_IMEI || tag == KM_TAG_ATTESTATION_ID_MEID ||
+           tag == KM_TAG_ATTESTATION_ID_MANUFACTURER || tag == KM_TAG_ATTESTATION_ID_MODEL;
+}
+
+}  // namespace
+
+void checkAttestationRequest(uint32_t algorithm, const ParamSet& params,
+                             keymaster_security_level_t level) {
+    if (algorithm != KM_ALGORITHM_RSA && algorithm != KM_ALGORITHM_EC) {
+        refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+    }
+    if (params.contains(KM_TAG_DEVICE_UNIQUE_ATTESTATION)) {
+        refuse(level == KM_SECURITY_LEVEL_STRONGBOX ? KM_ERROR_CANNOT_ATTEST_IDS
+                                                    : KM_ERROR_UNIMPLEMENTED);
+    }
+    const Param* challenge = params.find(KM_TAG_ATTESTATION_CHALLENGE);
+    if (challenge == nullptr) refuse(KM_ERROR_ATTESTATION_CHALLENGE_MISSING);
+    if (challenge->bytes.size() > kMaxChallengeBytes) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+    const Param* application_id = params.find(KM_TAG_ATTESTATION_APPLICATION_ID);
+    if (application_id == nullptr) refuse(KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING);
+    if (application_id->bytes.size() > kMaxApplicationIdBytes)
+        refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+}
+
+ParamSet matchedDeviceIds(const ParamSet& params, const DeviceConfig& config, State& state) {
+    ParamSet ids;
+    for (const Param& param : params) {
+        if (!isDeviceId(param.tag)) continue;
+        const auto known = config.device_ids.find(param.tag);
+        if (known == config.device_ids.end() || known->second.empty() ||
+            known->second != param.bytes) {
+            refuse(KM_ERROR_CANNOT_ATTEST_IDS);
+        }
+        ids.add(param);
+    }
+    if (!ids.empty() && state.read(kIdsDestroyedRecord)) refuse(KM_ERROR_CANNOT_ATTEST_IDS);
+    return ids;
+}
+
+void destroyDeviceIds(State& state) {
+    state.update(kIdsDestroyedRecord,
+                 [](const std::optional<Bytes>&) { return std::optional<Bytes>(Bytes{1}); });
+}
+
+}  // namespace lumo::secureapp

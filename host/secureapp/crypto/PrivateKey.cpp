@@ -1,0 +1,127 @@
+#include "secureapp/crypto/PrivateKey.h"
+
+#include <openssl/err.h>
+
+#include <climits>
+
+#include "secureapp/base/Refusal.h"
+#include "secureapp/crypto/CryptoCalls.h"
+#include "secureapp/crypto/Curves.h"
+
+namespace lumo::secureapp {
+namespace {
+
+// Whether the private part undoes the public one. BoringSSL looks at more than OpenSSL does while
+// it parses.
+bool rsaRoundTrips(EVP_PKEY* key) {
+    constexpr uint8_t kMessage = 2;
+    const int size = EVP_PKEY_size(key);
+    if (size <= 0) return false;
+    Bytes block(static_cast<size_t>(size - 1), 0);
+    block.push_back(kMessage);
+    Bytes encrypted(block.size());
+    Bytes back(block.size());
+    size_t encrypted_size = encrypted.size();
+    size_t back_size = back.size();
+    const auto encryption = rsaContext(key, EVP_PKEY_encrypt_init, RSA_NO_PADDING);
+    const auto decryption = rsaContext(key, EVP_PKEY_decrypt_init, RSA_NO_PADDING);
+    return EVP_PKEY_encrypt(encryption.get(), encrypted.data(), &encrypted_size, block.data(),
+                            block.size()) == 1 &&
+           EVP_PKEY_decrypt(decryption.get(), back.data(), &back_size, encrypted.data(),
+                            encrypted_size) == 1 &&
+           back_size == block.size() && back == block;
+}
+
+// The key in the one form that is given out: named curve, uncompressed point.
+CryptoPtr<EVP_PKEY> ecKeyInStandardForm(EC_KEY* key) {
+    EC_KEY_set_asn1_flag(key, OPENSSL_EC_NAMED_CURVE);
+    EC_KEY_set_conv_form(key, POINT_CONVERSION_UNCOMPRESSED);
+    CryptoPtr<EVP_PKEY> result(EVP_PKEY_new());
+    requireCrypto(result != nullptr && EVP_PKEY_set1_EC_KEY(result.get(), key) == 1);
+    return result;
+}
+
+bool isConsistent(EVP_PKEY* key) {
+    switch (EVP_PKEY_id(key)) {
+        case EVP_PKEY_RSA:
+            return rsaRoundTrips(key);
+        case EVP_PKEY_EC:
+            return EC_KEY_check_key(EVP_PKEY_get0_EC_KEY(key)) == 1;
+        default:
+            return true;
+    }
+}
+
+CryptoPtr<EVP_PKEY> inStandardForm(CryptoPtr<EVP_PKEY> key) {
+    if (EVP_PKEY_id(key.get()) != EVP_PKEY_EC) return key;
+    const CryptoPtr<EC_KEY> ec(EVP_PKEY_get1_EC_KEY(key.get()));
+    requireCrypto(ec != nullptr);
+    return ecKeyInStandardForm(ec.get());
+}
+
+// Null when it does not parse.
+CryptoPtr<EVP_PKEY> decodePrivateKey(ByteView pkcs8) {
+    if (pkcs8.empty() || pkcs8.size() > INT_MAX) return nullptr;
+    const uint8_t* position = pkcs8.data();
+    const CryptoPtr<PKCS8_PRIV_KEY_INFO> info(
+        d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(pkcs8.size())));
+    if (info == nullptr || position != pkcs8.end()) return nullptr;
+    return CryptoPtr<EVP_PKEY>(EVP_PKCS82PKEY(info.get()));
+}
+
+// The bytes that an i2d function allocated.
+Bytes copyEncoding(uint8_t* encoding, int size) {
+    const CryptoPtr<uint8_t> owner(encoding);
+    requireCrypto(size > 0 && encoding != nullptr);
+    return Bytes(encoding, encoding + size);
+}
+
+}  // namespace
+
+CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8) {
+    CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
+    if (key != nullptr && isConsistent(key.get())) return inStandardForm(std::move(key));
+    ERR_clear_error();
+    return nullptr;
+}
+
+CryptoPtr<EVP_PKEY> openPrivateKey(ByteView pkcs8) {
+    CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
+    requireCrypto(key != nullptr);
+    return inStandardForm(std::move(key));
+}
+
+Bytes encodePrivateKey(EVP_PKEY* key) {
+    const CryptoPtr<PKCS8_PRIV_KEY_INFO> info(EVP_PKEY2PKCS8(key));
+    requireCrypto(info != nullptr);
+    uint8_t* encoding = nullptr;
+    const int size = i2d_PKCS8_PRIV_KEY_INFO(info.get(), &encoding);
+    return copyEncoding(encoding, size);
+}
+
+Bytes encodePublicKey(EVP_PKEY* key) {
+    uint8_t* encoding = nullptr;
+    const int size = i2d_PUBKEY(key, &encoding);
+    return copyEncoding(encoding, size);
+}
+
+CryptoPtr<EVP_PKEY> makeRsaKey(uint32_t bits, uint64_t exponent) {
+    const CryptoPtr<RSA> rsa(RSA_new());
+    const CryptoPtr<BIGNUM> e(BN_new());
+    requireCrypto(bits <= INT_MAX && rsa != nullptr && e != nullptr &&
+                  BN_set_word(e.get(), exponent) == 1);
+    requireCrypto(RSA_generate_key_ex(rsa.get(), static_cast<int>(bits), e.get(), nullptr) == 1);
+    CryptoPtr<EVP_PKEY> key(EVP_PKEY_new());
+    requireCrypto(key != nullptr && EVP_PKEY_set1_RSA(key.get(), rsa.get()) == 1);
+    return key;
+}
+
+CryptoPtr<EVP_PKEY> makeEcKey(uint32_t curve) {
+    const Curve* known = findCurve(curve);
+    if (known == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    const CryptoPtr<EC_KEY> key(EC_KEY_new_by_curve_name(known->nid));
+    requireCrypto(key != nullptr && EC_KEY_generate_key(key.get()) == 1);
+    return ecKeyInStandardForm(key.get());
+}
+
+}  // namespace lumo::secureapp

@@ -1,0 +1,65 @@
+// The operations that are running, by handle.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "secureapp/access/AccessControl.h"
+#include "secureapp/base/Environment.h"
+#include "secureapp/operations/Operation.h"
+
+namespace lumo::secureapp {
+
+struct RunningOperation {
+    std::unique_ptr<Operation> operation;
+    uint64_t client = 0;      // who began it
+    bool controlled = false;  // whether access control has admitted it
+    Admission admission;
+};
+
+class OperationTable {
+    using Operations = std::map<uint64_t, RunningOperation>;
+
+  public:
+    // Room for `capacity` operations. Each that ends is released from `access`.
+    OperationTable(size_t capacity, AccessControl& access, RandomSource& random)
+        : capacity_(capacity), access_(access), random_(random) {}
+
+    bool full() const { return operations_.size() >= capacity_; }
+    bool contains(uint64_t handle) const { return operations_.count(handle) != 0; }
+
+    // The handle of the new operation: random, and neither of the two that callers use for "none".
+    uint64_t add(RunningOperation operation);
+
+    // One call to a running operation. The operation ends with the call unless it is told to go on:
+    // whatever fails in between ends it.
+    class Call {
+      public:
+        // KM_ERROR_INVALID_OPERATION_HANDLE where there is no such operation.
+        Call(OperationTable& table, uint64_t handle);
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+        ~Call();
+
+        RunningOperation& running() { return which_->second; }
+        void goOn() { goes_on_ = true; }
+
+      private:
+        OperationTable& table_;
+        Operations::iterator which_;
+        bool goes_on_ = false;
+    };
+
+    // Ends all that the client began.
+    void endAllOf(uint64_t client);
+
+  private:
+    void end(Operations::iterator which);
+
+    const size_t capacity_;
+    AccessControl& access_;
+    RandomSource& random_;
+    Operations operations_;
+};
+
+}  // namespace lumo::secureapp

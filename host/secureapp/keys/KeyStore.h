@@ -1,0 +1,48 @@
+// The keys of one keymaster: sealed into blobs under the secrets of the device and the state that
+// it booted in, and opened again.
+#pragma once
+
+#include "secureapp/base/DeviceConfig.h"
+#include "secureapp/base/Environment.h"
+#include "secureapp/base/Params.h"
+#include "secureapp/base/Secret.h"
+#include "secureapp/keys/KeymasterOptions.h"
+#include "secureapp/keys/OpenedKey.h"
+#include "secureapp/keys/RollbackRegistry.h"
+
+namespace lumo::secureapp {
+
+class KeyStore {
+  public:
+    // `config` may change until the first key is sealed or opened.
+    KeyStore(const KeymasterOptions& options, const DeviceConfig& config, State& own_state,
+             State& shared_state, RandomSource& random);
+
+    // The blob of a key. `binding` carries APPLICATION_ID and APPLICATION_DATA. `replaced` is the
+    // blob that the new one stands in for, or empty.
+    Bytes seal(ByteView material, const Bytes& id, ParamSet authorizations, const ParamSet& binding,
+               ByteView replaced);
+    // KM_ERROR_INVALID_KEY_BLOB for a blob that is damaged, was sealed under other secrets or
+    // another binding, or was deleted: damage is told before anything else about the key.
+    OpenedKey open(ByteView blob, const ParamSet& binding);
+
+    // Only blobs of rollback-resistant keys can be removed; of others nothing is stored.
+    void remove(ByteView blob) { registry_.remove(blob); }
+    void removeAll() { registry_.clear(); }
+
+    // Whether a key was sealed or opened in this boot: from then on its state must stay the same.
+    bool used() const { return !blob_secret_.bytes().empty(); }
+
+  private:
+    const Bytes& blobSecret();
+
+    const KeymasterOptions& options_;
+    const DeviceConfig& config_;
+    State& own_state_;
+    State& shared_state_;
+    RandomSource& random_;
+    RollbackRegistry registry_;
+    Secret blob_secret_;  // empty until it is needed
+};
+
+}  // namespace lumo::secureapp

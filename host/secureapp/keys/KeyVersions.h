@@ -1,0 +1,25 @@
+// The versions of what is installed, which keys are bound to.
+#pragma once
+
+#include "secureapp/base/Params.h"
+
+namespace lumo::secureapp {
+
+// OS version and patch levels, and those of vendor and boot image.
+constexpr keymaster_tag_t kVersionTags[] = {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL,
+                                            KM_TAG_VENDOR_PATCHLEVEL, KM_TAG_BOOT_PATCHLEVEL};
+
+// Whether `value` reads as a date, YYYYMMDD, as patch levels of vendor and boot image must.
+bool isPatchDate(uint64_t value);
+
+// Replaces the version tags in `authorizations`.
+void setVersions(ParamSet& authorizations, const ParamSet& versions);
+
+// Whether a key is bound to just these versions.
+bool isCurrent(const ParamSet& authorizations, const ParamSet& versions);
+
+// Whether upgrading would bind the key to something older. A system of version 0 is one in
+// development, on which keys may follow downwards.
+bool wouldDowngrade(const ParamSet& authorizations, const ParamSet& versions);
+
+}  // namespace lumo::secureapp
