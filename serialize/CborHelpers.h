@@ -28,7 +28,7 @@ extern "C" {
 
 // ---- Reading ----
 //
-// Each helper takes the next item in order; maps are not searched.
+// Each helper reads the next item in order; maps are not searched.
 
 // Enter a container: its items are read next, and nothing marks its end. 1 if entered, and then
 // `reader->item` is the container. Else 0, the error -1 and the item as it was. The forms with a

@@ -1,4 +1,4 @@
-// The messages that tell the secure application of the device's state.
+// The messages that report the state of the device to the secure application.
 
 #include "KeymasterSerialize.h"
 #include "RequestWriter.h"

@@ -28,8 +28,8 @@ class KeymasterUtils;
 // are left at the end; a bad parameter is KM_ERROR_INVALID_TAG (-40). They throw std::bad_alloc.
 // Outputs are set after the whole message was good, but for `out_params->length` (see
 // deserializeClientBegin), and what they held before is not released. Only `out_params` and
-// `output` may be null, and then what is read for them is dropped. Byte strings and arrays that are
-// handed out are copies from array new; the caller releases them with free.
+// `output` may be null, and then what is read for them is dropped. Byte strings and arrays in
+// outputs come from array new; the caller releases them with free.
 class KeymasterSerialize {
   public:
     // `transport` makes every copy out of a response; it stays the caller's and outlives this
@@ -52,7 +52,7 @@ class KeymasterSerialize {
     // caller releases it with free. KM_ERROR_INVALID_TAG when there is no such entry or the tag is
     // of the invalid type; `out` then owns nothing, and `reader->error` has QCBOR's code, 0 for a
     // bad label or string, or KM_ERROR_UNKNOWN_ERROR for the invalid type. Unlike the reader's
-    // helpers it reads on after an error of the reader.
+    // helpers it reads on after an error of the reader. No argument may be null.
     [[nodiscard]] keymaster_error_t parseParams(CborReader* reader, keymaster_key_param_t* out);
 
     // ---- Keys ----

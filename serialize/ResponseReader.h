@@ -29,13 +29,15 @@ class ResponseReader {
     // The bytes stay in the response.
     keymaster_blob_t bytes(MessageLabel label);
 
-    // An entry that may be absent. Where the next one is not as wanted, nothing is read and there
-    // is no error. Kept: that also forgives an answer that is no map, so a finish may be answered
+    // An entry that may be absent: where the next one is not as wanted, nothing is read, and there
+    // is no error afterwards.
+    //
+    // Kept: that also clears the error of an answer that is no map, so a finish may be answered
     // with no bytes at all.
     std::optional<uint32_t> optionalNumber32(MessageLabel label);
     keymaster_blob_t optionalBytes(MessageLabel label);
 
-    // The first failure, as CborReader says; else QCBOR's opinion of where the message ends.
+    // The first failure, as CborReader says; else QCBOR's code where bytes are left after the map.
     [[nodiscard]] keymaster_error_t finish();
 
     bool ok() const { return reader_.error == 0; }
@@ -51,8 +53,9 @@ class ResponseReader {
     CborReader reader_;
 };
 
-// A copy from array new of bytes in a response, for the caller, who releases it with free.
-keymaster_blob_t copyForCaller(keymasterutils::KeymasterUtils* transport,
-                               const keymaster_blob_t& bytes);
+// A copy from array new of bytes in a response, for the caller, who releases it with free. Throws
+// std::bad_alloc.
+[[nodiscard]] keymaster_blob_t copyForCaller(keymasterutils::KeymasterUtils* transport,
+                                             const keymaster_blob_t& bytes);
 
 }  // namespace keymasterdevice
