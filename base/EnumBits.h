@@ -25,22 +25,36 @@ uint32_t enumToBits(const Enum& value) {
     return bits;
 }
 
+// Gives `*value` these bits.
+template <typename Enum>
+void storeEnum(Enum* value, uint32_t bits) {
+    static_assert(std::is_enum<Enum>::value && sizeof(Enum) == 4, "travels as a 32-bit word");
+    std::memcpy(value, &bits, sizeof(bits));
+}
+
 // An enumeration with these bits, for an argument or a return value. To store the result and read
 // it again is to read it as the enumeration.
 // Exempt from the check of enumerations: the return value itself is such a read.
 template <typename Enum>
 __attribute__((no_sanitize("enum"))) Enum enumFromBits(uint32_t bits) {
-    static_assert(std::is_enum<Enum>::value && sizeof(Enum) == 4, "travels as a 32-bit word");
     Enum value;
-    std::memcpy(&value, &bits, sizeof(value));
+    storeEnum(&value, bits);
     return value;
 }
 
-// `value` once more, for a by-value argument.
+// An enumeration on its way into a by-value argument, directly or through templates that forward
+// it: EnumArgument(purpose) in place of purpose.
 template <typename Enum>
-Enum copyEnum(const Enum& value) {
-    return enumFromBits<Enum>(enumToBits(value));
-}
+class EnumArgument {
+  public:
+    explicit EnumArgument(const Enum& value) : bits_(enumToBits(value)) {}
+    operator Enum() const {
+        return enumFromBits<Enum>(bits_);
+    }
+
+  private:
+    uint32_t bits_;
+};
 
 // A keymaster_error_t as a word, signed as its enumerators are, so that the two compare directly.
 using ErrorWord = int32_t;

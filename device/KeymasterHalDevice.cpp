@@ -8,6 +8,7 @@
 
 #include "BadAlloc.h"
 #include "Channel.h"
+#include "EnumBits.h"
 #include "KeymasterCryptoDevice.h"
 #include "TagNames.h"
 #include "cbor/CborCommands.h"
@@ -43,8 +44,8 @@ keymaster_error_t onWire(Hal* device, const Channel& channel, Twin twin, Cbor cb
 
 KeymasterHalDevice::KeymasterHalDevice(keymaster_security_level_t level)
     : crypto_device_(std::make_unique<KeymasterCryptoDevice>()),
-      transport_(std::make_unique<keymasterutils::KeymasterUtils>(level)),
-      security_level_(level) {}
+      transport_(std::make_unique<keymasterutils::KeymasterUtils>(EnumArgument(level))),
+      security_level_(enumToBits(level)) {}
 
 KeymasterHalDevice::~KeymasterHalDevice() = default;
 
@@ -77,8 +78,8 @@ keymaster_error_t KeymasterHalDevice::import_key(const keymaster_key_param_set_t
                                                  const keymaster_blob_t* key_data,
                                                  keymaster_key_blob_t* key_blob,
                                                  keymaster_key_characteristics_t* characteristics) {
-    return onWire(this, channel(), &Hal::legacy_import_key, cbor::import_key, params, format,
-                  key_data, key_blob, characteristics);
+    return onWire(this, channel(), &Hal::legacy_import_key, cbor::import_key, params,
+                  EnumArgument(format), key_data, key_blob, characteristics);
 }
 
 keymaster_error_t KeymasterHalDevice::import_wrapped_key(
@@ -96,8 +97,8 @@ keymaster_error_t KeymasterHalDevice::export_key(keymaster_key_format_t format,
                                                  const keymaster_blob_t* client_id,
                                                  const keymaster_blob_t* app_data,
                                                  keymaster_blob_t* export_data) {
-    return onWire(this, channel(), &Hal::legacy_export_key, cbor::export_key, format, key_blob,
-                  client_id, app_data, export_data);
+    return onWire(this, channel(), &Hal::legacy_export_key, cbor::export_key, EnumArgument(format),
+                  key_blob, client_id, app_data, export_data);
 }
 
 keymaster_error_t KeymasterHalDevice::upgrade_key(const keymaster_key_blob_t* key_blob,
@@ -122,8 +123,8 @@ keymaster_error_t KeymasterHalDevice::begin_operation(keymaster_purpose_t purpos
                                                       const keymaster_key_param_set_t* params,
                                                       keymaster_key_param_set_t* out_params,
                                                       uint64_t* op_handle) {
-    return onWire(this, channel(), &Hal::legacy_begin_operation, cbor::begin_operation, purpose,
-                  key_blob, params, out_params, op_handle);
+    return onWire(this, channel(), &Hal::legacy_begin_operation, cbor::begin_operation,
+                  EnumArgument(purpose), key_blob, params, out_params, op_handle);
 }
 
 keymaster_error_t KeymasterHalDevice::update_operation(
@@ -191,8 +192,8 @@ keymaster_error_t KeymasterHalDevice::get_date_support(bool* supported) {
 keymaster_error_t KeymasterHalDevice::SetRot(uint8_t* root_of_trust, uint8_t* unused, bool locked,
                                              uint8_t* boot_state, _km_boot_state_color_t color,
                                              uint32_t system_version, uint32_t system_patchlevel) {
-    return overRecords(this, &Hal::LegacySetRot, root_of_trust, unused, locked, boot_state, color,
-                       system_version, system_patchlevel);
+    return overRecords(this, &Hal::LegacySetRot, root_of_trust, unused, locked, boot_state,
+                       EnumArgument(color), system_version, system_patchlevel);
 }
 
 keymaster_error_t KeymasterHalDevice::set_early_boot_ended() {

@@ -207,7 +207,7 @@ class KeymasterHalDevice {
     std::unique_ptr<keymasterutils::KeymasterUtils> transport_;
     // Operation handle to purpose; the legacy operations alone fill and read it.
     std::map<uint64_t, keymaster_purpose_t> operation_purposes_;
-    keymaster_security_level_t security_level_;
+    uint32_t security_level_;  // a keymaster_security_level_t, perhaps without an enumerator
 };
 
 }  // namespace keymasterdevice

@@ -6,7 +6,7 @@
 namespace keymaster::V4_1 {
 namespace {
 
-using ::keymasterdevice::copyEnum;
+using ::keymasterdevice::EnumArgument;
 using ::keymasterdevice::errorToWord;
 using ::keymasterdevice::KeymasterHalDevice;
 
@@ -15,7 +15,7 @@ V4_1_ErrorCode toErrorCode(const keymaster_error_t& error) {
 }
 
 std::unique_ptr<KeymasterHalDevice> makeCore(keymaster_security_level_t level) {
-    return std::make_unique<KeymasterHalDevice>(level);
+    return std::make_unique<KeymasterHalDevice>(EnumArgument(level));
 }
 
 }  // namespace
@@ -29,12 +29,12 @@ V4_0_ErrorCode convert(V4_1_ErrorCode error) {
 }
 
 Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level)
-    : Keymaster4Device(copyEnum(security_level)) {}
+    : Keymaster4Device(EnumArgument(security_level)) {}
 
 Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level, MakeCore make_core)
-    : Keymaster4Device(copyEnum(security_level)) {
+    : Keymaster4Device(EnumArgument(security_level)) {
     // The base has started up by now, so nothing of a second core precedes what it sends.
-    notified_device_ = make_core(copyEnum(security_level));
+    notified_device_ = make_core(EnumArgument(security_level));
 }
 
 Keymaster41Device::~Keymaster41Device() = default;

@@ -23,7 +23,7 @@ using ::android::hardware::hidl_string;
 using ::android::hardware::Void;
 using ::android::hardware::keymaster::V4_0::KeyCharacteristics;
 using ::android::hardware::keymaster::V4_0::SecurityLevel;
-using ::keymasterdevice::copyEnum;
+using ::keymasterdevice::EnumArgument;
 using ::keymasterdevice::enumFromBits;
 using ::keymasterdevice::enumToBits;
 using ::keymasterdevice::errorToWord;
@@ -130,7 +130,7 @@ hmac_sharing_params_t toRecord(const HmacSharingParameters& params) {
 }  // namespace
 
 Keymaster4Device::Keymaster4Device(keymaster_security_level_t security_level)
-    : device_(new KeymasterHalDevice(copyEnum(security_level))),
+    : device_(new KeymasterHalDevice(EnumArgument(security_level))),
       security_level_(enumToBits(security_level)) {
     bool date_support = false;
     waitForProperty("ro.build.version.security_patch");

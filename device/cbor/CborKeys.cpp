@@ -48,7 +48,8 @@ keymaster_error_t import_key(const Channel& channel, const keymaster_key_param_s
     if (params == nullptr || !isPresent(key_data)) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     if (key_blob == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
     CborExchange exchange(channel, kImportKey);
-    exchange.encode(&KeymasterSerialize::serializeClientImpKey, params, format, key_data);
+    exchange.encode(&KeymasterSerialize::serializeClientImpKey, params, EnumArgument(format),
+                    key_data);
     exchange.send();
     exchange.decode(&KeymasterSerialize::deserializeClientKeyblob, key_blob);
     if (!exchange.ok()) return exchange.error();
@@ -80,8 +81,8 @@ keymaster_error_t export_key(const Channel& channel, keymaster_key_format_t form
     if (!isPresent(key_blob)) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     if (export_data == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
     CborExchange exchange(channel, kExportKey);
-    exchange.encode(&KeymasterSerialize::serializeClientExpKey, format, key_blob, client_id,
-                    app_data);
+    exchange.encode(&KeymasterSerialize::serializeClientExpKey, EnumArgument(format), key_blob,
+                    client_id, app_data);
     exchange.send();
     exchange.decode(&KeymasterSerialize::deserializeClientExpKey, export_data);
     return exchange.error();

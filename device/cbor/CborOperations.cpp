@@ -16,7 +16,8 @@ keymaster_error_t begin_operation(const Channel& channel, keymaster_purpose_t pu
     clearOutput(out_params);
     if (op_handle == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
     CborExchange exchange(channel, kBeginOperation);
-    exchange.encode(&KeymasterSerialize::serializeClientBegin, purpose, params, key_blob);
+    exchange.encode(&KeymasterSerialize::serializeClientBegin, EnumArgument(purpose), params,
+                    key_blob);
     exchange.send();
     exchange.decode(&KeymasterSerialize::deserializeClientBegin, out_params, op_handle);
     return exchange.error();

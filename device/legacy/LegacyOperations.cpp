@@ -210,7 +210,7 @@ keymaster_error_t copySignature(LegacyExchange& exchange, const OutputPlace& pla
 bool untrack(std::map<uint64_t, keymaster_purpose_t>& purposes, uint64_t op_handle,
              keymaster_purpose_t purpose) {
     const auto entry = purposes.find(op_handle);
-    if (entry == purposes.end() || entry->second != purpose) return false;
+    if (entry == purposes.end() || enumToBits(entry->second) != purpose) return false;
     purposes.erase(entry);
     return true;
 }
@@ -245,7 +245,8 @@ keymaster_error_t KeymasterHalDevice::legacy_begin_operation(
     if (exchange.ok() && response.word(begin_response::kAlgorithm) == KM_ALGORITHM_EC) {
         // Kept: an entry that is there already stays.
         exchange.storeFirstError(catchBadAlloc([&] {
-            operation_purposes_.emplace(handle, purpose);
+            const auto [entry, is_new] = operation_purposes_.try_emplace(handle);
+            if (is_new) storeEnum(&entry->second, enumToBits(purpose));
             return KM_ERROR_OK;
         }));
     }

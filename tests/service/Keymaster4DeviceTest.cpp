@@ -165,8 +165,12 @@ TEST_F(Keymaster4DeviceTest, ValuesWithoutAnEnumeratorPassUnchanged) {
                  device->exportKey(KeyFormat{0x80000000}, kBlob, kNone, kNone, std::ref(a));
              },
              3, 0x80000000, "18181a80000000"},
+            {[&](Answer& a) { device->finish(1, {}, kBlob, kBlob, {}, {}, std::ref(a)); }, 1, 1,
+             "182201"},
         };
         for (const auto& c : cases) {
+            // For begin: handle 1 of an EC key, whose purpose is kept.
+            transport.willReply(legacy ? words({0, 0, 1, 0, 3, 0, 0, 0, 0, 0}) : Bytes());
             Answer answer;
             c.call(answer);
             const Bytes& request = transport.lastSent().request;
