@@ -53,7 +53,7 @@ lumo_library(lumokeymaster4_objects OBJECT ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4_objects PUBLIC lumokeymaster4_headers)
 
 # For tests: everything reachable, the transport left to the test to link.
-add_library(lumokeymaster4_static STATIC $<TARGET_OBJECTS:lumokeymaster4_objects>)
+add_library(lumokeymaster4_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:lumokeymaster4_objects>)
 target_link_libraries(lumokeymaster4_static PUBLIC lumokeymaster4_headers)
 
 # The product, with its exports chosen by the version script.

@@ -1,9 +1,15 @@
 # What every target of ours shares.
 #   lumo_library(name [SHARED|STATIC|OBJECT] sources...)   with our warnings and sanitizers
 #   lumo_executable(name sources...)
+#   lumo_tool(name)                                        an executable for users, in bin/
 #   lumo_test(name sources... LIBS libraries...)           an executable that CTest runs
+#   lumo_precompile(name headers...)                       headers to be parsed once for it
+#   lumo_build_quickly(name)                               not optimised in preset dev
 
 find_package(Threads REQUIRED)
+
+# What the tests need; the default target builds the tools alone.
+add_custom_target(all_tests)
 
 add_library(lumo_flags INTERFACE)
 target_compile_options(lumo_flags INTERFACE
@@ -32,11 +38,36 @@ function(lumo_executable name)
     target_link_libraries(${name} PRIVATE lumo_flags)
 endfunction()
 
+function(lumo_tool name)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+endfunction()
+
+# Only with g++: its sanitizer and OpenSSL builds gain too, and clang's, which has none, finds the
+# includes that a file lacks. Without the preprocessor flag a compiler cache could not look inside.
+function(lumo_precompile name)
+    if(LUMO_PCH)
+        target_precompile_headers(${name} PRIVATE ${ARGN})
+        target_compile_options(${name} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()
+
+# For code whose speed nobody feels: optimising it is most of what compiling it costs. The preset
+# dev alone asks for debug information and optimisation at once.
+function(lumo_build_quickly name)
+    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
+endfunction()
+
 function(lumo_test name)
     cmake_parse_arguments(arg "" "" "LIBS" ${ARGN})
-    add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
-    target_link_libraries(${name} PRIVATE lumo_flags ${arg_LIBS} gmock gtest_main gtest Threads::Threads)
+    lumo_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE ${arg_LIBS} gmock gtest_main gtest Threads::Threads)
+    lumo_build_quickly(${name})
+    if(LUMO_PCH)
+        target_precompile_headers(${name} REUSE_FROM lumo_test_headers)
+        target_compile_options(${name} PRIVATE -fpch-preprocess)
+    endif()
     add_test(NAME ${name} COMMAND ${name})
+    add_dependencies(all_tests ${name})
     # Decoded memory is allocated with array new and released with free, as the interfaces say; both
     # are one heap on the platform. Nothing else is switched off.
     set_tests_properties(${name} PROPERTIES
