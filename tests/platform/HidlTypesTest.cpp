@@ -3,7 +3,6 @@
 #include <hidl/Status.h>
 
 #include <list>
-#include <sstream>
 
 namespace {
 
@@ -56,20 +55,6 @@ TEST(HidlVec, SurvivesAssignmentFromItself) {
     EXPECT_EQ(vec, (Bytes{3}));
 }
 
-TEST(HidlVec, HandsItsBufferOver) {
-    Bytes vec;
-    vec.setToExternal(new uint8_t[2]{1, 2}, 2, true);
-    const std::unique_ptr<uint8_t[]> released(vec.releaseData());
-    EXPECT_EQ(vec.data(), released.get());
-    EXPECT_EQ(vec.size(), 2U);
-
-    uint8_t outside[] = {7};
-    vec.setToExternal(outside, 1);
-    const std::unique_ptr<uint8_t[]> copied(vec.releaseData());
-    EXPECT_NE(copied.get(), outside);
-    EXPECT_EQ(copied[0], 7);
-}
-
 TEST(HidlString, KeepsItsTextTerminated) {
     const hidl_string counted("abcdef", 3);
     EXPECT_STREQ(counted.c_str(), "abc");
@@ -87,38 +72,6 @@ TEST(HidlString, KeepsItsTextTerminated) {
     EXPECT_EQ(embedded, "a") << "compared as C strings";
     EXPECT_LT(hidl_string("a"), hidl_string("b"));
     EXPECT_EQ(std::string(embedded), std::string("a\0b", 3));
-}
-
-TEST(HidlArray, ConvertsBothWays) {
-    const uint8_t raw[] = {1, 2};
-    const hidl_array<uint8_t, 2> array = raw;
-    const std::array<uint8_t, 2> standard = array;
-    EXPECT_EQ((hidl_array<uint8_t, 2>(standard)), array);
-    EXPECT_NE((hidl_array<uint8_t, 2>{}), array);
-    EXPECT_EQ(toString(array), "[2]{1, 2}");
-}
-
-TEST(Status, DescribesItself) {
-    const struct {
-        Status status;
-        android::status_t transactionError;
-        const char* description;
-    } cases[] = {
-        {Status::ok(), android::OK, "No error"},
-        {Status::fromStatusT(android::OK), android::OK, "No error"},
-        {Status::fromExceptionCode(Status::EX_NULL_POINTER, "msg"), android::OK,
-         "Status(EX_NULL_POINTER): 'msg'"},
-        {Status::fromStatusT(android::DEAD_OBJECT), android::DEAD_OBJECT,
-         "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '"},
-        {Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED), android::FAILED_TRANSACTION,
-         "Status(EX_TRANSACTION_FAILED): 'FAILED_TRANSACTION: '"},
-    };
-    for (const auto& c : cases) {
-        std::ostringstream text;
-        text << c.status;
-        EXPECT_EQ(text.str(), c.description);
-        EXPECT_EQ(c.status.transactionError(), c.transactionError);
-    }
 }
 
 TEST(Return, GivesItsValueOrTheDefaultAndWantsErrorsLookedAt) {

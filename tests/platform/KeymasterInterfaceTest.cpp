@@ -7,27 +7,6 @@ namespace {
 using namespace ::android::hardware;
 using namespace ::android::hardware::keymaster;
 
-TEST(KeymasterTypes, PrintNames) {
-    const std::pair<std::string, std::string> cases[] = {
-        {toString(V4_0::Tag::APPLICATION_ID), "APPLICATION_ID"},
-        {toString(static_cast<V4_0::Tag>(V4_1::Tag::STORAGE_KEY)), "0x700002d2"},
-        {toString(V4_1::Tag::STORAGE_KEY), "STORAGE_KEY"},
-        {toString(V4_1::Tag::PURPOSE), "PURPOSE"},
-        {toString(V4_0::ErrorCode{-999}), "0xfffffc19"},
-        {toString(V4_0::ErrorCode::UNKNOWN_ERROR), "UNKNOWN_ERROR"},
-        {toString(V4_1::ErrorCode::EARLY_BOOT_ENDED), "EARLY_BOOT_ENDED"},
-        {toString(V4_0::KeyFormat{2}), "0x2"},
-        {V4_0::toString<V4_0::HardwareAuthenticatorType>(9), "NONE | PASSWORD | 0x8 (0x9)"},
-    };
-    for (const auto& [printed, expected] : cases) EXPECT_EQ(printed, expected);
-
-    V4_0::KeyParameter param{};
-    param.tag = V4_0::Tag::ALGORITHM;
-    param.f.longInteger = ~uint64_t{0};  // no value of any other member
-    const std::string text = toString(hidl_vec<V4_0::KeyParameter>{param});
-    EXPECT_EQ(text.find("[1]{{.tag = ALGORITHM, .f = {.algorithm = 0xffffffff"), 0U) << text;
-}
-
 // The HIDL and the C names were written down separately; their numbers must agree.
 TEST(KeymasterTypes, AgreeWithTheRecords) {
     const std::pair<V4_1::Tag, keymaster_tag_t> tags[] = {
