@@ -4,6 +4,7 @@
 set(LUMO_LIBRARY_SOURCES
     base/Memory.cpp
     base/Outputs.cpp
+    base/VersionNote.cpp
     crypto/KeymasterCryptoDevice.cpp
     crypto/TagNames.cpp
     crypto/keyblob/AttestationDates.cpp
@@ -51,6 +52,9 @@ target_link_libraries(lumokeymaster4_headers INTERFACE lumo::platform lumo::qcbo
 # Compiled once; the product and the library for tests are linked from the same objects.
 lumo_library(lumokeymaster4_objects OBJECT ${LUMO_LIBRARY_SOURCES})
 target_link_libraries(lumokeymaster4_objects PUBLIC lumokeymaster4_headers)
+
+# Nothing runs there, and clang's address sanitizer would pad the note.
+set_source_files_properties(base/VersionNote.cpp PROPERTIES COMPILE_OPTIONS -fno-sanitize=all)
 
 # For tests: everything reachable, the transport left to the test to link.
 add_library(lumokeymaster4_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:lumokeymaster4_objects>)

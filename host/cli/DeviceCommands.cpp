@@ -6,6 +6,7 @@
 
 #include "Command.h"
 #include "Files.h"
+#include "LibraryVersion.h"
 #include "Report.h"
 
 namespace lumo::cli {
@@ -35,6 +36,7 @@ std::string environmentOr(const char* variable, const char* fallback) {
 Action declareInfo(CLI::App& /*app*/, const Common& common) {
     return [&common] {
         Report report = hardwareInfo(connect(common.level()));
+        report["libraryVersion"] = libraryVersion();
         report["transport"] = environmentOr("LUMO_TRANSPORT", "sim");
         report["properties"] = loadProperties().path;
         for (const char* name : {"ro.build.version.release", "ro.build.version.security_patch",
