@@ -18,6 +18,7 @@ using MallocedBytes = std::unique_ptr<uint8_t[], FreeDelete>;
 // `size` bytes from malloc; null when there is no memory. With a size of 0 the result may be null
 // or not, as malloc decides.
 [[nodiscard]] inline MallocedBytes mallocBytes(size_t size) {
+    // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI): a size of 0 is meant
     return MallocedBytes(static_cast<uint8_t*>(std::malloc(size)));
 }
 

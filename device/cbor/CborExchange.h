@@ -21,6 +21,7 @@ class CborExchange {
     // Brings up the link and takes the transport's request buffer for `command`. The transport must
     // outlive the exchange.
     CborExchange(const Channel& channel, const Command& command);
+    ~CborExchange() = default;
     CborExchange(const CborExchange&) = delete;
     CborExchange& operator=(const CborExchange&) = delete;
 

@@ -33,6 +33,7 @@ class LegacyExchange {
     // the transport's.
     LegacyExchange(const Channel& channel, const Command& command, uint32_t header_words,
                    LegacyExchange* append_through = nullptr);
+    ~LegacyExchange() = default;
     LegacyExchange(const LegacyExchange&) = delete;
     LegacyExchange& operator=(const LegacyExchange&) = delete;
 
