@@ -76,6 +76,12 @@ void appendHead(QCBOROutBuf& out, HeadEncoder<Argument> encode, Argument argumen
     }
 }
 
+// Appends to a buffer that is there and has room for any head.
+template <typename Argument>
+void appendFittingHead(QCBOROutBuf& out, HeadEncoder<Argument> encode, Argument argument) {
+    out.uUsed += encode(argument, bytesOf(out) + out.uUsed, kMaxHead);
+}
+
 void appendContent(QCBOREncodeContext& context, UsefulBufC content) {
     QCBOROutBuf& out = context.OutBuf;
     if (content.len > 0 && !failed(context) && take(out, content.len) && stores(out)) {
@@ -165,10 +171,8 @@ void addLabelledItem(QCBOREncodeContext& context, const char* textLabel, int64_t
         return;
     }
     // What nearly every entry is.
-    uint8_t* at = bytesOf(context.OutBuf) + context.OutBuf.uUsed;
-    at += integerEncoder(label)(integerArgument(label), at, kMaxHead);
-    at += encode(argument, at, kMaxHead);
-    context.OutBuf.uUsed = static_cast<size_t>(at - bytesOf(context.OutBuf));
+    appendFittingHead(context.OutBuf, integerEncoder(label), integerArgument(label));
+    appendFittingHead(context.OutBuf, encode, argument);
     innermost(context).uCount = static_cast<uint16_t>(innermost(context).uCount + 2);
 }
 
