@@ -11,7 +11,7 @@ namespace lumo::cli {
 namespace {
 
 // Owner and type of a note that holds a package's metadata as a JSON text.
-constexpr std::string_view kOwner("FDO", 4);
+constexpr char kOwner[] = "FDO";
 constexpr uint32_t kMetadataType = 0xCAFE1A7E;
 
 size_t padded(size_t size) {
@@ -34,8 +34,9 @@ std::string versionInNotes(std::string_view notes) {
         const size_t name_size = padded(header.n_namesz);
         const size_t size = name_size + padded(header.n_descsz);
         if (size > notes.size()) break;
-        if (header.n_type == kMetadataType && notes.substr(0, header.n_namesz) == kOwner) {
-            const std::string version = versionIn(notes.substr(name_size, header.n_descsz));
+        const std::string_view owner = notes.substr(0, header.n_namesz);
+        if (header.n_type == kMetadataType && owner == std::string_view(kOwner, sizeof(kOwner))) {
+            std::string version = versionIn(notes.substr(name_size, header.n_descsz));
             if (!version.empty()) return version;
         }
         notes.remove_prefix(size);
@@ -48,7 +49,7 @@ int visit(dl_phdr_info* object, size_t /*size*/, void* result) {
     for (size_t i = 0; i < object->dlpi_phnum && version.empty(); i++) {
         const ElfW(Phdr)& segment = object->dlpi_phdr[i];
         if (segment.p_type != PT_NOTE || segment.p_align > 4) continue;
-        // The loader gives addresses as numbers.
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader gives addresses as numbers
         const auto* bytes = reinterpret_cast<const char*>(object->dlpi_addr + segment.p_vaddr);
         version = versionInNotes({bytes, segment.p_memsz});
     }
