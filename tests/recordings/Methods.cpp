@@ -6,6 +6,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "CborSteps.h"
+
 namespace lumo::test {
 namespace {
 
@@ -158,6 +160,8 @@ const std::map<std::string, Method>& methods() {
         ONE(TagToString, tagNames(o)),
         ONE(PrintParams, (d.PrintParams(a.params("params")->params, 1), 0)),
         ONE(params_serialize, paramsSerialize(d, a, o)),
+        ONE(read_cbor, (o.said = readCbor(a.bytes("message"), a.text("steps")), 0)),
+        ONE(write_cbor, (o.said = writeCbor(a.text("steps")), 0)),
         ONE(pkcs8_to_internal,
             KeymasterCryptoDevice().pkcs8_to_internal(a.as<keymaster_algorithm_t>("algorithm"),
                                                       a.blob("key"), a.out("ec_key", o.ec_key))),

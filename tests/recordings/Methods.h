@@ -32,6 +32,7 @@ class Args {
         kinds[name] = Kind::kOutput;
         return isNull(name) ? nullptr : &place;
     }
+    std::string text(const std::string& name) const;
     bool is(const std::string& name, const char* wanted) const { return text(name) == wanted; }
     bool isNull(const std::string& name) const { return is(name, "null"); }
     bool has(const std::string& name) const { return texts_.count(name) != 0; }
@@ -39,8 +40,6 @@ class Args {
     std::map<std::string, Kind> kinds;  // of the pointers that the method has asked for
 
   private:
-    std::string text(const std::string& name) const;
-
     std::map<std::string, std::string> texts_;
     std::deque<BlobValue> blobs_;
     std::deque<ParamsValue> params_;
