@@ -225,6 +225,7 @@ TEST_P(Operations, MacsAreThoseOfOpenssl) {
         file("mac", mac.data);
         judge("openssl dgst -mac HMAC -macopt hexkey:" + toHex(secret) + " -binary -" + digest +
               " data | head -c 20 | cmp - mac");
+        EXPECT_EQ(run(kSign, key, digest + " mac:160", data, {}, 7).data, mac.data);
         expectExact(key, digest, data, mac.data);
         EXPECT_EQ(verify(key, digest, data, Bytes(mac.data.begin(), mac.data.begin() + 16)), E::OK);
         EXPECT_EQ(verify(key, digest, data, Bytes(mac.data.begin(), mac.data.begin() + 15)),
@@ -301,7 +302,8 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
         const Bytes key = raw(each.key + " encrypt decrypt callernonce " + how, secret);
         const std::string iv = toHex(pattern(each.nonce_bytes));
         const std::string nonce = iv.empty() ? "" : " nonce:0x" + iv;
-        for (const size_t size : {size_t{0}, each.unit, 8 * each.unit, size_t{240}}) {
+        for (const size_t size :
+             {size_t{0}, each.unit, 2 * each.unit, 8 * each.unit, size_t{240}}) {
             const Bytes data = pattern(size);
             file("data", data);
             const Output whole = run(kEncrypt, key, how + nonce, data);

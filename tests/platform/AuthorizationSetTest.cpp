@@ -7,8 +7,6 @@ namespace {
 
 using keymaster::AuthorizationSet;
 
-const std::string kNonce = "nonce";
-
 keymaster_key_param_t blobParam(keymaster_tag_t tag, const std::string& bytes) {
     return keymaster_param_blob(tag, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
@@ -36,23 +34,6 @@ TEST(AuthorizationSet, OwnsCopiesOfWhatItIsGiven) {
     EXPECT_EQ(record.params[0].enumerated, 3U);
     EXPECT_EQ(bytesOf(record.params[1]), "application id");
     EXPECT_EQ(bytesOf(record.params[2]), std::string(69, 't'));
-}
-
-TEST(AuthorizationSet, CopiesAndMovesAndTakesItsOwnContent) {
-    const keymaster_key_param_t param = blobParam(KM_TAG_NONCE, kNonce);
-    AuthorizationSet original(&param, 1);
-    AuthorizationSet copy = original;
-    AuthorizationSet moved = std::move(original);
-    EXPECT_NE(copy.params[0].blob.data, moved.params[0].blob.data);
-    moved.Clear();
-    EXPECT_TRUE(moved.empty());
-    EXPECT_TRUE(original.empty());  // NOLINT: the source of a move is empty
-
-    ASSERT_TRUE(copy.push_back(copy));
-    ASSERT_TRUE(copy.push_back(copy[0]));
-    ASSERT_TRUE(copy.Reinitialize(copy.params + 1, 2));
-    ASSERT_EQ(copy.size(), 2U);
-    for (const keymaster_key_param_t& kept : copy) EXPECT_EQ(bytesOf(kept), "nonce");
 }
 
 TEST(AuthorizationSet, StaysInvalidUntilReinitialized) {

@@ -55,25 +55,6 @@ TEST(HidlVec, SurvivesAssignmentFromItself) {
     EXPECT_EQ(vec, (Bytes{3}));
 }
 
-TEST(HidlString, KeepsItsTextTerminated) {
-    const hidl_string counted("abcdef", 3);
-    EXPECT_STREQ(counted.c_str(), "abc");
-    EXPECT_STREQ(hidl_string(static_cast<const char*>(nullptr)).c_str(), "");
-
-    hidl_string text = std::string("hello");
-    text = text.c_str() + 1;
-    hidl_string moved = std::move(text);
-    EXPECT_EQ(moved, "ello");
-    EXPECT_TRUE(text.empty());  // NOLINT: the moved-from string is empty
-    EXPECT_STREQ(text.c_str(), "");
-
-    const hidl_string embedded(std::string("a\0b", 3));
-    EXPECT_EQ(embedded.size(), 3U);
-    EXPECT_EQ(embedded, "a") << "compared as C strings";
-    EXPECT_LT(hidl_string("a"), hidl_string("b"));
-    EXPECT_EQ(std::string(embedded), std::string("a\0b", 3));
-}
-
 TEST(Return, GivesItsValueOrTheDefaultAndWantsErrorsLookedAt) {
     const Status dead = Status::fromStatusT(android::DEAD_OBJECT);
     Return<int> good = 5;

@@ -85,19 +85,4 @@ TEST(Properties, FaultyFilesAreNamed) {
     }
 }
 
-TEST(Properties, AreClippedAndRead) {
-    const std::string text(200, 'v');
-    inProcess("/dev/null", "", [&] {
-        SetProperty("long", text);
-        SetProperty("n", "-5");
-        SetProperty("b", "yes");
-        return get("long", "") == text.substr(0, 91) &&
-               get("unset", text.c_str()) == text.substr(0, 91) && get("unset", nullptr).empty() &&
-               property_get_int32("n", 1) == -5 && property_get_int64("n", 1) == -5 &&
-               property_get_int32("b", 7) == 7 && property_get_bool("b", 0) == 1 &&
-               property_get_bool("n", -1) == -1 && property_set("s", "t") == 0 &&
-               get("s", "") == "t";
-    });
-}
-
 }  // namespace

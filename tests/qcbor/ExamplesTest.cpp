@@ -1,7 +1,7 @@
-// RFC 8949, appendix A: decoded, then encoded again from the items.
+// RFC 8949, appendix A, decoded.
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <algorithm>
 #include <sstream>
 
 #include "CborText.h"
@@ -22,7 +22,7 @@ Examples parse(const char* table) {
     return examples;
 }
 
-const Examples kBothWays = parse(R"(
+const Examples kItems = parse(R"(
 00 0:0; 01 0:1; 0a 0:10; 17 0:23; 1818 0:24; 1819 0:25; 1864 0:100; 1903e8 0:1000;
 1a000f4240 0:1000000; 1b000000e8d4a51000 0:1000000000000; 1bffffffffffffffff 0:18446744073709551615u;
 c249010000000000000000 0:#2/4 bigh'010000000000000000';
@@ -42,7 +42,7 @@ a56161614161626142616361436164614461656145 0:{5 1:"a"="A" 1:"b"="B" 1:"c"="C" 1:
 )");
 
 // Floats, simple values without a name, and what is refused: indefinite lengths, great negatives.
-const Examples kDecodedOnly = parse(R"(
+const Examples kRareItems = parse(R"(
 f90000 0:0f; f98000 0:-0f; f93c00 0:1f; fb3ff199999999999a 0:1.1000000000000001f; f93e00 0:1.5f;
 f97bff 0:65504f; fa47c35000 0:100000f; fa7f7fffff 0:3.4028234663852886e+38f;
 fb7e37e43c8800759c 0:1.0000000000000001e+300f; f90001 0:5.9604644775390625e-08f;
@@ -55,41 +55,9 @@ c1fb41d452d9ec200000 0:#1/2 epoch1363896240+0.5; f0 0:simple16; f8ff 0:simple255
 bf61610161629f0203ffff !5 0:"a" 0:1 0:"b" !5 0:2 0:3 !5 !5;
 )");
 
-// Adds the next item, with all it contains, as the decoder saw it.
-void copyItem(QCBORDecodeContext* in, QCBOREncodeContext* out) {
-    QCBORItem item = {};
-    ASSERT_EQ(QCBORDecode_GetNext(in, &item), QCBOR_SUCCESS);
-    const uint8_t type = item.uDataType;
-    const UsefulBufC string = item.val.string;
-    std::string text;
-    const bool named = item.uLabelType == QCBOR_TYPE_TEXT_STRING;
-    if (named) text.assign(static_cast<const char*>(item.label.string.ptr), item.label.string.len);
-    const char* const name = named ? text.c_str() : nullptr;
-    const bool numbered = item.uLabelType == QCBOR_TYPE_INT64;
-    const int64_t number = numbered ? item.label.int64 : QCBOR_NO_INT_LABEL;
-    const uint64_t tag = item.uTagBits != 0 ? item.uTag : CBOR_TAG_NONE;
-    if (type == QCBOR_TYPE_INT64 || type == QCBOR_TYPE_DATE_EPOCH) {
-        QCBOREncode_AddInt64_3(out, name, number, tag, item.val.int64);
-    } else if (type == QCBOR_TYPE_UINT64) {
-        QCBOREncode_AddUInt64_3(out, name, number, tag, item.val.uint64);
-    } else if (type == QCBOR_TYPE_TEXT_STRING || type == QCBOR_TYPE_DATE_STRING) {
-        QCBOREncode_AddText_3(out, name, number, tag, string);
-    } else if (type >= QCBOR_TYPE_BYTE_STRING && type <= QCBOR_TYPE_NEGBIGNUM) {
-        QCBOREncode_AddBytes_3(out, name, number, tag, string);
-    } else if (type == QCBOR_TYPE_ARRAY || type == QCBOR_TYPE_MAP) {
-        const auto label = static_cast<uint64_t>(number);
-        if (type == QCBOR_TYPE_MAP) QCBOREncode_OpenMap_3(out, name, label, tag, 0);
-        if (type == QCBOR_TYPE_ARRAY) QCBOREncode_OpenArray_3(out, name, label, tag, false);
-        for (unsigned i = 0; i < item.val.uCount; ++i) copyItem(in, out);
-        QCBOREncode_CloseArray(out);
-    } else {
-        QCBOREncode_AddSimple_3(out, name, number, tag, type);
-    }
-}
-
 // Whole, and cut off anywhere, when the items begin in the same way.
 TEST(QcborExamples, areDecoded) {
-    for (const Examples* examples : {&kBothWays, &kDecodedOnly}) {
+    for (const Examples* examples : {&kItems, &kRareItems}) {
         ASSERT_GT(examples->size(), 29u);
         for (const auto& [hex, items] : *examples) {
             EXPECT_EQ(decoded(fromHex(hex)), items) << hex;
@@ -98,25 +66,6 @@ TEST(QcborExamples, areDecoded) {
                 beginning.resize(std::min(beginning.find("finish"), beginning.size()));
                 EXPECT_EQ(beginning, items.substr(0, beginning.size())) << hex << ' ' << size;
             }
-        }
-    }
-}
-
-// Each one into a block of its size, and into every one that is too short for it.
-TEST(QcborExamples, areEncoded) {
-    for (const auto& [hex, items] : kBothWays) {
-        const Bytes whole = fromHex(hex);
-        for (size_t capacity = 0; capacity <= whole.size(); ++capacity) {
-            const auto block = std::make_unique<uint8_t[]>(capacity);
-            QCBORDecodeContext in;
-            QCBORDecode_Init(&in, {whole.data(), whole.size()}, QCBOR_DECODE_MODE_NORMAL);
-            QCBOREncodeContext out;
-            QCBOREncode_Init(&out, block.get(), capacity);
-            copyItem(&in, &out);
-            size_t size = 0;
-            const bool fits = capacity == whole.size();
-            EXPECT_EQ(QCBOREncode_Finish(&out, &size), fits ? 0 : QCBOR_ERR_BUFFER_TOO_SMALL);
-            EXPECT_EQ(toHex(block.get(), size), fits ? hex : "");
         }
     }
 }
