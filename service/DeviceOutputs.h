@@ -21,7 +21,10 @@ struct Output : Record {
 // The device core wants an entry array from its caller and replaces it by the new chain's: the
 // placeholder stands in for that array and is never freed.
 struct OutputChain : keymaster_cert_chain_t {
-    OutputChain() : keymaster_cert_chain_t{&placeholder, 1} {}
+    OutputChain() {
+        entries = &placeholder;
+        entry_count = 1;
+    }
     ~OutputChain() {
         if (entries != &placeholder) ::keymasterdevice::releaseOutput(this);
     }

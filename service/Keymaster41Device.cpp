@@ -33,7 +33,7 @@ Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level)
 
 Keymaster41Device::Keymaster41Device(keymaster_security_level_t security_level, MakeCore make_core)
     : Keymaster4Device(EnumArgument(security_level)) {
-    // The base has started up by now, so nothing of a second core precedes what it sends.
+    // Here, so that the start-up of the base is over before there is a second core.
     notified_device_ = make_core(EnumArgument(security_level));
 }
 

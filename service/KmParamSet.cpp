@@ -80,8 +80,8 @@ void toHidl(keymaster_key_param_t* from, KeyParameter* to) {
             return;
         case KM_INVALID:
         default:
-            // Kept: the source's tag is overwritten although the set came in as read-only; callers
-            // release it right afterwards.
+            // Kept: the tag of the source is overwritten although the set is const for the caller,
+            // who releases it right afterwards.
             from->tag = KM_TAG_INVALID;
             return;
     }
@@ -89,15 +89,18 @@ void toHidl(keymaster_key_param_t* from, KeyParameter* to) {
 
 }  // namespace
 
-KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from)
-    : keymaster_key_param_set_t{allocateParams(from.size()), from.size()} {
+KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from, size_t free_entries)
+    : keymaster_key_param_set_t{} {
+    params = allocateParams(from.size() + free_entries);
+    length = from.size() + free_entries;
     for (size_t i = 0; i < from.size(); ++i) toKeymaster(from[i], &params[i]);
 }
 
+KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from) : KmParamSet(from, 0) {}
+
 KmParamSet::KmParamSet(const hidl_vec<KeyParameter>& from, const keymaster_key_param_t& last)
-    : keymaster_key_param_set_t{allocateParams(from.size() + 1), from.size() + 1} {
-    for (size_t i = 0; i < from.size(); ++i) toKeymaster(from[i], &params[i]);
-    params[from.size()] = last;
+    : KmParamSet(from, 1) {
+    params[length - 1] = last;
 }
 
 KmParamSet::~KmParamSet() {

@@ -5,6 +5,8 @@
 #include <android/hardware/keymaster/4.0/types.h>
 #include <hardware/keymaster_defs.h>
 
+#include <cstddef>
+
 namespace keymaster::V4_0 {
 
 // HIDL parameters as a keymaster parameter set. Owns the array; entries of type big number or bytes
@@ -22,6 +24,11 @@ class KmParamSet : public keymaster_key_param_set_t {
     ~KmParamSet();
     KmParamSet(const KmParamSet&) = delete;
     KmParamSet& operator=(const KmParamSet&) = delete;
+
+  private:
+    KmParamSet(const ::android::hardware::hidl_vec<
+                   ::android::hardware::keymaster::V4_0::KeyParameter>& from,
+               size_t free_entries);
 };
 
 // A keymaster parameter set as HIDL parameters, whose blobs are views of the set's. A set without

@@ -35,7 +35,7 @@ Matching matchPattern(const char* pattern, const char* text, size_t slots, regma
     return result == 0 ? Matching::kMatched : Matching::kNoMatch;
 }
 
-// Matches a date; logs why it does not, with `mismatch` as the words for another form.
+// Matches a date. Logs why it does not match: `mismatch` is the line for a text of another form.
 bool matchDate(const char* text, const char* mismatch, size_t slots, regmatch_t* matches) {
     const Matching outcome = matchPattern(kDatePattern, text, slots, matches);
     if (outcome == Matching::kMatched) return true;

@@ -1,9 +1,8 @@
 // The part of a key blob that stands in clear.
 //
-// All fields are little-endian and packed, so that many stand at odd offsets. Offsets are bytes
-// from the start of the blob. A flag byte tells whether its field is there: zero is absent. For a
-// boolean authorization the byte is flag and value at once. What is not listed belongs to the
-// secure application and is never read here.
+// All fields are little-endian and packed, so many are not aligned. Offsets are bytes from the
+// start of the blob. A flag byte is 0 where its field is absent, and a boolean is its own flag. The
+// bytes that are not listed are the secure application's and are not read.
 #pragma once
 
 #include <cstddef>

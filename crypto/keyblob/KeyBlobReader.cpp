@@ -26,8 +26,9 @@ struct CountMessages {
 constexpr CountMessages kHardwareMessages = {"teeparams mismatch", "teeParamsCount"};
 constexpr CountMessages kSoftwareMessages = {"swParamsCount mismatch", "swParamsCount"};
 
-// Collects one set. Every entry that the blob has is counted, but none is written past the declared
-// number, and an array with more elements than room is not read.
+// Collects one set of a blob that is long enough for its version. Every entry that the blob has is
+// counted, but none is written past the declared number, and an array with more elements than room
+// is not read.
 class SetReader {
   public:
     SetReader(const ByteReader& blob, size_t count_offset)
@@ -45,7 +46,7 @@ class SetReader {
         return false;
     }
 
-    // `count_offset` elements from `first` on, each an entry of its own.
+    // An entry for each element from `first` on; the word at `count_offset` is their number.
     void array(keymaster_tag_t tag, size_t first, size_t count_offset, uint32_t capacity) {
         const uint32_t count = blob_.le32At(count_offset);
         if (count > capacity) {
