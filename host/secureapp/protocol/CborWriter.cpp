@@ -2,6 +2,8 @@
 
 #include <cbor.h>
 
+#include <algorithm>
+
 #include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
@@ -34,6 +36,9 @@ void CborWriter::appendSigned(uint64_t bits) {
 }
 
 void CborWriter::appendBytes(ByteView value) {
+    // With room for the heads around it: the entry behind a long value would move it again.
+    const size_t needed = message_.size() + value.size() + 4 * kMaxHeadBytes;
+    if (needed > message_.capacity()) message_.reserve(std::max(needed, 2 * message_.capacity()));
     appendHead(message_, cbor_encode_bytestring_start, value.size());
     append(message_, value);
 }
