@@ -17,6 +17,7 @@ namespace lumo::secureapp {
 struct CryptoDelete {
     void operator()(BIGNUM* number) const { BN_clear_free(number); }
     void operator()(ECDSA_SIG* signature) const { ECDSA_SIG_free(signature); }
+    void operator()(EC_POINT* point) const { EC_POINT_free(point); }
     void operator()(EC_KEY* key) const { EC_KEY_free(key); }
     void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }

@@ -40,4 +40,10 @@ const Curve* findCurveOfNid(int nid) {
     return find([nid](const Curve& each) { return each.nid == nid; });
 }
 
+const Curve* findCurveOfOid(ByteView oid) {
+    return find([oid](const Curve& each) {
+        return std::equal(each.oid.begin(), each.oid.end(), oid.begin(), oid.end());
+    });
+}
+
 }  // namespace lumo::secureapp

@@ -22,5 +22,6 @@ const std::array<Curve, 4>& curves();
 const Curve* findCurve(uint64_t curve);
 const Curve* findCurveOfBits(uint64_t bits);
 const Curve* findCurveOfNid(int nid);
+const Curve* findCurveOfOid(ByteView oid);
 
 }  // namespace lumo::secureapp

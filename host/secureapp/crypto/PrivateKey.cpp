@@ -7,6 +7,7 @@
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/CryptoCalls.h"
 #include "secureapp/crypto/Curves.h"
+#include "secureapp/crypto/Der.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -76,6 +77,43 @@ Bytes copyEncoding(uint8_t* encoding, int size) {
     return Bytes(encoding, encoding + size);
 }
 
+// An EC key as encodePrivateKey writes it, without the multiplication with which libcrypto checks
+// that the two halves belong together; null for what is written in another way.
+CryptoPtr<EVP_PKEY> openStandardEcKey(ByteView pkcs8) {
+    constexpr der::Tag kPublicKeyTag = der::context(1);
+    CryptoPtr<EC_KEY> key;
+    try {
+        der::Reader info = der::Reader(pkcs8).enter(der::kSequence);
+        info.next(der::kInteger);
+        der::Reader algorithm = info.enter(der::kSequence);
+        algorithm.next(der::kObjectIdentifier);
+        const der::Item oid = algorithm.next();
+        if (oid.tag != der::kObjectIdentifier) return nullptr;
+        const Curve* curve = findCurveOfOid(oid.contents);
+        if (curve == nullptr) return nullptr;
+        der::Reader inner =
+            der::Reader(info.next(der::kOctetString).contents).enter(der::kSequence);
+        inner.next(der::kInteger);
+        const ByteView scalar = inner.next(der::kOctetString).contents;
+        const ByteView bits = inner.enter(kPublicKeyTag).next(der::kBitString).contents;
+        const ByteView point = bits.sub(1);  // behind the number of unused bits
+        key.reset(EC_KEY_new_by_curve_name(curve->nid));
+        const CryptoPtr<BIGNUM> number(BN_bin2bn(scalar.data(), CryptoLength{scalar}, nullptr));
+        requireCrypto(key != nullptr && number != nullptr);
+        const EC_GROUP* group = EC_KEY_get0_group(key.get());
+        const CryptoPtr<EC_POINT> place(EC_POINT_new(group));
+        if (place == nullptr || EC_KEY_set_private_key(key.get(), number.get()) != 1 ||
+            EC_POINT_oct2point(group, place.get(), point.data(), point.size(), nullptr) != 1 ||
+            EC_KEY_set_public_key(key.get(), place.get()) != 1) {
+            ERR_clear_error();
+            return nullptr;
+        }
+    } catch (const Refusal&) {
+        return nullptr;
+    }
+    return ecKeyInStandardForm(key.get());
+}
+
 }  // namespace
 
 CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8) {
@@ -86,6 +124,7 @@ CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8) {
 }
 
 CryptoPtr<EVP_PKEY> openPrivateKey(ByteView pkcs8) {
+    if (CryptoPtr<EVP_PKEY> ec = openStandardEcKey(pkcs8)) return ec;
     CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
     requireCrypto(key != nullptr);
     return inStandardForm(std::move(key));

@@ -54,9 +54,7 @@ bool namesForeignCurve(ByteView pkcs8) {
     if (!identifier || !readElement(*identifier, kOid)) return false;
     const std::optional<ByteView> oid = readElement(*identifier, kOid);
     if (!oid) return false;
-    return std::none_of(curves().begin(), curves().end(), [&oid](const Curve& each) {
-        return std::equal(each.oid.begin(), each.oid.end(), oid->begin(), oid->end());
-    });
+    return findCurveOfOid(*oid) == nullptr;
 }
 
 uint32_t curveOf(EVP_PKEY* key) {

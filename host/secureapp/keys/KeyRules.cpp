@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
+#include <tuple>
 
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Curves.h"
@@ -87,13 +89,15 @@ std::optional<Param> stored(const Param& param) {
 
 ParamSet withoutRepetition(const ParamSet& params) {
     ParamSet result;
+    std::set<std::tuple<keymaster_tag_t, uint64_t, Bytes>> seen;
+    std::set<keymaster_tag_t> tags;
     for (const Param& each : params) {
-        const std::optional<Param> param = stored(each);
-        if (!param || std::find(result.begin(), result.end(), *param) != result.end()) continue;
-        if (!keymaster_tag_repeatable(param->tag) && result.contains(param->tag)) {
+        std::optional<Param> param = stored(each);
+        if (!param || !seen.emplace(param->tag, param->integer, param->bytes).second) continue;
+        if (!tags.insert(param->tag).second && !keymaster_tag_repeatable(param->tag)) {
             refuse(KM_ERROR_INVALID_ARGUMENT);
         }
-        result.add(*param);
+        result.add(std::move(*param));
     }
     return result;
 }
