@@ -70,6 +70,7 @@ class MemoryState : public secureapp::State {
             records.erase(name);
         }
     }
+    void remove(const std::string& name) override { records.erase(name); }
 
   private:
     void check() const {

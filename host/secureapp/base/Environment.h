@@ -31,6 +31,9 @@ class StateError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The size of the largest record.
+constexpr size_t kMaxRecordBytes = 16 << 20;
+
 // Named records that survive a restart. Every call throws StateError when the storage fails.
 class State {
   public:
@@ -41,6 +44,10 @@ class State {
     virtual void update(
         const std::string& name,
         const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) = 0;
+    // Removes the record, whatever it holds; none is fine.
+    virtual void remove(const std::string& name) = 0;
+    // Differs from an earlier one if the record has changed since; nothing where that is not known.
+    virtual std::optional<Bytes> stamp(const std::string& /*name*/) { return std::nullopt; }
 };
 
 // The secrets that everything else is derived from: a record of the instance's own, and one that

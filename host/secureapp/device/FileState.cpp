@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <thread>
 
@@ -20,9 +21,6 @@ constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kOthersMask = 0077;
 constexpr mode_t kOthersWriteMask = 0022;
-
-// Far above any record; a file of another size is none of ours.
-constexpr off_t kMaxRecordBytes = 16 << 20;
 
 constexpr auto kLockPatience = std::chrono::seconds(10);
 constexpr auto kLockPause = std::chrono::milliseconds(10);
@@ -59,7 +57,7 @@ FileHandle openFile(const std::string& path, int flags) {
 void requirePrivateFile(const FileHandle& file, const std::string& path) {
     struct stat status = {};
     if (::fstat(file.get(), &status) != 0) failSystem("look at", path, errno);
-    if (!S_ISREG(status.st_mode) || status.st_size > kMaxRecordBytes) {
+    if (!S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) > kMaxRecordBytes) {
         throw StateError(path + " is not a file that this program has written");
     }
     requireOwn(status, path, kOthersMask);
@@ -200,8 +198,36 @@ void FileState::update(
     const std::optional<Bytes> after = change(before);
     if (after == before) return;
     if (after) return writePrivateFile(file, *after);
-    if (::unlink(file.c_str()) != 0) failSystem("remove", file, errno);
+    removeFile(file);
+}
+
+void FileState::remove(const std::string& name) {
+    const std::string file = path(name);
+    const FileHandle held = lockFile(folder_ + "/" + kLockName);
+    removeFile(file);
+}
+
+void FileState::removeFile(const std::string& file) {
+    if (::unlink(file.c_str()) != 0 && errno != ENOENT) failSystem("remove", file, errno);
     syncFolderAt(folder_);
+}
+
+// Every change makes a new file. The kernel's clock ticks slowly and numbers of files come back, so
+// a file as young as that could be taken for another.
+std::optional<Bytes> FileState::stamp(const std::string& name) {
+    constexpr std::time_t kSettledSeconds = 2;
+    struct stat status = {};
+    timespec now = {};
+    if (::stat(path(name).c_str(), &status) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0 ||
+        now.tv_sec - status.st_ctim.tv_sec < kSettledSeconds) {
+        return std::nullopt;
+    }
+    Bytes stamp;
+    appendLittle(stamp, static_cast<uint64_t>(status.st_ino), sizeof(uint64_t));
+    appendLittle(stamp, static_cast<uint64_t>(status.st_size), sizeof(uint64_t));
+    appendLittle(stamp, static_cast<uint64_t>(status.st_ctim.tv_sec), sizeof(uint64_t));
+    appendLittle(stamp, static_cast<uint64_t>(status.st_ctim.tv_nsec), sizeof(uint64_t));
+    return stamp;
 }
 
 }  // namespace lumo::secureapp

@@ -29,9 +29,12 @@ class FileState : public State {
     void update(
         const std::string& name,
         const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) override;
+    void remove(const std::string& name) override;
+    std::optional<Bytes> stamp(const std::string& name) override;
 
   private:
     std::string path(const std::string& name) const;
+    void removeFile(const std::string& file);
 
     std::string folder_;
 };

@@ -95,7 +95,7 @@ class Keymaster {
 
   private:
     void requireConfigured() const;
-    ParamSet acceptedParams(const ParamSet& params) const;
+    ParamSet acceptedParams(const ParamSet& params);
     // Makes the blob of a new key. `params` passed the rules of creation; `facts` are those of
     // `material`.
     Bytes createKey(const ParamSet& params, uint32_t origin, const KeyFacts& facts,

@@ -41,14 +41,19 @@ Bytes Keymaster::importMaterial(const ParamSet& params, uint32_t format, ByteVie
     return createKey(accepted, origin, facts, data);
 }
 
-ParamSet Keymaster::acceptedParams(const ParamSet& params) const {
+ParamSet Keymaster::acceptedParams(const ParamSet& params) {
     requireConfigured();
     CreationContext context;
     context.level = options_.level;
     context.early_boot = early_boot_;
     context.rollback_resistance = config_.rollback_resistance;
     context.user_presence = config_.user_presence;
-    return acceptCreation(params, context);
+    ParamSet accepted = acceptCreation(params, context);
+    if (accepted.contains(KM_TAG_ROLLBACK_RESISTANCE) && !keys_.hasRollbackRoom()) {
+        refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE,
+               "the registry of rollback-resistant keys is full; delete some of them");
+    }
+    return accepted;
 }
 
 Bytes Keymaster::createKey(const ParamSet& params, uint32_t origin, const KeyFacts& facts,
@@ -73,6 +78,7 @@ OpenedKey Keymaster::openForUse(ByteView blob, const ParamSet& binding) {
     OpenedKey key = open(blob, binding);
     if (key.authorizations.contains(KM_TAG_BOOTLOADER_ONLY)) refuse(KM_ERROR_INVALID_KEY_BLOB);
     if (!isCurrent(key.authorizations, versions_)) refuse(KM_ERROR_KEY_REQUIRES_UPGRADE);
+    keys_.use(blob, key);
     return key;
 }
 

@@ -51,7 +51,8 @@ Bytes KeyStore::seal(ByteView material, const Bytes& id, ParamSet authorizations
     const Secret blob_key(deriveBlobKey(blobSecret(), binding));
     Bytes blob = sealBlob({material, std::move(authorizations), id}, version,
                           options_.early_boot_blobs, blob_key.bytes(), random_);
-    if (resistant) registry_.add(blob, replaced);
+    if (resistant && replaced.empty()) registry_.add(blob);
+    if (resistant && !replaced.empty()) registry_.addBeside(replaced, blob);
     return blob;
 }
 
@@ -62,6 +63,10 @@ OpenedKey KeyStore::open(ByteView blob, const ParamSet& binding) {
         refuse(KM_ERROR_INVALID_KEY_BLOB);
     }
     return key;
+}
+
+void KeyStore::use(ByteView blob, const OpenedKey& key) {
+    if (isRollbackResistant(key.authorizations)) registry_.use(blob);
 }
 
 const Bytes& KeyStore::blobSecret() {

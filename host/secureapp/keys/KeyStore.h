@@ -26,6 +26,11 @@ class KeyStore {
     // another binding, or was deleted: damage is told before anything else about the key.
     OpenedKey open(ByteView blob, const ParamSet& binding);
 
+    // Whether another rollback-resistant key can be made.
+    bool hasRollbackRoom() { return registry_.hasRoom(); }
+    // The key was opened to be used: from then on an older blob of it opens no more.
+    void use(ByteView blob, const OpenedKey& key);
+
     // Only blobs of rollback-resistant keys can be removed; of others nothing is stored.
     void remove(ByteView blob) { registry_.remove(blob); }
     void removeAll() { registry_.clear(); }

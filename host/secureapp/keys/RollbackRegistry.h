@@ -1,6 +1,12 @@
 // The list of rollback-resistant keys that are alive. It names their blobs, not their ids: whoever
 // deletes a key need not be able to open it.
+//
+// Upgrading gives a key another blob, which its owner may fail to store. So old and new blob are
+// one registration: either opens until the new one is first used.
 #pragma once
+
+#include <optional>
+#include <vector>
 
 #include "secureapp/base/Bytes.h"
 #include "secureapp/base/Environment.h"
@@ -11,14 +17,34 @@ class RollbackRegistry {
   public:
     explicit RollbackRegistry(State& state) : state_(state) {}
 
-    bool lists(ByteView blob) const;
-    // Adds `blob`, in the place of `replaced` where that was listed.
-    void add(ByteView blob, ByteView replaced);
+    bool lists(ByteView blob);
+    // Whether there is room for another key.
+    bool hasRoom();
+    // Registers a new key. KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE where there is no room.
+    void add(ByteView blob);
+    // Registers `blob` beside `replaced`, the same key's.
+    void addBeside(ByteView replaced, ByteView blob);
+    // The key is used by this blob: the older ones that it replaces are dropped.
+    void use(ByteView blob);
+    // Removes the key with all its blobs.
     void remove(ByteView blob);
+    // Works whatever the record holds.
     void clear();
 
   private:
+    // The record as it was read last, and where its digests are.
+    struct Index {
+        Bytes record;
+        std::vector<uint32_t> sorted;  // offsets of the digests, in the order of the digests
+        std::vector<size_t> groups;    // offsets of keys with several blobs
+    };
+
+    // Read again only when the record has changed.
+    const Index& current();
+
     State& state_;
+    Index index_;
+    std::optional<Bytes> stamp_;  // of the record that `index_` was read from
 };
 
 }  // namespace lumo::secureapp

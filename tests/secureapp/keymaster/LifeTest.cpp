@@ -45,8 +45,42 @@ TEST(Versions, UpgradesOldBlobs) {
     EXPECT_TRUE(key.hardware().contains(KM_TAG_HARDWARE_TYPE, kTee));
     EXPECT_TRUE(key.software().contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED));
     EXPECT_TRUE(key.unreported().empty());
-    // What is kept track of can tell the two apart.
-    EXPECT_EQ(errorOf([&] { device->upgradeKey(old, {}); }), KM_ERROR_INVALID_KEY_BLOB);
+}
+
+TEST(Rollback, AnUpgradeLosesNoKeyAndADeletedOneStaysAway) {
+    Device device;
+    device.config.rollback_resistance = true;
+    device.boot();
+    const ParamSet params = with(aesKey(), {boolParam(KM_TAG_ROLLBACK_RESISTANCE)});
+    const Bytes old = device->generateKey(params);
+    EXPECT_EQ(device.state.records["rollback-registry"].size(), 32U);
+    const auto upgrade = [&](const Bytes& blob) {
+        return errorOf([&] { device->upgradeKey(blob, {}); });
+    };
+    const auto use = [&](const Bytes& blob) {
+        return errorOf([&] { device->begin(KM_PURPOSE_ENCRYPT, blob, ecb()); });
+    };
+    device.hal = versions(120000, 202012, 20201105);
+    device.boot();
+    const Bytes lost = device->upgradeKey(old, {});
+    const Bytes stored = device->upgradeKey(old, {});  // nobody has the first one
+    EXPECT_EQ(use(stored), KM_ERROR_OK);
+    EXPECT_EQ(upgrade(old), KM_ERROR_INVALID_KEY_BLOB);
+    EXPECT_EQ(use(lost), KM_ERROR_INVALID_KEY_BLOB);
+    EXPECT_EQ(device.state.records["rollback-registry"].size(), 32U);
+
+    device.hal = versions(130000, 202012, 20201105);
+    device.boot();
+    const Bytes newest = device->upgradeKey(stored, {});
+    device->deleteKey(stored);
+    EXPECT_EQ(use(newest), KM_ERROR_INVALID_KEY_BLOB);
+    EXPECT_EQ(upgrade(stored), KM_ERROR_INVALID_KEY_BLOB);
+
+    device.state.records["rollback-registry"].resize(16 << 20);
+    EXPECT_EQ(errorOf([&] { device->generateKey(params); }),
+              KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
+    device->deleteAllKeys();
+    EXPECT_EQ(use(device->generateKey(params)), KM_ERROR_OK);
 }
 
 TEST(Configuration, ComesOnceAndFirst) {
