@@ -39,12 +39,13 @@ Bytes notAfter(const LeafRequest& request, const IssuerFields& issuer) {
     return expires ? certificateTime(*expires) : issuer.not_after.copy();
 }
 
-std::vector<Bytes> leafExtensions(const LeafRequest& request) {
+std::vector<Bytes> leafExtensions(const LeafRequest& request, EVP_PKEY* batch_key) {
     std::vector<Bytes> extensions;
     const std::vector<KeyUsage> usages = keyUsages(request.authorizations);
     if (!usages.empty()) extensions.push_back(keyUsageExtension(usages));
     extensions.push_back(extension(der::objectIdentifier({1, 3, 6, 1, 4, 1, 11129, 2, 1, 17}),
                                    false, encodeKeyDescription(request.description)));
+    extensions.push_back(authorityKeyIdentifierExtension(batch_key));
     return extensions;
 }
 
@@ -74,7 +75,7 @@ Bytes makeLeafCertificate(const LeafRequest& request, EVP_PKEY* batch_key,
     fields.not_after = notAfter(request, issuer);
     fields.subject = commonName(kLeafName);
     fields.public_key = request.public_key;
-    fields.extensions = leafExtensions(request);
+    fields.extensions = leafExtensions(request, batch_key);
     return signCertificate(fields, batch_key);
 }
 

@@ -4,7 +4,6 @@
 #include "secureapp/attestation/FixedAttestationKeys.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Der.h"
-#include "secureapp/crypto/Digest.h"
 #include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
@@ -33,17 +32,7 @@ struct Authority {
     EVP_PKEY* key;
 };
 
-// From the public key, so that verifiers tell apart roots of one name.
-Bytes keyIdentifier(EVP_PKEY* key) {
-    constexpr size_t kIdentifierBytes = 20;
-    Bytes identifier = sha256(encodePublicKey(key));
-    identifier.resize(kIdentifierBytes);
-    return identifier;
-}
-
 Bytes authorityCertificate(const Authority& subject, const Authority& issuer) {
-    constexpr uint32_t kKeyIdentifierTag = 0;  // IMPLICIT
-    const der::Tag key_identifier = {der::kContextClass, kKeyIdentifierTag};
     CertificateFields fields;
     fields.serial = subject.serial;
     fields.issuer = commonName(issuer.name);
@@ -55,10 +44,8 @@ Bytes authorityCertificate(const Authority& subject, const Authority& issuer) {
         extension(der::objectIdentifier({2, 5, 29, 19}), true,  // basicConstraints
                   der::sequence({der::boolean(true)})),
         keyUsageExtension({KeyUsage::kKeyCertSign}),
-        extension(der::objectIdentifier({2, 5, 29, 14}), false,  // subjectKeyIdentifier
-                  der::octetString(keyIdentifier(subject.key))),
-        extension(der::objectIdentifier({2, 5, 29, 35}), false,  // authorityKeyIdentifier
-                  der::sequence({der::item(key_identifier, keyIdentifier(issuer.key))})),
+        subjectKeyIdentifierExtension(subject.key),
+        authorityKeyIdentifierExtension(issuer.key),
     };
     return signCertificate(fields, issuer.key);
 }
@@ -105,7 +92,8 @@ AttestationKey decodeRecord(const std::string& name, ByteView record) {
     AttestationKey decoded;
     try {
         der::Reader parts = der::Reader(record).enter(der::kSequence);
-        decoded.key = parsePrivateKey(parts.next(der::kOctetString).contents);
+        // Checked when it was made.
+        decoded.key = openPrivateKey(parts.next(der::kOctetString).contents);
         while (!parts.atEnd()) {
             decoded.chain.push_back(parts.next(der::kOctetString).contents.copy());
             readIssuer(decoded.chain.back());

@@ -1,12 +1,12 @@
 #include "secureapp/attestation/Certificate.h"
 
 #include <algorithm>
-#include <array>
-#include <ctime>
 
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/crypto/Der.h"
+#include "secureapp/crypto/Digest.h"
+#include "secureapp/crypto/PrivateKey.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -14,6 +14,7 @@ namespace {
 constexpr uint64_t kVersion3 = 2;  // as encoded
 constexpr uint32_t kVersionTag = 0;
 constexpr uint32_t kExtensionsTag = 3;
+constexpr uint64_t kSecondsPerDay = 86400;
 
 Bytes signatureAlgorithm(EVP_PKEY* key) {
     if (EVP_PKEY_id(key) == EVP_PKEY_RSA) {  // sha256WithRSAEncryption
@@ -41,6 +42,41 @@ Bytes bitString(ByteView bytes, uint8_t unused_bits) {
     Bytes contents = {unused_bits};
     append(contents, bytes);
     return der::item(der::kBitString, contents);
+}
+
+Bytes keyIdentifier(EVP_PKEY* key) {
+    constexpr size_t kIdentifierBytes = 20;
+    Bytes identifier = sha256(encodePublicKey(key));
+    identifier.resize(kIdentifierBytes);
+    return identifier;
+}
+
+struct Date {
+    uint64_t year, month, day;
+};
+
+// The Gregorian date of a day since 1970-01-01. Not by the C library, whose time ends in 2038 where
+// it has 32 bits. Years begin in March, so that the leap day comes last.
+Date dateOf(uint64_t days) {
+    constexpr uint64_t kDaysTo1970 = 719468;  // from 0000-03-01
+    constexpr uint64_t kDaysPerEra = 146097;  // 400 years
+    const uint64_t whole = days + kDaysTo1970;
+    const uint64_t day_of_era = whole % kDaysPerEra;
+    const uint64_t year_of_era =
+        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+    const uint64_t day_of_year =
+        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    const uint64_t month = (5 * day_of_year + 2) / 153;  // 0 is March
+    const uint64_t year = year_of_era + whole / kDaysPerEra * 400 + (month < 10 ? 0 : 1);
+    return {year, month < 10 ? month + 3 : month - 9, day_of_year - (153 * month + 2) / 5 + 1};
+}
+
+void appendDigits(Bytes& text, uint64_t number, size_t digits) {
+    uint64_t divisor = 1;
+    for (size_t i = 1; i < digits; ++i) divisor *= 10;
+    for (; divisor > 0; divisor /= 10) {
+        text.push_back(static_cast<uint8_t>('0' + number / divisor % 10));
+    }
 }
 
 Bytes listOf(der::Tag tag, const std::vector<Bytes>& parts) {
@@ -89,17 +125,19 @@ Bytes commonName(std::string_view name) {
 
 Bytes certificateTime(uint64_t millis) {
     constexpr uint64_t kLastSecond = 253402300799;  // 9999-12-31 23:59:59
-    constexpr int kFirstYearOfGeneralizedTime = 2050;
+    constexpr uint64_t kFirstYearOfGeneralizedTime = 2050;
     constexpr size_t kCenturyDigits = 2;  // which UTCTime has not
-    const auto seconds = static_cast<std::time_t>(std::min(millis / 1000, kLastSecond));
-    std::tm date = {};
-    gmtime_r(&seconds, &date);
-    std::array<char, sizeof("YYYYMMDDHHMMSSZ")> digits = {};
-    const size_t size = std::strftime(digits.data(), digits.size(), "%Y%m%d%H%M%SZ", &date);
-    const Bytes text(digits.begin(), digits.begin() + static_cast<std::ptrdiff_t>(size));
-    if (date.tm_year + 1900 >= kFirstYearOfGeneralizedTime) {
-        return der::item(der::kGeneralizedTime, text);
-    }
+    const uint64_t seconds = std::min(millis / 1000, kLastSecond);
+    const Date date = dateOf(seconds / kSecondsPerDay);
+    Bytes text;
+    appendDigits(text, date.year, 4);
+    appendDigits(text, date.month, 2);
+    appendDigits(text, date.day, 2);
+    appendDigits(text, seconds / 3600 % 24, 2);
+    appendDigits(text, seconds / 60 % 60, 2);
+    appendDigits(text, seconds % 60, 2);
+    text.push_back('Z');
+    if (date.year >= kFirstYearOfGeneralizedTime) return der::item(der::kGeneralizedTime, text);
     return der::item(der::kUtcTime, ByteView(text).sub(kCenturyDigits));
 }
 
@@ -122,6 +160,17 @@ Bytes keyUsageExtension(const std::vector<KeyUsage>& usages) {
     }
     return extension(der::objectIdentifier({2, 5, 29, 15}), true,
                      bitString(Bytes{bits}, static_cast<uint8_t>(kLastBitOfByte - last)));
+}
+
+Bytes subjectKeyIdentifierExtension(EVP_PKEY* key) {
+    return extension(der::objectIdentifier({2, 5, 29, 14}), false,
+                     der::octetString(keyIdentifier(key)));
+}
+
+Bytes authorityKeyIdentifierExtension(EVP_PKEY* issuer_key) {
+    constexpr der::Tag kKeyIdentifierTag = {der::kContextClass, 0};  // IMPLICIT
+    return extension(der::objectIdentifier({2, 5, 29, 35}), false,
+                     der::sequence({der::item(kKeyIdentifierTag, keyIdentifier(issuer_key))}));
 }
 
 }  // namespace lumo::secureapp

@@ -46,4 +46,8 @@ enum class KeyUsage : uint8_t {
 // At least one usage.
 Bytes keyUsageExtension(const std::vector<KeyUsage>& usages);
 
+// Which key is certified, and which one signed; verifiers tell apart issuers of one name by it.
+Bytes subjectKeyIdentifierExtension(EVP_PKEY* key);
+Bytes authorityKeyIdentifierExtension(EVP_PKEY* issuer_key);
+
 }  // namespace lumo::secureapp

@@ -4,11 +4,13 @@
 // the storage fails. Not thread-safe: the caller serialises.
 #pragma once
 
+#include <map>
 #include <optional>
 
 #include "secureapp/access/AccessControl.h"
 #include "secureapp/access/SharedHmac.h"
 #include "secureapp/access/Tokens.h"
+#include "secureapp/attestation/AttestationKeys.h"
 #include "secureapp/base/DeviceConfig.h"
 #include "secureapp/base/Environment.h"
 #include "secureapp/base/Params.h"
@@ -109,6 +111,8 @@ class Keymaster {
     // And KM_ERROR_INVALID_KEY_BLOB for one that may not be used here.
     OpenedKey openForUse(ByteView blob, const ParamSet& binding);
     OpenedKey openForExport(uint32_t format, ByteView blob, const ParamSet& binding);
+    // The key that signs attestations of keys of `algorithm`; read once a boot.
+    const AttestationKey& batchKey(uint32_t algorithm);
     void checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params) const;
 
     const KeymasterOptions options_;
@@ -120,6 +124,7 @@ class Keymaster {
     AccessControl access_;
     KeyStore keys_;
     OperationTable operations_;
+    std::map<uint32_t, AttestationKey> batch_keys_;
 
     uint64_t client_ = 0;  // who calls
     bool early_boot_ = true;

@@ -9,6 +9,7 @@
 #include "secureapp/base/Secret.h"
 #include "secureapp/crypto/Digest.h"
 #include "secureapp/keymaster/Keymaster.h"
+#include "secureapp/keys/KeyBlob.h"
 #include "secureapp/keys/KeyMaterial.h"
 #include "secureapp/keys/KeymasterOptions.h"
 #include "secureapp/keys/OpenedKey.h"
@@ -39,7 +40,23 @@ Bytes uniqueIdOf(const ParamSet& authorizations, const ParamSet& params, State& 
                     params.contains(KM_TAG_RESET_SINCE_ID_ROTATION));
 }
 
+// What is attested is what is enforced, also where the blob is too old to report it.
+void addUnreported(const OpenedKey& key, KeyDescription& description) {
+    for (const Param& param : key.unreported()) {
+        (isSoftwareEnforced(param.tag) ? description.software : description.hardware).add(param);
+    }
+    if (description.hardware.contains(KM_TAG_ROLLBACK_RESISTANT)) {
+        description.hardware.add(boolParam(KM_TAG_ROLLBACK_RESISTANCE));
+    }
+}
+
 }  // namespace
+
+const AttestationKey& Keymaster::batchKey(uint32_t algorithm) {
+    AttestationKey& batch = batch_keys_[algorithm];
+    if (batch.key == nullptr) batch = attestationKey(state_, config_, options_.level, algorithm);
+    return batch;
+}
 
 std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
     const OpenedKey key = openForUse(blob, params);
@@ -58,15 +75,16 @@ std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
     description.security_level = options_.level;
     description.challenge = params.bytes(KM_TAG_ATTESTATION_CHALLENGE).copy();
     description.software = key.software();
-    description.software.add(*params.find(KM_TAG_ATTESTATION_APPLICATION_ID));
     description.hardware = key.hardware();
+    addUnreported(key, description);
+    description.software.add(*params.find(KM_TAG_ATTESTATION_APPLICATION_ID));
     description.hardware.add(matchedDeviceIds(params, config_, state_));
     description.root_of_trust = rootOfTrust(config_);
     if (request.authorizations.contains(KM_TAG_INCLUDE_UNIQUE_ID)) {
         description.unique_id = uniqueIdOf(request.authorizations, params, state_, random_);
     }
 
-    const AttestationKey batch = attestationKey(state_, config_, options_.level, key.algorithm());
+    const AttestationKey& batch = batchKey(key.algorithm());
     std::vector<Bytes> chain = {makeLeafCertificate(request, batch.key.get(), batch.chain.front())};
     chain.insert(chain.end(), batch.chain.begin(), batch.chain.end());
     return chain;

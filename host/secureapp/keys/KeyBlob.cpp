@@ -309,6 +309,12 @@ Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding) {
     return hmacSha256(blob_secret, context);
 }
 
+bool isSoftwareEnforced(keymaster_tag_t tag) {
+    return std::any_of(std::begin(kFields), std::end(kFields), [tag](const Field& field) {
+        return field.tag == tag && field.list == List::kSoftware;
+    });
+}
+
 bool reportsEarlyBoot(uint64_t version) {
     return version >= kBlobVersion4_4;
 }

@@ -39,6 +39,10 @@ Bytes deriveBlobSecret(const BlobRoots& roots);
 // The sealing key of one key: absent and empty id or data are the same.
 Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding);
 
+// Whether the clear part counts the tag among the software-enforced ones, in the versions that have
+// a field for it.
+bool isSoftwareEnforced(keymaster_tag_t tag);
+
 // Whether blobs of this version have the byte that says EARLY_BOOT_ONLY.
 bool reportsEarlyBoot(uint64_t version);
 

@@ -7,6 +7,7 @@
 #include "secureapp/attestation/Attestation.h"
 #include "secureapp/attestation/AttestationKeys.h"
 #include "secureapp/attestation/Certificate.h"
+#include "secureapp/crypto/Der.h"
 #include "secureapp/crypto/Digest.h"
 #include "secureapp/keys/KeymasterOptions.h"
 
@@ -88,7 +89,8 @@ TEST_P(AttestedChain, IsAcceptedUpToTheRootAndByTheGem) {
     const ChainFiles files(chain);
     const std::string verify = "openssl verify -no-CApath -CAfile " + files.pem[2];
     for (const std::string& certificates :
-         {" -untrusted " + files.pem[1] + " " + files.pem[0], " -x509_strict " + files.pem[1]}) {
+         {" -x509_strict -untrusted " + files.pem[1] + " " + files.pem[0],
+          " -x509_strict " + files.pem[1]}) {
         const ProgramResult verified = run(verify + certificates);
         EXPECT_EQ(verified.status, 0) << verified.output;
     }
@@ -187,6 +189,28 @@ TEST_F(Attestation, UniqueIdsStayForThirtyDays) {
     EXPECT_NE(unique_id(1600000000000 + 30 * kDay), id);
     EXPECT_NE(unique_id(1600000000000, with(kAttest, {boolParam(KM_TAG_RESET_SINCE_ID_ROTATION)})),
               id);
+}
+
+// What a blob is too old to report is enforced, and so it is attested.
+TEST(Attestation3, SaysWhatIsEnforced) {
+    Device device;
+    device.options.blob_version = kBlobVersion3_0;
+    device.config.rollback_resistance = true;
+    device.config.user_presence = true;
+    device.boot();
+    const keymaster_tag_t tags[] = {
+        KM_TAG_ROLLBACK_RESISTANCE, KM_TAG_TRUSTED_CONFIRMATION_REQUIRED,
+        KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, KM_TAG_UNLOCKED_DEVICE_REQUIRED};
+    ParamSet key = ecKey();
+    for (const keymaster_tag_t tag : tags) key.add(boolParam(tag));
+    const std::string leaf = toHex(device->attestKey(device->generateKey(key), kAttest).front());
+    for (const uint32_t tag : tags) {
+        const Bytes element = der::item(der::context(tag & 0x0FFFFFFF), der::item(der::kNull, {}));
+        EXPECT_NE(leaf.find(toHex(element)), std::string::npos) << std::hex << tag;
+    }
+    const Bytes vendor =
+        der::item(der::context(KM_TAG_VENDOR_PATCHLEVEL & 0x0FFFFFFF), der::integer(20201105));
+    EXPECT_NE(leaf.find(toHex(vendor)), std::string::npos);
 }
 
 TEST(AttestationKeys, AreMadeOnceAndTheTestRootIsTheSameEverywhere) {
