@@ -135,26 +135,6 @@ TEST(KeyBlob, SealsWhatExceedsItsField) {
     EXPECT_EQ(openBlob(seal(params, kBlobVersion4_1), kBlobKey).unreported().size(), 2U);
 }
 
-TEST(KeyBlob, RefusesEveryChangedByteAndLength) {
-    Device device;
-    const Bytes blob = device->generateKey(ecKey());
-    const auto use = [&](const Bytes& changed) {
-        return errorOf([&] { device->exportKey(KM_KEY_FORMAT_X509, changed, {}); });
-    };
-    ASSERT_EQ(use(blob), KM_ERROR_OK);
-    for (size_t i = 0; i < blob.size(); ++i) {
-        Bytes changed = blob;
-        changed[i] ^= static_cast<uint8_t>(1U << (i % 8));
-        ASSERT_EQ(use(changed), KM_ERROR_INVALID_KEY_BLOB) << "byte " << i;
-    }
-    for (size_t size = 0; size < blob.size(); ++size) {
-        ASSERT_EQ(use(ByteView(blob).sub(0, size).copy()), KM_ERROR_INVALID_KEY_BLOB) << size;
-    }
-    Bytes longer = blob;
-    longer.push_back(0);
-    EXPECT_EQ(use(longer), KM_ERROR_INVALID_KEY_BLOB);
-}
-
 TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
     struct Case {
         void (*change)(Device&);
