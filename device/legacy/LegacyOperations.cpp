@@ -178,6 +178,21 @@ OutputPlace readOutputPlace(LegacyResponse& response, uint32_t index) {
     return {offset, response.word(index + 1)};
 }
 
+// Whether a sent update or finish has output to copy, for a caller who must have a place for it.
+// Where it has none, or was refused, the outputs are emptied; a response that the shared buffer
+// cuts off leaves them as they are.
+bool hasOutput(LegacyExchange& exchange, bool succeeded, const OutputPlace& place,
+               keymaster_key_param_set_t* out_params, keymaster_blob_t* output) {
+    if (succeeded && !exchange.ok()) return false;
+    if (!succeeded || place.empty()) {
+        clearOutput(output);
+        clearOutput(out_params);
+        return false;
+    }
+    if (output == nullptr) exchange.storeFirstError(KM_ERROR_OUTPUT_PARAMETER_NULL);
+    return output != nullptr;
+}
+
 // Copies the output of an operation to the caller.
 keymaster_error_t copyOutput(LegacyExchange& exchange, const OutputPlace& place,
                              keymaster_key_param_set_t* out_params, keymaster_blob_t* output) {
@@ -277,13 +292,7 @@ keymaster_error_t KeymasterHalDevice::legacy_update_operation(
     LegacyResponse& response = exchange.response();
     *input_consumed = response.word(update_response::kInputConsumed);  // of a failure too
     const OutputPlace place = readOutputPlace(response, update_response::kOutputOffset);
-    if (succeeded && !exchange.ok()) return exchange.error();
-    if (!succeeded || place.empty()) {
-        clearOutput(output);
-        clearOutput(out_params);
-        return exchange.error();
-    }
-    if (output == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
+    if (!hasOutput(exchange, succeeded, place, out_params, output)) return exchange.error();
     return copyOutput(exchange, place, out_params, output);
 }
 
@@ -309,13 +318,7 @@ keymaster_error_t KeymasterHalDevice::legacy_finish_operation(
 
     LegacyResponse& response = exchange.response();
     const OutputPlace place = readOutputPlace(response, finish_response::kOutputOffset);
-    if (succeeded && !exchange.ok()) return exchange.error();
-    if (!succeeded || place.empty()) {
-        clearOutput(output);
-        clearOutput(out_params);
-        return exchange.error();
-    }
-    if (output == nullptr) return KM_ERROR_OUTPUT_PARAMETER_NULL;
+    if (!hasOutput(exchange, succeeded, place, out_params, output)) return exchange.error();
     return untrack(operation_purposes_, op_handle, KM_PURPOSE_SIGN)
                ? copySignature(exchange, place, *crypto_device_, out_params, output)
                : copyOutput(exchange, place, out_params, output);
