@@ -37,6 +37,13 @@ TEST(HidlVec, CopiesOfAViewAreDetached) {
     EXPECT_EQ(resized, (Bytes{1, 2, 3, 0}));
     resized.resize(2);
     EXPECT_EQ(resized, (Bytes{1, 2}));
+
+    hidl_vec<Bytes> owned = {resized};
+    hidl_vec<Bytes> borrowed;
+    borrowed.setToExternal(owned.data(), 1);
+    borrowed.resize(2);
+    owned.resize(2);
+    EXPECT_EQ(owned, borrowed) << "the elements of a view are not moved away";
 }
 
 TEST(HidlVec, SurvivesAssignmentFromItself) {
