@@ -5,8 +5,6 @@
 
 #include "CborText.h"
 
-extern "C" void addWithShortForms(QCBOREncodeContext* pCtx);
-
 namespace {
 
 using Context = QCBOREncodeContext;
@@ -96,25 +94,6 @@ TEST(QcborEncode, nestsAndReportsErrors) {
         EXPECT_EQ(encoded(row.script, row.capacity), row.result) << row.script;
     }
     EXPECT_EQ(encoded(nulls, 200000).size(), 2 * nulls.size());
-}
-
-TEST(QcborEncode, writesHeadsAndShortForms) {
-    uint8_t buffer[128];
-    Context context;
-    EncodedCBOR result;
-    QCBOREncode_Init(&context, buffer, sizeof(buffer));
-    addWithShortForms(&context);
-    for (const uint64_t value : {0xffu, 0x100u, 0xffffu, 0x10000u, 0xffffffffu}) {
-        QCBOREncode_AddUInt64(&context, value);
-    }
-    QCBOREncode_AddInt64(&context, 0x100000000);
-    QCBOREncode_AddInt64(&context, INT64_MIN);
-    ASSERT_EQ(QCBOREncode_Finish2(&context, &result), QCBOR_SUCCESS);
-    EXPECT_EQ(result.uItems, 8);
-    EXPECT_EQ(
-        toHex(result.Bytes.ptr, result.Bytes.len),
-        "b06175010102616920202161624201020240617461780361796173f604f7616ff505f4616da006a0616181f5"
-        "078018ff19010019ffff1a000100001affffffff1b00000001000000003b7fffffffffffffff");
 }
 
 }  // namespace

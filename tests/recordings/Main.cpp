@@ -26,37 +26,36 @@ void writeLines(const char* path, const Lines& lines) {
     if (!file.flush()) throw std::runtime_error("cannot be written");
 }
 
-// Where two versions of a file part and meet again: the recorded lines of one row.
-bool sameBut(const char* path, const Lines& expected, const Lines& actual) {
+bool isRecorded(const std::string& line) {
+    return !line.empty() && line[0] == '>';
+}
+
+// Prints the rows in which two versions of a file differ, which they can in recorded lines alone.
+bool compare(const char* path, const Lines& expected, const Lines& actual) {
     bool same = true;
-    size_t e = 0, a = 0;
-    while (e < expected.size() || a < actual.size()) {
-        if (e < expected.size() && a < actual.size() && expected[e] == actual[a]) {
-            ++e, ++a;
-            continue;
-        }
-        same = false;
-        std::printf("%s:%zu: differs in \"%s\"\n", path, e + 1,
-                    lumo::test::rowOf(expected, e).c_str());
-        size_t call = e;
-        while (call > 0 && expected[call].rfind("call ", 0) != 0) --call;
-        std::printf("    %s\n", expected[call].c_str());
-        const auto recorded = [](const Lines& lines, size_t at) {
-            return at < lines.size() && !lines[at].empty() && lines[at][0] == '>';
-        };
+    size_t row = 0, call = 0;
+    for (size_t e = 0, a = 0; e < expected.size() || a < actual.size();) {
         Lines were, are;
-        for (; recorded(expected, e); ++e) were.push_back(expected[e]);
-        for (; recorded(actual, a); ++a) are.push_back(actual[a]);
-        // Neither moves where a line that is no recording differs, which recording leaves alone.
-        if (were.empty() && are.empty()) throw std::logic_error("a row was lost");
-        for (const std::string& line : were) {
-            if (std::find(are.begin(), are.end(), line) == are.end())
-                std::printf("  - %s\n", line.c_str());
+        for (; e < expected.size() && isRecorded(expected[e]); ++e) were.push_back(expected[e]);
+        for (; a < actual.size() && isRecorded(actual[a]); ++a) are.push_back(actual[a]);
+        if (were != are) {
+            same = false;
+            std::printf("%s:%zu: differs in \"%s\"\n    %s\n", path, call + 1,
+                        expected[row].c_str(), expected[call].c_str());
+            const auto print = [](const char* sign, const Lines& lines, const Lines& others) {
+                for (const std::string& line : lines) {
+                    if (std::count(others.begin(), others.end(), line) != 0) continue;
+                    std::printf("  %s %s\n", sign, line.c_str());
+                }
+            };
+            print("-", were, are);
+            print("+", are, were);
         }
-        for (const std::string& line : are) {
-            if (std::find(were.begin(), were.end(), line) == were.end())
-                std::printf("  + %s\n", line.c_str());
-        }
+        if (e == expected.size() || a == actual.size()) break;
+        if (expected[e] != actual[a]) throw std::logic_error("a row was lost");
+        if (expected[e].rfind("== ", 0) == 0) row = e;
+        call = e;
+        ++e, ++a;
     }
     return same;
 }
@@ -78,7 +77,7 @@ int main(int count, char** arguments) {
             if (rewrite) {
                 writeLines(arguments[i], actual);
             } else {
-                same = sameBut(arguments[i], expected, actual) && same;
+                same = compare(arguments[i], expected, actual) && same;
             }
         } catch (const std::exception& failure) {
             std::fprintf(stderr, "%s: %s\n", arguments[i], failure.what());

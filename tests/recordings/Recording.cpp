@@ -273,6 +273,10 @@ std::string showChange(const Change& change) {
     return change.first + "=" + (change.second == "@/0" ? "empty" : change.second);
 }
 
+std::string entry(const std::string& keys, const std::string& text) {
+    return keys + ": " + text;
+}
+
 Lines vary(const Row& row, const Variant& variant) {
     const Outcome base = Run(variant, "").run(row).back();
     std::vector<Change> changes;
@@ -296,8 +300,8 @@ Lines vary(const Row& row, const Variant& variant) {
         }
     }
     Lines lines = {"as it is: " + base.brief()};
-    for (const auto& [keys, text] : alone.all()) lines.push_back(keys + ": " + text);
-    for (const auto& [keys, text] : in_pairs.all()) lines.push_back(keys + ": " + text);
+    for (const auto& [keys, text] : alone.all()) lines.push_back(entry(keys, text));
+    for (const auto& [keys, text] : in_pairs.all()) lines.push_back(entry(keys, text));
     return lines;
 }
 
@@ -459,13 +463,6 @@ class File {
 
 Lines record(const Lines& lines) {
     return File().read(lines);
-}
-
-std::string rowOf(const Lines& lines, size_t line) {
-    for (size_t i = std::min(line + 1, lines.size()); i-- > 0;) {
-        if (lines[i].rfind("== ", 0) == 0) return lines[i].substr(3);
-    }
-    return "(before the first row)";
 }
 
 }  // namespace lumo::test

@@ -32,7 +32,4 @@ using Lines = std::vector<std::string>;
 // std::runtime_error, with the line's number, for one that cannot be read.
 Lines record(const Lines& lines);
 
-// The title of the row that a line belongs to, for messages.
-std::string rowOf(const Lines& lines, size_t line);
-
 }  // namespace lumo::test

@@ -216,31 +216,6 @@ TEST_F(Keymaster4DeviceTest, NothingOfAKeyIsToldWhenItsBlobIsBad) {
     EXPECT_TRUE(answer.empty()) << answer.outputs;
 }
 
-TEST_F(Keymaster4DeviceTest, CertificateChains) {
-    const struct {
-        bool legacy;
-        Bytes reply;
-        ErrorCode error;
-        const char* chain;
-    } cases[] = {
-        {false, hex("a1 182000"), ErrorCode::OK, "[]"},
-        {false, hex("a3 182002 1821420102 18224103"), ErrorCode{1}, "[]"},  // another label
-        {true, words({0, 0, 20, 0, 1, 8, 2}) + hex("0102"), ErrorCode::OK, "[0102]"},
-        {true, words({0, 0, 20, 0, 0}), ErrorCode::OK, "[]"},
-        {true, words({static_cast<uint32_t>(-3)}), ErrorCode::INCOMPATIBLE_PURPOSE, "[]"},
-    };
-    for (const auto& c : cases) {
-        transport.reset();
-        transport.legacy = c.legacy;
-        const auto device = start();
-        transport.willReply(c.reply);
-        Answer answer;
-        device->attestKey(kBlob, {}, std::ref(answer));
-        EXPECT_EQ(answer.error, c.error);
-        EXPECT_EQ(answer.outputs, c.chain);
-    }
-}
-
 // ---- Operations ----
 
 // Whatever had been decoded before the fault is neither told nor kept.
