@@ -7,6 +7,7 @@
 
 #include "CborMessages.h"
 #include "MemoryTransport.h"
+#include "Rows.h"
 #include "Scratch.h"
 #include "ServiceCalls.h"
 
@@ -69,6 +70,8 @@ void runCharacteristics(benchmark::State& state) {
     for (auto _ : state) call.run();
 }
 
+}  // namespace
+
 void registerAll() {
     for (const int64_t params : {1, 2, 5, 15, 50, 100, 200}) {
         benchmark::RegisterBenchmark("encode", runEncode)->Arg(params);
@@ -88,14 +91,4 @@ void registerAll() {
     }
 }
 
-}  // namespace
 }  // namespace lumo::bench
-
-int main(int argc, char** argv) {
-    lumo::bench::setUpWorld();
-    lumo::bench::registerAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

@@ -13,6 +13,7 @@
 #include <random>
 
 #include "Params.h"
+#include "Rows.h"
 #include "Scratch.h"
 #include "SecureAppClient.h"
 
@@ -197,6 +198,8 @@ void runGenerateWithParams(benchmark::State& state) {
     for (auto _ : state) client().generateKey(params);
 }
 
+}  // namespace
+
 void registerAll() {
     const auto add = [](const char* name, void (*run)(benchmark::State&)) {
         return benchmark::RegisterBenchmark(name, run);
@@ -218,14 +221,4 @@ void registerAll() {
     }
 }
 
-}  // namespace
 }  // namespace lumo::bench
-
-int main(int argc, char** argv) {
-    lumo::bench::setUpWorld();
-    lumo::bench::registerAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

@@ -64,11 +64,7 @@ Bytes SecureAppClient::call(
     return std::move(reply.body);
 }
 
-Bytes SecureAppClient::generateKey(const std::vector<keymaster_key_param_t>& params) {
-    const keymaster_key_param_set_t set = setOf(params);
-    const Bytes answer = call(0x2108, [&](auto& codec, auto* request) {
-        return codec.serializeClientParams(&set, request);
-    });
+Bytes SecureAppClient::keyBlobOf(const Bytes& answer) {
     keymaster_key_blob_t key = {nullptr, 0};
     require(
         KeymasterSerialize(&codec_transport_).deserializeClientKeyblob(answerOf(answer), &key) ==
@@ -79,6 +75,14 @@ Bytes SecureAppClient::generateKey(const std::vector<keymaster_key_param_t>& par
     return blob;
 }
 
+Bytes SecureAppClient::generateKey(const std::vector<keymaster_key_param_t>& params) {
+    const keymaster_key_param_set_t set = setOf(params);
+    const Bytes answer = call(0x2108, [&](auto& codec, auto* request) {
+        return codec.serializeClientParams(&set, request);
+    });
+    return keyBlobOf(answer);
+}
+
 Bytes SecureAppClient::importRawKey(const std::vector<keymaster_key_param_t>& params,
                                     const Bytes& material) {
     const keymaster_key_param_set_t set = setOf(params);
@@ -86,14 +90,7 @@ Bytes SecureAppClient::importRawKey(const std::vector<keymaster_key_param_t>& pa
     const Bytes answer = call(0x210B, [&](auto& codec, auto* request) {
         return codec.serializeClientImpKey(&set, KM_KEY_FORMAT_RAW, &data, request);
     });
-    keymaster_key_blob_t key = {nullptr, 0};
-    require(
-        KeymasterSerialize(&codec_transport_).deserializeClientKeyblob(answerOf(answer), &key) ==
-            KM_ERROR_OK,
-        "no key blob");
-    Bytes blob(key.key_material, key.key_material + key.key_material_size);
-    delete[] key.key_material;
-    return blob;
+    return keyBlobOf(answer);
 }
 
 void SecureAppClient::attestKey(const Bytes& blob, const Bytes& challenge) {

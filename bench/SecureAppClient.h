@@ -35,6 +35,7 @@ class SecureAppClient {
     Bytes call(
         uint32_t command,
         const std::function<keymaster_error_t(KeymasterSerialize&, keymaster_blob_t*)>& encode);
+    Bytes keyBlobOf(const Bytes& answer);
 
     std::string directory_;
     secureapp::Device device_;

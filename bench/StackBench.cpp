@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "Rows.h"
 #include "Scratch.h"
 #include "ServiceCalls.h"
 
@@ -302,6 +303,8 @@ void runStartSwtpm(benchmark::State& state) {
     }
 }
 
+}  // namespace
+
 void registerAll() {
     const auto add = [](const char* name, void (*run_row)(benchmark::State&)) {
         return benchmark::RegisterBenchmark(name, run_row);
@@ -326,14 +329,4 @@ void registerAll() {
     }
 }
 
-}  // namespace
 }  // namespace lumo::bench
-
-int main(int argc, char** argv) {
-    lumo::bench::setUpWorld();
-    lumo::bench::registerAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
