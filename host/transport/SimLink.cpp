@@ -44,7 +44,8 @@ keymaster_error_t SimLink::open() {
         noteFailure(TransportStatus::state, error.what());
         return KM_ERROR_SECURE_HW_ACCESS_DENIED;
     } catch (const secureapp::Refusal& error) {
-        noteFailure(TransportStatus::transport, "the secure application does not start");
+        noteFailure(TransportStatus::transport,
+                    std::string("the secure application does not start: ") + error.what());
         return error.code();
     }
 }

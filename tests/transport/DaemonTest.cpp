@@ -301,6 +301,9 @@ TEST_F(Daemon, RefusesToStartInTheWrongPlace) {
     const std::string loose = folder_ / "loose";
     ::mkdir(loose.c_str(), 0700);
     ::chmod(loose.c_str(), 0777);
+    const std::string piped = folder_ / "piped";
+    ::mkdir(piped.c_str(), 0700);
+    ::mkfifo((piped + "/world.conf").c_str(), 0600);
     struct {
         std::vector<std::string> arguments;
         int status;
@@ -315,6 +318,7 @@ TEST_F(Daemon, RefusesToStartInTheWrongPlace) {
         {{"--listen", "unix:/" + std::string(200, 'x'), "--state", own_state}, 4, "bytes"},
         {{"--listen", "unix:" + (folder_ / "s3"), "--state", loose}, 6, "open to other users"},
         {{"--listen", "unix:" + (folder_ / "s4"), "--profile", "legacy-9"}, 2, "--profile"},
+        {{"--listen", "unix:" + (folder_ / "s5"), "--state", piped}, 6, "is not a file that"},
         {{"--listen", "tcp:1"}, 2, "--listen unix:PATH"},
         {{}, 2, "--listen unix:PATH"},
         {{"--verbose"}, 2, "--verbose"},

@@ -1,11 +1,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "Client.h"
 #include "Folder.h"
 #include "TransportName.h"
 #include "lumo/Transport.h"
+
+static bool g_random_fails = false;
+extern "C" ssize_t getrandom(void* place, size_t size, unsigned flags) {
+    if (g_random_fails) return errno = EIO, -1;
+    return ::syscall(SYS_getrandom, place, size, flags);
+}
 
 namespace lumo::test {
 namespace {
@@ -166,6 +175,11 @@ TEST_F(SimTransport, TellsWhatIsWrongBeforeAnyCommand) {
     EXPECT_THAT(down.message, HasSubstr("is the daemon running?"));
 
     useTransport("sim");
+    ::setenv("LUMO_STATE_DIR", (folder_ / "fresh").c_str(), 1);
+    g_random_fails = true;
+    EXPECT_THAT(checkTransport(kTee).message, HasSubstr("gives no random bytes"));
+    g_random_fails = false;
+    ::setenv("LUMO_STATE_DIR", folder_.path().c_str(), 1);
     ::chmod((folder_ / "world.conf").c_str(), 0644);
     const TransportStatus open = checkTransport(kTee);
     EXPECT_EQ(open.kind, TransportStatus::state);

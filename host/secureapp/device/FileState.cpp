@@ -51,7 +51,9 @@ void requireOwn(const struct stat& status, const std::string& path, mode_t forbi
 }
 
 FileHandle openFile(const std::string& path, int flags) {
-    return FileHandle(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, kFileMode));
+    // A pipe in the place of a file is opened without waiting for its other end, and then refused.
+    constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    return FileHandle(::open(path.c_str(), flags | kAlways, kFileMode));
 }
 
 void requirePrivateFile(const FileHandle& file, const std::string& path) {

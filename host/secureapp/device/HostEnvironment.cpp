@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "secureapp/base/Posix.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/Digest.h"
 
@@ -25,7 +26,10 @@ void fillFromKernel(Bytes& bytes) {
     while (filled < bytes.size()) {
         const ssize_t got = ::getrandom(bytes.data() + filled, bytes.size() - filled, 0);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) refuse(KM_ERROR_UNKNOWN_ERROR);
+        if (got < 0) {
+            refuse(KM_ERROR_UNKNOWN_ERROR,
+                   "the system gives no random bytes: " + systemError(errno));
+        }
         filled += static_cast<size_t>(got);
     }
 }
