@@ -1,6 +1,9 @@
 #include "KeymasterUtils.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "Link.h"
@@ -10,6 +13,12 @@ namespace {
 
 using lumo::secureapp::Bytes;
 using lumo::secureapp::ByteView;
+using lumo::secureapp::FrameKind;
+using lumo::secureapp::RequestFrame;
+
+struct Free {
+    void operator()(uint8_t* memory) const { std::free(memory); }
+};
 
 // Holds the largest finish that a client may reasonably send in one piece.
 constexpr size_t kRequestCapacity = 1 << 20;
@@ -17,7 +26,8 @@ constexpr size_t kRequestCapacity = 1 << 20;
 }  // namespace
 
 struct KeymasterUtils::Impl {
-    explicit Impl(keymaster_security_level_t level) : link(lumo::transport::makeLink(level)) {}
+    explicit Impl(keymaster_security_level_t its_level)
+        : level(its_level), link(lumo::transport::makeLink(level)) {}
 
     // Where `address` lies in the shared region; nothing when `length` bytes there leave it.
     bool inRegion(const void* address, uint32_t length) const {
@@ -27,10 +37,22 @@ struct KeymasterUtils::Impl {
         return length <= shared.size() - (place - start);
     }
 
+    // A key that was sent in the clear does not stay in the buffers until they are used again.
+    void wipeKeyMaterial(FrameKind kind, ByteView sent) {
+        RequestFrame frame;
+        frame.kind = kind;
+        frame.level = level;
+        frame.command = command;
+        frame.body = sent;
+        if (!lumo::secureapp::bringsKeyMaterial(frame) || sent.empty()) return;
+        OPENSSL_cleanse(const_cast<uint8_t*>(sent.data()), sent.size());
+    }
+
+    const keymaster_security_level_t level;
     std::unique_ptr<lumo::transport::Link> link;
     uint32_t command = 0;
-    Bytes request;   // made by the first init()
-    Bytes response;  // of the last exchange
+    // Made by the first init(). The system hands out zeroed pages as they are touched.
+    std::unique_ptr<uint8_t, Free> request;
     Bytes shared = Bytes(kSharedBufferBytes, 0);
 };
 
@@ -62,8 +84,11 @@ uint32_t KeymasterUtils::getKeymasterHalMinorVersion() {
 keymaster_error_t KeymasterUtils::init(uint32_t cmd_id, keymaster_blob_t* request) {
     if (request == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     impl_->command = cmd_id;
-    impl_->request.resize(kRequestCapacity);
-    *request = {impl_->request.data(), impl_->request.size()};
+    if (!impl_->request) {
+        impl_->request.reset(static_cast<uint8_t*>(std::calloc(kRequestCapacity, 1)));
+    }
+    if (!impl_->request) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    *request = {impl_->request.get(), kRequestCapacity};
     return KM_ERROR_OK;
 }
 
@@ -71,10 +96,13 @@ keymaster_error_t KeymasterUtils::sendCmd(const keymaster_blob_t& request,
                                           keymaster_blob_t* response) {
     if (response == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     if (request.data_length > kRequestCapacity) return KM_ERROR_INVALID_INPUT_LENGTH;
-    const keymaster_error_t error = impl_->link->exchangeCbor(
-        impl_->command, ByteView(request.data, request.data_length), impl_->response);
+    ByteView answer;
+    const ByteView sent(request.data, request.data_length);
+    const keymaster_error_t error = impl_->link->exchangeCbor(impl_->command, sent, answer);
+    // Only this object's own buffer may be written to.
+    if (request.data == impl_->request.get()) impl_->wipeKeyMaterial(FrameKind::kCbor, sent);
     if (error != KM_ERROR_OK) return error;
-    *response = {impl_->response.data(), impl_->response.size()};
+    *response = {answer.data(), answer.size()};
     return KM_ERROR_OK;
 }
 
@@ -88,9 +116,11 @@ int32_t KeymasterUtils::send_cmd(void* request, uint32_t request_length, void* r
         !impl_->inRegion(response, response_capacity)) {
         return KM_ERROR_INVALID_ARGUMENT;
     }
-    return impl_->link->exchangeRecord(
-        ByteView(static_cast<const uint8_t*>(request), request_length),
-        static_cast<uint8_t*>(response), response_capacity);
+    const ByteView sent(static_cast<const uint8_t*>(request), request_length);
+    const keymaster_error_t error =
+        impl_->link->exchangeRecord(sent, static_cast<uint8_t*>(response), response_capacity);
+    impl_->wipeKeyMaterial(FrameKind::kRecord, sent);
+    return error;
 }
 
 size_t KeymasterUtils::km_memscpy(void* dst, size_t dst_size, const void* src, size_t src_size) {

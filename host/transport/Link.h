@@ -17,11 +17,13 @@ class Link {
     // Brings the link up where it is down; sends no command.
     virtual keymaster_error_t open() = 0;
 
-    // What the secure application reports of itself; once the link was up, the last known.
+    // What the secure application reports of itself; once the link was up, the last known. A link
+    // that was up is taken to be up until an exchange finds out.
     virtual secureapp::ServerFacts facts() = 0;
 
+    // `response` holds until the next exchange.
     virtual keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,
-                                           secureapp::Bytes& response) = 0;
+                                           secureapp::ByteView& response) = 0;
 
     // `response` has `capacity` bytes, labelled by the client; the answer is written there.
     virtual keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,

@@ -10,7 +10,6 @@
 namespace lumo::transport {
 namespace {
 
-using secureapp::Bytes;
 using secureapp::ByteView;
 using secureapp::Device;
 using secureapp::Reply;
@@ -55,20 +54,21 @@ secureapp::ServerFacts SimLink::facts() {
             profile_.hal_minor_version};
 }
 
-keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, Bytes& response) {
+keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     Reply reply = app_->exchangeCbor(command, request);
-    noteCause(reply);
-    response = std::move(reply.body);
+    noteCause(reply.cause, reply.reason);
+    response_ = std::move(reply.body);
+    response = response_;
     return reply.error;
 }
 
 keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     const Reply reply = app_->exchangeRecord(request, ByteView(response, capacity), capacity);
-    noteCause(reply);
+    noteCause(reply.cause, reply.reason);
     std::copy(reply.body.begin(), reply.body.end(), response);
-    return recordExchangeResult(reply);
+    return recordExchangeResult(reply.error, reply.body);
 }
 
 }  // namespace lumo::transport

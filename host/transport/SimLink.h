@@ -16,7 +16,7 @@ class SimLink : public Link {
     keymaster_error_t open() override;
     secureapp::ServerFacts facts() override;
     keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,
-                                   secureapp::Bytes& response) override;
+                                   secureapp::ByteView& response) override;
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
 
@@ -25,6 +25,7 @@ class SimLink : public Link {
     const secureapp::Profile& profile_;
     std::shared_ptr<secureapp::Device> device_;
     secureapp::SecureApp* app_ = nullptr;
+    secureapp::Bytes response_;
 };
 
 }  // namespace lumo::transport

@@ -12,6 +12,12 @@ using namespace secureapp;
 // Making a large RSA key may take long, and other clients come first.
 constexpr std::chrono::minutes kReplyPatience{2};
 
+// The connection is good, but not for the call that was to be made.
+class CallRefused : public ChannelError {
+  public:
+    using ChannelError::ChannelError;
+};
+
 }  // namespace
 
 // Carries out what may break the connection; when it does, the next call makes a new one.
@@ -19,13 +25,15 @@ template <typename Work>
 keymaster_error_t SocketLink::guarded(Work work) {
     try {
         return work();
+    } catch (const CallRefused& error) {
+        noteFailure(TransportStatus::transport, path_ + ": " + error.what());
     } catch (const ChannelError& error) {
         channel_.reset();
         noteFailure(TransportStatus::transport,
                     std::string(error.what()) +
                         "; is the daemon running? (lumo-secureapp --listen unix:" + path_ + ")");
-        return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
     }
+    return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
 }
 
 RequestFrame SocketLink::frame(FrameKind kind) const {
@@ -35,18 +43,42 @@ RequestFrame SocketLink::frame(FrameKind kind) const {
     return request;
 }
 
-Reply SocketLink::call(const RequestFrame& request) {
-    writeRequest(*channel_, request, after(kReplyPatience));
-    Reply reply = readReply(*channel_, after(kReplyPatience));
-    noteCause(reply);
-    return reply;
+void SocketLink::connect() {
+    if (channel_) return;
+    Channel channel = Channel::connect(path_, kReplyPatience);
+    try {
+        writeRequest(channel, frame(FrameKind::kHello), kReplyPatience);
+    } catch (const ChannelClosed&) {
+        // A daemon that takes no more clients says so without waiting for the hello.
+    }
+    const ReplyFrame reply = readReply(channel, kReplyPatience);
+    if (reply.error != KM_ERROR_OK) throw CallRefused(std::string(reply.reason));
+    facts_ = decodeFacts(reply.body);
+    channel_ = std::move(channel);
 }
 
-// A daemon that went away since the last call is noticed before anything is sent.
-void SocketLink::connect() {
-    if (channel_ && channel_->quiet()) return;
-    channel_.emplace(Channel::connect(path_));
-    facts_ = decodeFacts(call(frame(FrameKind::kHello)).body);
+void SocketLink::send(const RequestFrame& request) {
+    connect();
+    try {
+        writeRequest(*channel_, request, kReplyPatience);
+    } catch (const ChannelClosed&) {
+        const uint64_t life = facts_.life;
+        channel_.reset();
+        connect();
+        if (facts_.life != life && after_restart_ == AfterRestart::kFail) {
+            throw CallRefused(
+                "the secure application has restarted; what it held for this client "
+                "is gone");
+        }
+        writeRequest(*channel_, request, kReplyPatience);
+    }
+}
+
+ReplyFrame SocketLink::call(const RequestFrame& request) {
+    send(request);
+    const ReplyFrame reply = readReply(*channel_, kReplyPatience);
+    noteCause(reply.cause, reply.reason);
+    return reply;
 }
 
 keymaster_error_t SocketLink::open() {
@@ -61,29 +93,27 @@ ServerFacts SocketLink::facts() {
     return facts_;
 }
 
-keymaster_error_t SocketLink::exchangeCbor(uint32_t command, ByteView request, Bytes& response) {
+keymaster_error_t SocketLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
     return guarded([&] {
-        connect();
         RequestFrame sent = frame(FrameKind::kCbor);
         sent.command = command;
-        sent.body = request.copy();
-        Reply reply = call(sent);
-        response = std::move(reply.body);
+        sent.body = request;
+        const ReplyFrame reply = call(sent);
+        response = reply.body;
         return reply.error;
     });
 }
 
 keymaster_error_t SocketLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
     return guarded([&] {
-        connect();
         RequestFrame sent = frame(FrameKind::kRecord);
         sent.capacity = static_cast<uint32_t>(capacity);
-        sent.area = ByteView(response, std::min(capacity, kMaxAreaBytes)).copy();
-        sent.body = request.copy();
-        const Reply reply = call(sent);
+        sent.area = ByteView(response, std::min(capacity, kMaxAreaBytes));
+        sent.body = request;
+        const ReplyFrame reply = call(sent);
         if (reply.body.size() > capacity) throw ChannelError("the answer is too large");
         std::copy(reply.body.begin(), reply.body.end(), response);
-        return recordExchangeResult(reply);
+        return recordExchangeResult(reply.error, reply.body);
     });
 }
 

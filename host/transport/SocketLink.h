@@ -8,28 +8,39 @@
 namespace lumo::transport {
 
 // One connection, made when it is first needed and made again by the next call after it broke. A
-// call that was under way when it broke fails: whether it was carried out is not known.
+// call that was under way when it broke fails: whether it was carried out is not known. Where the
+// daemon had gone before anything was sent, the call is made over a new connection.
 class SocketLink : public Link {
   public:
-    SocketLink(keymaster_security_level_t level, std::string path)
-        : level_(level), path_(std::move(path)) {}
+    enum class AfterRestart {
+        kSend,  // to the new life of the secure application what was meant for the old one
+        kFail,  // that one call, with the link up again
+    };
+
+    SocketLink(keymaster_security_level_t level, std::string path, AfterRestart after_restart)
+        : level_(level), path_(std::move(path)), after_restart_(after_restart) {}
 
     keymaster_error_t open() override;
     secureapp::ServerFacts facts() override;
     keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,
-                                   secureapp::Bytes& response) override;
+                                   secureapp::ByteView& response) override;
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
 
+    // The secure application's life that the last connection reached; 0 before the first.
+    uint64_t life() const { return facts_.life; }
+
   private:
-    secureapp::Reply call(const secureapp::RequestFrame& request);
-    secureapp::RequestFrame frame(secureapp::FrameKind kind) const;
     void connect();
+    void send(const secureapp::RequestFrame& request);
+    secureapp::ReplyFrame call(const secureapp::RequestFrame& request);
+    secureapp::RequestFrame frame(secureapp::FrameKind kind) const;
     template <typename Work>
     keymaster_error_t guarded(Work work);
 
     const keymaster_security_level_t level_;
     const std::string path_;
+    const AfterRestart after_restart_;
     std::optional<secureapp::Channel> channel_;
     secureapp::ServerFacts facts_;
 };

@@ -30,7 +30,7 @@ class RefusedLink : public Link {
 
     keymaster_error_t open() override { return refuse(); }
     secureapp::ServerFacts facts() override { return {}; }
-    keymaster_error_t exchangeCbor(uint32_t, secureapp::ByteView, secureapp::Bytes&) override {
+    keymaster_error_t exchangeCbor(uint32_t, secureapp::ByteView, secureapp::ByteView&) override {
         return refuse();
     }
     keymaster_error_t exchangeRecord(secureapp::ByteView, uint8_t*, size_t) override {
@@ -53,21 +53,21 @@ void noteFailure(TransportStatus::Kind kind, const std::string& message) {
     failureRecord().last = {kind, message};
 }
 
-void noteCause(const secureapp::Reply& reply) {
-    if (reply.cause == secureapp::Cause::kStorage) {
-        noteFailure(TransportStatus::state, reply.reason);
+void noteCause(secureapp::Cause cause, std::string_view reason) {
+    if (cause == secureapp::Cause::kStorage) {
+        noteFailure(TransportStatus::state, std::string(reason));
     }
 }
 
-keymaster_error_t recordExchangeResult(const secureapp::Reply& reply) {
-    return reply.body.empty() ? reply.error : KM_ERROR_OK;
+keymaster_error_t recordExchangeResult(keymaster_error_t error, secureapp::ByteView answer) {
+    return answer.empty() ? error : KM_ERROR_OK;
 }
 
 std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
     try {
         const TransportName name = chosenTransport();
         if (name.kind == TransportName::Kind::kUnix) {
-            return std::make_unique<SocketLink>(level, name.path);
+            return std::make_unique<SocketLink>(level, name.path, SocketLink::AfterRestart::kSend);
         }
         return std::make_unique<SimLink>(level, *name.profile);
     } catch (const UsageError& error) {

@@ -121,19 +121,18 @@ TEST_F(SimTransport, ObjectsOfOneLevelShareOneBoot) {
     EXPECT_EQ(sendCbor(later, kBegin, beginSign(generated)).error, KM_ERROR_OK);
 }
 
-TEST_F(SimTransport, TakesALargeFinishWhole) {
+TEST_F(SimTransport, KeepsNoImportedKey) {
+    const Bytes key(4000, 0x5A);
     KeymasterUtils transport(kTee);
-    ASSERT_EQ(sendCbor(transport, kConfigure, kVersions).error, KM_ERROR_OK);
-    const Bytes generated = sendCbor(transport, kGenerate, kHmacKey).body;
-    const Bytes handle = entryOf(sendCbor(transport, kBegin, beginSign(generated)).body);
-    Bytes finish = {0xA2};
-    finish.insert(finish.end(), handle.begin(), handle.end());
-    const Bytes input_head = {0x18, 0x23, 0x5A, 0x00, 0x08, 0x00, 0x00};
-    finish.insert(finish.end(), input_head.begin(), input_head.end());
-    finish.resize(finish.size() + 0x80000, 'x');
-    const CborAnswer signature = sendCbor(transport, 0x2112, finish);
-    EXPECT_EQ(signature.error, KM_ERROR_OK);
-    EXPECT_EQ(signature.body.size(), 1U + 2 + 2 + 32);
+    for (const uint32_t command : {0x210BU, 0x2117U}) {
+        sendCbor(transport, command, key);
+        keymaster_blob_t buffer = {nullptr, 0};
+        transport.init(command, &buffer);
+        EXPECT_EQ(Bytes(buffer.data, buffer.data + key.size()), Bytes(key.size(), 0));
+        sendRecord(transport, {command & 0xFFF, 0x5A5A5A5A, 0x5A5A5A5A});
+        const uint8_t* shared = static_cast<uint8_t*>(transport.vaultlink_dev_init());
+        EXPECT_EQ(Bytes(shared, shared + 12), Bytes(12, 0));
+    }
 }
 
 TEST_F(SimTransport, SharedRegionBoundsEveryRecord) {

@@ -1,5 +1,9 @@
 #include "secureapp/daemon/Frame.h"
 
+#include <algorithm>
+#include <array>
+
+#include "secureapp/protocol/Commands.h"
 #include "secureapp/protocol/RecordReader.h"
 
 namespace lumo::secureapp {
@@ -7,7 +11,7 @@ namespace {
 
 constexpr uint32_t kRequestMagic = 0x514D554C;  // "LUMQ"
 constexpr uint32_t kReplyMagic = 0x524D554C;    // "LUMR"
-constexpr uint32_t kProtocolVersion = 2;
+constexpr uint32_t kProtocolVersion = 3;
 
 // Headers, word by word.
 enum RequestWord : size_t {
@@ -34,14 +38,20 @@ enum FactWord : size_t {
     kKeymasterVersion,
     kTaMinorVersion,
     kHalMinorVersion,
-    kFactWords,
+    kLife,  // two words
+    kFactWords = kLife + 2,
 };
 
-Bytes readBytes(Channel& channel, size_t size, Channel::Deadline deadline) {
-    Bytes bytes(size);
-    channel.read(bytes.data(), size, deadline);
-    return bytes;
-}
+// A frame's header on the stack.
+template <size_t kWords>
+struct Header {
+    void word(size_t index, uint32_t value) {
+        storeLittle(bytes.data() + index * kWordBytes, value, kWordBytes);
+    }
+    ByteView view() const { return {bytes.data(), bytes.size()}; }
+
+    std::array<uint8_t, kWords* kWordBytes> bytes = {};
+};
 
 size_t bounded(uint32_t size, size_t limit) {
     if (size > limit) throw ChannelError("a frame is too large");
@@ -50,8 +60,9 @@ size_t bounded(uint32_t size, size_t limit) {
 
 }  // namespace
 
-void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadline deadline) {
-    RecordWriter header(kRequestWords);
+void writeRequest(Channel& channel, const RequestFrame& request,
+                  std::chrono::milliseconds patience) {
+    Header<kRequestWords> header;
     header.word(kRequestMagicWord, kRequestMagic);
     header.word(kKind, static_cast<uint32_t>(request.kind));
     header.word(kLevel, request.level);
@@ -59,15 +70,14 @@ void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadli
     header.word(kCapacity, request.capacity);
     header.word(kAreaLength, static_cast<uint32_t>(request.area.size()));
     header.word(kRequestBodyLength, static_cast<uint32_t>(request.body.size()));
-    Bytes frame = header.finish();
-    append(frame, request.area);
-    append(frame, request.body);
-    channel.write(frame, deadline);
+    channel.send({header.view(), request.area, request.body}, after(patience));
 }
 
-RequestFrame readRequest(Channel& channel, Channel::Deadline deadline) {
-    const Bytes bytes = readBytes(channel, kRequestWords * kWordBytes, deadline);
-    const RecordReader header(bytes, kRequestWords);
+RequestFrame readRequest(Channel& channel, std::chrono::milliseconds patience) {
+    constexpr size_t kHeaderBytes = kRequestWords * kWordBytes;
+    channel.awaitMessage();
+    const Channel::Deadline deadline = after(patience);
+    const RecordReader header(channel.receive(kHeaderBytes, deadline), kRequestWords);
     if (header.word(kRequestMagicWord) != kRequestMagic) {
         throw ChannelError("what came is no request");
     }
@@ -78,30 +88,30 @@ RequestFrame readRequest(Channel& channel, Channel::Deadline deadline) {
     request.capacity = static_cast<uint32_t>(bounded(header.word(kCapacity), kMaxCapacity));
     const size_t area = bounded(header.word(kAreaLength), kMaxAreaBytes);
     const size_t body = bounded(header.word(kRequestBodyLength), kMaxBodyBytes);
-    request.area = readBytes(channel, area, deadline);
-    request.body = readBytes(channel, body, deadline);
+    const ByteView frame = channel.receive(kHeaderBytes + area + body, deadline);
+    request.area = frame.sub(kHeaderBytes, area);
+    request.body = frame.sub(kHeaderBytes + area);
     return request;
 }
 
-void writeReply(Channel& channel, const Reply& reply, Channel::Deadline deadline) {
-    const std::string reason = reply.reason.substr(0, kMaxReasonBytes);
-    RecordWriter header(kReplyWords);
+void writeReply(Channel& channel, const Reply& reply, std::chrono::milliseconds patience) {
+    const size_t reason = std::min(reply.reason.size(), kMaxReasonBytes);
+    Header<kReplyWords> header;
     header.word(kReplyMagicWord, kReplyMagic);
     header.word(kError, static_cast<uint32_t>(reply.error));
     header.word(kCause, static_cast<uint32_t>(reply.cause));
     header.word(kReplyBodyLength, static_cast<uint32_t>(reply.body.size()));
-    header.word(kReasonLength, static_cast<uint32_t>(reason.size()));
-    Bytes frame = header.finish();
-    append(frame, reply.body);
-    append(frame, reason);
-    channel.write(frame, deadline);
+    header.word(kReasonLength, static_cast<uint32_t>(reason));
+    const ByteView text(reinterpret_cast<const uint8_t*>(reply.reason.data()), reason);
+    channel.send({header.view(), reply.body, text}, after(patience));
 }
 
-Reply readReply(Channel& channel, Channel::Deadline deadline) {
-    const Bytes bytes = readBytes(channel, kReplyWords * kWordBytes, deadline);
-    const RecordReader header(bytes, kReplyWords);
+ReplyFrame readReply(Channel& channel, std::chrono::milliseconds patience) {
+    constexpr size_t kHeaderBytes = kReplyWords * kWordBytes;
+    const Channel::Deadline deadline = after(patience);
+    channel.awaitMessage();
+    const RecordReader header(channel.receive(kHeaderBytes, deadline), kReplyWords);
     if (header.word(kReplyMagicWord) != kReplyMagic) throw ChannelError("what came is no reply");
-    Reply reply;
     const auto error = static_cast<int32_t>(header.word(kError));
     const uint32_t cause = header.word(kCause);
     // Beyond its published codes the secure application has no answers.
@@ -111,11 +121,13 @@ Reply readReply(Channel& channel, Channel::Deadline deadline) {
     }
     const size_t body = bounded(header.word(kReplyBodyLength), kMaxBodyBytes);
     const size_t reason = bounded(header.word(kReasonLength), kMaxReasonBytes);
+    const ByteView frame = channel.receive(kHeaderBytes + body + reason, deadline);
+    const ByteView text = frame.sub(kHeaderBytes + body);
+    ReplyFrame reply;
     reply.error = static_cast<keymaster_error_t>(error);
     reply.cause = static_cast<Cause>(cause);
-    reply.body = readBytes(channel, body, deadline);
-    const Bytes text = readBytes(channel, reason, deadline);
-    reply.reason.assign(text.begin(), text.end());
+    reply.body = frame.sub(kHeaderBytes, body);
+    reply.reason = {reinterpret_cast<const char*>(text.data()), text.size()};
     return reply;
 }
 
@@ -126,6 +138,7 @@ Bytes encodeFacts(const ServerFacts& facts) {
     body.word(kKeymasterVersion, facts.keymaster_version);
     body.word(kTaMinorVersion, facts.ta_minor_version);
     body.word(kHalMinorVersion, facts.hal_minor_version);
+    body.longWord(kLife, facts.life);
     return body.finish();
 }
 
@@ -136,7 +149,19 @@ ServerFacts decodeFacts(ByteView body) {
         throw ChannelError("the secure application is of another version");
     }
     return {words.word(kLegacy) != 0, words.word(kKeymasterVersion), words.word(kTaMinorVersion),
-            words.word(kHalMinorVersion)};
+            words.word(kHalMinorVersion), words.longWord(kLife)};
+}
+
+bool bringsKeyMaterial(const RequestFrame& request) {
+    if (request.kind == FrameKind::kHello) return false;
+    const auto level = static_cast<keymaster_security_level_t>(request.level);
+    std::optional<Command> command;
+    if (request.kind == FrameKind::kCbor) {
+        command = findCborCommand(request.command, level, false);
+    } else if (request.body.size() >= kWordBytes) {
+        command = findRecordCommand(loadWord(request.body, 0), level, true);
+    }
+    return command == Command::kImportKey || command == Command::kImportWrappedKey;
 }
 
 }  // namespace lumo::secureapp

@@ -4,6 +4,8 @@
 // Every count has a bound, checked before anything is allocated for it.
 #pragma once
 
+#include <string_view>
+
 #include "secureapp/base/Bytes.h"
 #include "secureapp/base/Reply.h"
 #include "secureapp/daemon/Channel.h"
@@ -23,13 +25,22 @@ enum class FrameKind : uint32_t {
     kRecord = 3,  // `body`, the answer's `area` and `capacity`
 };
 
+// Nothing in a frame is copied: to send, it refers to the sender's bytes; as received, to the
+// channel's, until the next frame comes.
 struct RequestFrame {
     FrameKind kind = FrameKind::kHello;
     uint32_t level = 0;  // keymaster_security_level_t
     uint32_t command = 0;
     uint32_t capacity = 0;
-    Bytes area;
-    Bytes body;
+    ByteView area;
+    ByteView body;
+};
+
+struct ReplyFrame {
+    keymaster_error_t error = KM_ERROR_OK;
+    Cause cause = Cause::kNone;
+    ByteView body;
+    std::string_view reason;
 };
 
 // The body of the reply to a hello.
@@ -38,14 +49,22 @@ struct ServerFacts {
     uint32_t keymaster_version = 0;
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
+    // Another number after each start of the server, since a start is a boot.
+    uint64_t life = 0;
 };
 
-void writeRequest(Channel& channel, const RequestFrame& request, Channel::Deadline deadline);
-RequestFrame readRequest(Channel& channel, Channel::Deadline deadline);
-void writeReply(Channel& channel, const Reply& reply, Channel::Deadline deadline);
-Reply readReply(Channel& channel, Channel::Deadline deadline);
+// Both throw ChannelError where the frame does not pass whole within `patience`; for a frame to be
+// read that counts from its first byte.
+void writeRequest(Channel& channel, const RequestFrame& request,
+                  std::chrono::milliseconds patience);
+RequestFrame readRequest(Channel& channel, std::chrono::milliseconds patience);
+void writeReply(Channel& channel, const Reply& reply, std::chrono::milliseconds patience);
+ReplyFrame readReply(Channel& channel, std::chrono::milliseconds patience);
 
 Bytes encodeFacts(const ServerFacts& facts);
 ServerFacts decodeFacts(ByteView body);  // throws ChannelError
+
+// Whether the request may carry a key in the clear. Its bytes are wiped once it is answered.
+bool bringsKeyMaterial(const RequestFrame& request);
 
 }  // namespace lumo::secureapp

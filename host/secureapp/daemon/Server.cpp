@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/random.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -64,14 +65,26 @@ void bindPrivate(const FileHandle& socket, const std::string& path) {
     if (result != 0) failSystem("listen at", path);
 }
 
-Reply carryOut(Device& device, const RequestFrame& request, uint64_t client) {
+uint64_t makeLife() {
+    uint64_t life = 0;
+    // 0 is no life.
+    while (life == 0) {
+        const bool failed = ::getrandom(&life, sizeof(life), 0) != sizeof(life);
+        if (failed && errno != EINTR) {
+            throw ChannelError("the system gives no random bytes: " + systemError(errno));
+        }
+    }
+    return life;
+}
+
+Reply carryOut(Device& device, const RequestFrame& request, uint64_t client, uint64_t life) {
     SecureApp& app = device.app(static_cast<keymaster_security_level_t>(request.level));
     const Profile& profile = device.profile();
     switch (request.kind) {
         case FrameKind::kHello:
             return {KM_ERROR_OK,
                     encodeFacts({profile.legacy, profile.keymaster_version,
-                                 profile.ta_minor_version, profile.hal_minor_version}),
+                                 profile.ta_minor_version, profile.hal_minor_version, life}),
                     Cause::kNone,
                     {}};
         case FrameKind::kCbor:
@@ -91,6 +104,7 @@ bool isLevel(uint32_t level) {
 Server::Server(Device& device, const std::string& path)
     : device_(device),
       path_(path),
+      life_(makeLife()),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     if (!listener_) failSystem("make a socket for", path);
     requireSafeDirectory(path);
@@ -144,9 +158,9 @@ void Server::accept() {
     // Out of descriptors: the connection waits, and clients may end meanwhile.
     if (!socket) std::this_thread::sleep_for(kAcceptPause);
     if (!socket || clients_.size() >= kMaxClients) return;
-    clients_.emplace_back(std::move(socket), ++last_client_);
+    clients_.emplace_back(Channel(std::move(socket)), ++last_client_);
     Client& client = clients_.back();
-    if (!client.channel.peerIsSameUser()) {
+    if (client.channel.peer().uid != ::geteuid()) {
         clients_.pop_back();
         return;
     }
@@ -170,11 +184,11 @@ void Server::serve(Client& client) {
     Channel& channel = client.channel;
     try {
         for (;;) {
-            channel.awaitInput();
-            const RequestFrame request = readRequest(channel, after(kFramePatience));
+            const RequestFrame request = readRequest(channel, kFramePatience);
             if (!isLevel(request.level)) break;
-            const Reply reply = carryOut(device_, request, client.number);
-            writeReply(channel, reply, after(kFramePatience));
+            const Reply reply = carryOut(device_, request, client.number, life_);
+            if (bringsKeyMaterial(request)) channel.wipeMessage();
+            writeReply(channel, reply, kFramePatience);
         }
     } catch (const std::exception&) {
         // Closed, too slow, garbage, or no memory for what it sent.

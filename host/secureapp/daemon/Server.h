@@ -32,8 +32,8 @@ class Server {
 
   private:
     struct Client {
-        Client(FileHandle socket, uint64_t its_number)
-            : channel(std::move(socket)), number(its_number) {}
+        Client(Channel its_channel, uint64_t its_number)
+            : channel(std::move(its_channel)), number(its_number) {}
 
         Channel channel;
         const uint64_t number;
@@ -49,6 +49,7 @@ class Server {
 
     Device& device_;
     const std::string path_;
+    const uint64_t life_;
     FileHandle listener_;
     dev_t socket_device_ = 0;
     ino_t socket_inode_ = 0;
