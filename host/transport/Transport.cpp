@@ -4,6 +4,7 @@
 
 #include "Failures.h"
 #include "Link.h"
+#include "ReplayLink.h"
 #include "SimLink.h"
 #include "SocketLink.h"
 #include "TransportName.h"
@@ -67,6 +68,7 @@ std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
     try {
         const TransportName name = chosenTransport();
         if (name.kind == TransportName::Kind::kUnix) {
+            if (name.replay) return std::make_unique<ReplayLink>(level, name.path);
             return std::make_unique<SocketLink>(level, name.path, SocketLink::AfterRestart::kSend);
         }
         return std::make_unique<SimLink>(level, *name.profile);

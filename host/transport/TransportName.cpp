@@ -33,6 +33,14 @@ void setSimProfile(TransportName& name, const std::string& setting, const std::s
     }
 }
 
+void setReplay(TransportName& name, const std::string& setting, const std::string& text) {
+    if (setting != "replay=no" && setting != "replay=yes") {
+        refuse(text, "unix takes a path without commas and replay=yes or replay=no, not '" +
+                         setting + "'");
+    }
+    name.replay = setting == "replay=yes";
+}
+
 }  // namespace
 
 TransportName parseTransportName(const std::string& text) {
@@ -48,11 +56,12 @@ TransportName parseTransportName(const std::string& text) {
     }
     if (kind == "unix") {
         name.kind = TransportName::Kind::kUnix;
-        name.path = settings;
-        if (settings.empty()) refuse(text, "unix needs the path of the daemon's socket: unix:PATH");
-        if (settings.find(',') != std::string::npos) {
-            refuse(text, "unix takes a path without commas and no settings");
+        const size_t comma = settings.find(',');
+        name.path = settings.substr(0, comma);
+        if (name.path.empty()) {
+            refuse(text, "unix needs the path of the daemon's socket: unix:PATH");
         }
+        if (comma != std::string::npos) setReplay(name, settings.substr(comma + 1), text);
         return name;
     }
     refuse(text, "unknown transport '" + kind + "'; known are sim, sim:profile=NAME and unix:PATH");

@@ -14,6 +14,7 @@ struct TransportName {
     Kind kind = Kind::kSim;
     const secureapp::Profile* profile = nullptr;  // kSim
     std::string path;                             // kUnix
+    bool replay = true;                           // kUnix: see ReplayLink.h
 };
 
 class UsageError : public std::runtime_error {

@@ -1,4 +1,5 @@
 // The daemon, run as the program that it is.
+#include <android/log.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +12,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -108,14 +111,16 @@ class Program {
 
 class Daemon : public ::testing::Test {
   protected:
-    std::unique_ptr<Program> launch(const std::string& profile = "cbor") {
-        return std::make_unique<Program>(
-            std::vector<std::string>{"--listen", "unix:" + socket_, "--state", folder_ / "state",
-                                     "--profile", profile, "--ready-fd", std::to_string(kReadyFd)});
+    std::unique_ptr<Program> launch(const std::vector<std::string>& more = {}) {
+        std::vector<std::string> arguments = {"--listen",   "unix:" + socket_,
+                                              "--state",    folder_ / "state",
+                                              "--ready-fd", std::to_string(kReadyFd)};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return std::make_unique<Program>(arguments);
     }
 
-    std::unique_ptr<Program> start(const std::string& profile = "cbor") {
-        auto program = launch(profile);
+    std::unique_ptr<Program> start(const std::vector<std::string>& more = {}) {
+        auto program = launch(more);
         EXPECT_EQ(program->awaitReady(), "ready\n");
         useTransport("unix:" + socket_);
         return program;
@@ -162,16 +167,6 @@ TEST_F(Daemon, CallTakesTwoSystemCallsOnEachSide) {
     EXPECT_EQ(readRequest(there, patience).body.copy(), body);
     writeReply(there, {}, patience);
     EXPECT_EQ(g_calls, 2);
-}
-
-TEST_F(Daemon, PlaysItsProfile) {
-    const auto daemon = start("legacy-3");
-    KeymasterUtils client(kTee);
-    EXPECT_TRUE(client.isLegacy());
-    EXPECT_EQ(client.getKeymasterVersion(), 3U);
-    EXPECT_EQ(client.getKeymasterTaMinorVersion(), 112U);
-    EXPECT_EQ(client.getKeymasterHalMinorVersion(), 0U);
-    EXPECT_EQ(sendRecord(client, {kDateSupport, 0, 0}), KM_ERROR_INVALID_TAG);
 }
 
 TEST_F(Daemon, ButtonIsPressedWithASignal) {
@@ -260,22 +255,72 @@ TEST_F(Daemon, OneClientsTroubleIsNobodyElses) {
     for (const int fd : sockets) ::close(fd);
 }
 
-TEST_F(Daemon, RestartLosesNoKey) {
+std::atomic<int> g_restarts_logged{0};
+
+// Each object hears of each restart once, from the call that it makes while the daemon is away or
+// else from its first one after that; then it works as if nothing had been.
+TEST_F(Daemon, ObjectsOutliveRestarts) {
+    __android_log_set_logger([](const __android_logger_data*, const char* message) {
+        if (std::strstr(message, "has restarted") != nullptr) ++g_restarts_logged;
+    });
     auto daemon = start();
-    KeymasterUtils client(kTee);
-    ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK);
-    const Bytes generated = sendCbor(client, kGenerate, kHmacKey).body;
-    for (const int signal : {SIGKILL, SIGTERM}) {
-        EXPECT_EQ(daemon->end(signal), signal == SIGKILL ? -SIGKILL : 0);
-        EXPECT_EQ(sendCbor(client, kSharing, {}).error, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
-        EXPECT_EQ(client.hsm_init(), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
-        EXPECT_EQ(lastTransportFailure().kind, TransportStatus::transport);
-        // A socket left over by the kill is no obstacle.
-        daemon = start();
-        EXPECT_EQ(client.hsm_init(), KM_ERROR_OK);
+    struct stat status = {};
+    ASSERT_EQ(::stat(socket_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    std::array<KeymasterUtils, 5> clients = {KeymasterUtils(kTee), KeymasterUtils(kTee),
+                                             KeymasterUtils(kTee), KeymasterUtils(kTee),
+                                             KeymasterUtils(kTee)};
+    for (auto& client : clients) {
+        EXPECT_EQ(sendRecord(client, {kDateSupport, 0, 0}), KM_ERROR_OK);
         ASSERT_EQ(sendCbor(client, kConfigure, kVersions).error, KM_ERROR_OK);
-        EXPECT_EQ(sendCbor(client, kBegin, beginSign(generated)).error, KM_ERROR_OK);
     }
+    useTransport("unix:" + socket_ + ",replay=no");
+    KeymasterUtils forgetful(kTee);
+    ASSERT_EQ(forgetful.hsm_init(), KM_ERROR_OK);
+    const Bytes begin = beginSign(sendCbor(clients[0], kGenerate, kHmacKey).body);
+    constexpr int kRestarts = 20;
+    for (int restart = 0; restart < kRestarts; ++restart) {
+        const bool killed = restart % 2 == 0, called_meanwhile = restart % 3 == 0;
+        EXPECT_EQ(daemon->end(killed ? SIGKILL : SIGTERM), killed ? -SIGKILL : 0);
+        EXPECT_EQ(::stat(socket_.c_str(), &status) == 0, killed) << "whether the socket is left";
+        for (int calls = called_meanwhile ? 2 : 0; calls > 0; --calls) {
+            EXPECT_EQ(sendCbor(clients[0], kBegin, begin).error,
+                      KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+        }
+        daemon = start();
+        EXPECT_EQ(sendCbor(forgetful, kBegin, begin).error, KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+        std::vector<std::thread> threads;
+        for (auto& client : clients) {
+            threads.emplace_back([&, told = called_meanwhile && &client == &clients[0]] {
+                if (!told) {
+                    EXPECT_EQ(sendCbor(client, kBegin, begin).error,
+                              KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+                }
+                EXPECT_EQ(sendCbor(client, kBegin, begin).error, KM_ERROR_OK);
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+    }
+    EXPECT_EQ(g_restarts_logged, static_cast<int>(clients.size()) * kRestarts);
+    __android_log_set_logger(__android_log_stderr_logger);
+}
+
+TEST_F(Daemon, RecordsAreReplayedToo) {
+    constexpr uint32_t kConfigureRecord = 0x116, kDeleteAllRecord = 0x10E;
+    auto daemon = start({"--profile", "legacy-3"});
+    KeymasterUtils client(kTee);
+    EXPECT_TRUE(client.isLegacy());
+    EXPECT_EQ(client.getKeymasterVersion(), 3U);
+    EXPECT_EQ(client.getKeymasterTaMinorVersion(), 112U);
+    EXPECT_EQ(client.getKeymasterHalMinorVersion(), 0U);
+    EXPECT_EQ(sendRecord(client, {kDateSupport, 0, 0}), KM_ERROR_INVALID_TAG);
+    EXPECT_EQ(sendRecord(client, {kConfigureRecord, 12, 2, KM_TAG_OS_VERSION, 110000, 0,
+                                  KM_TAG_OS_PATCHLEVEL, 202012, 0}),
+              KM_ERROR_OK);
+    EXPECT_EQ(daemon->end(SIGTERM), 0);
+    daemon = start({"--profile", "legacy-3"});
+    EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+    EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_OK);
 }
 
 // Killed while it makes its state, then while clients make keys: it always starts again, and

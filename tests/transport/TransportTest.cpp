@@ -33,13 +33,10 @@ TEST(TransportName, MeansOneThingOrIsRefused) {
     } const cases[] = {
         {"sim", "cbor", ""},
         {"sim:profile=cbor", "cbor", ""},
-        {"sim:profile=legacy-4", "legacy-4", ""},
-        {"sim:profile=legacy-3", "legacy-3", ""},
         {"sim:profile=legacy-3-encoding", "legacy-3-encoding", ""},
         {"unix:/run/x=y", "/run/x=y", ""},
         {"", nullptr, "unknown transport ''"},
         {"SIM", nullptr, "unknown transport 'SIM'"},
-        {"simulator", nullptr, "unknown transport"},
         {"sim:", nullptr, "profile=NAME"},
         {"sim:legacy-4", nullptr, "profile=NAME"},
         {"sim:profil=cbor", nullptr, "not 'profil=cbor'"},
@@ -47,7 +44,9 @@ TEST(TransportName, MeansOneThingOrIsRefused) {
         {"sim:profile=cbor,profile=cbor", nullptr, "unknown profile"},
         {"unix", nullptr, "path"},
         {"unix:", nullptr, "path"},
-        {"unix:/run/x,timeout=1", nullptr, "no settings"},
+        {"unix:,replay=no", nullptr, "path"},
+        {"unix:/run/x,replay=no", "/run/x", ""},
+        {"unix:/run/x,timeout=1", nullptr, "not 'timeout=1'"},
     };
     for (const auto& test : cases) {
         try {
@@ -72,30 +71,6 @@ class SimTransport : public ::testing::Test {
 
     Folder folder_;
 };
-
-TEST_F(SimTransport, PlaysTheProfiles) {
-    struct {
-        const char* profile;
-        bool legacy;
-        uint32_t version, ta_minor, hal_minor;
-        int32_t date_support;
-    } const cases[] = {
-        {"cbor", false, 4, 113, 1, KM_ERROR_OK},
-        {"legacy-4", true, 4, 113, 1, KM_ERROR_OK},
-        {"legacy-3", true, 3, 112, 0, KM_ERROR_INVALID_TAG},
-        {"legacy-3-encoding", true, 3, 113, 1, KM_ERROR_OK},
-    };
-    for (const auto& test : cases) {
-        useTransport(std::string("sim:profile=") + test.profile);
-        KeymasterUtils transport(kTee);
-        EXPECT_EQ(transport.isLegacy(), test.legacy);
-        EXPECT_EQ(transport.getKeymasterVersion(), test.version);
-        EXPECT_EQ(transport.getKeymasterTaMinorVersion(), test.ta_minor);
-        EXPECT_EQ(transport.getKeymasterHalMinorVersion(), test.hal_minor);
-        EXPECT_EQ(transport.hsm_init(), KM_ERROR_OK);
-        EXPECT_EQ(sendRecord(transport, {kDateSupport, 0, 0}), test.date_support);
-    }
-}
 
 TEST_F(SimTransport, ObjectsOfOneLevelShareOneBoot) {
     Bytes generated;
@@ -163,8 +138,6 @@ TEST_F(SimTransport, TellsWhatIsWrongBeforeAnyCommand) {
     EXPECT_EQ(usage.kind, TransportStatus::usage);
     EXPECT_THAT(usage.message, HasSubstr("unknown profile 'no'"));
     KeymasterUtils refused(kTee);
-    EXPECT_FALSE(refused.isLegacy());
-    EXPECT_EQ(refused.hsm_init(), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
     EXPECT_EQ(sendCbor(refused, kSharing, {}).error, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
     EXPECT_EQ(sendRecord(refused, {kDateSupport, 0, 0}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
 

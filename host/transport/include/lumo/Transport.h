@@ -4,7 +4,10 @@
 //   sim                  the secure application in this process
 //   sim:profile=NAME     the same, playing another one: cbor (default), legacy-4, legacy-3,
 //                        legacy-3-encoding
-//   unix:PATH            the daemon that listens at PATH
+//   unix:PATH            the daemon that listens at PATH. After a restart of the daemon an object
+//                        gets one KM_ERROR_SECURE_HW_COMMUNICATION_FAILED; then it works again
+//   unix:PATH,replay=no  the same, but nothing is said to a restarted daemon that the object does
+//                        not say itself: it must be configured anew
 // Anything else is refused; there is never a fallback from one to another.
 #pragma once
 

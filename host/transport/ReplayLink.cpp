@@ -1,0 +1,114 @@
+#include "ReplayLink.h"
+
+#include <android/log.h>
+
+#include <utility>
+
+#include "secureapp/protocol/Commands.h"
+#include "secureapp/protocol/RecordReader.h"
+
+namespace lumo::transport {
+namespace {
+
+using namespace secureapp;
+
+constexpr char kLogTag[] = "lumo-transport";
+
+bool isStartUp(std::optional<Command> command) {
+    return command == Command::kConfigure || command == Command::kDateSupport;
+}
+
+// The status of a record's answer.
+int32_t statusOf(const uint8_t* answer, size_t capacity) {
+    if (capacity < kWordBytes) return KM_ERROR_UNKNOWN_ERROR;
+    return static_cast<int32_t>(loadWord(ByteView(answer, capacity), 0));
+}
+
+}  // namespace
+
+// A failed exchange may have met a new life, too: it is prepared for the next call.
+template <typename Work>
+keymaster_error_t ReplayLink::around(Work exchange) {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    const keymaster_error_t error = exchange();
+    if (socket_.life() != prepared_life_) static_cast<void>(open());
+    return error;
+}
+
+keymaster_error_t ReplayLink::open() {
+    if (const keymaster_error_t error = socket_.open(); error != KM_ERROR_OK) return error;
+    if (socket_.life() == prepared_life_) return KM_ERROR_OK;
+    return replayAll();
+}
+
+keymaster_error_t ReplayLink::replayAll() {
+    const uint64_t life = socket_.life();
+    if (prepared_life_ != 0) {
+        __android_log_print(ANDROID_LOG_WARN, kLogTag,
+                            "%s: the secure application has restarted; running operations, the "
+                            "agreed HMAC key, early boot and the device lock are as after a boot",
+                            path_.c_str());
+    }
+    for (const Exchange& exchange : said_) {
+        const keymaster_error_t error = replay(exchange);
+        // It went away once more: the next call begins anew.
+        if (error == KM_ERROR_SECURE_HW_COMMUNICATION_FAILED) return error;
+        __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s: sent command 0x%x again: %d",
+                            path_.c_str(), exchange.command, error);
+    }
+    prepared_life_ = life;
+    return KM_ERROR_OK;
+}
+
+keymaster_error_t ReplayLink::replay(const Exchange& exchange) {
+    if (exchange.kind == FrameKind::kCbor) {
+        ByteView response;
+        return socket_.exchangeCbor(exchange.command, exchange.request, response);
+    }
+    Bytes response(exchange.capacity);
+    const keymaster_error_t error =
+        socket_.exchangeRecord(exchange.request, response.data(), response.size());
+    if (error != KM_ERROR_OK) return error;
+    return static_cast<keymaster_error_t>(statusOf(response.data(), response.size()));
+}
+
+void ReplayLink::keep(Exchange exchange) {
+    for (Exchange& known : said_) {
+        if (known.command != exchange.command) continue;
+        known = std::move(exchange);
+        return;
+    }
+    said_.push_back(std::move(exchange));
+}
+
+ServerFacts ReplayLink::facts() {
+    static_cast<void>(open());
+    return socket_.facts();
+}
+
+keymaster_error_t ReplayLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
+    return around([&] {
+        const keymaster_error_t error = socket_.exchangeCbor(command, request, response);
+        if (error == KM_ERROR_OK && isStartUp(findCborCommand(command, level_, false))) {
+            keep({FrameKind::kCbor, command, request.copy(), 0});
+        }
+        return error;
+    });
+}
+
+keymaster_error_t ReplayLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
+    return around([&] {
+        const keymaster_error_t error = socket_.exchangeRecord(request, response, capacity);
+        if (error != KM_ERROR_OK || request.size() < kWordBytes) return error;
+        const uint32_t command = loadWord(request, 0);
+        const std::optional<Command> meant = findRecordCommand(command, level_, true);
+        const bool accepted =
+            statusOf(response, capacity) == KM_ERROR_OK || meant == Command::kDateSupport;
+        if (accepted && isStartUp(meant)) {
+            keep({FrameKind::kRecord, command, request.copy(), capacity});
+        }
+        return error;
+    });
+}
+
+}  // namespace lumo::transport
