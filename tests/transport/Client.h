@@ -52,7 +52,6 @@ inline int32_t sendRecord(keymasterutils::KeymasterUtils& transport,
 constexpr uint32_t kConfigure = 0x2116;
 constexpr uint32_t kGenerate = 0x2108;
 constexpr uint32_t kBegin = 0x210F;
-constexpr uint32_t kAbort = 0x2113;
 constexpr uint32_t kSharing = 0x220E;
 constexpr uint32_t kDateSupport = 0x215;
 

@@ -1,11 +1,15 @@
 // lumo-secureapp: the software secure application as a daemon.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "secureapp/base/Environment.h"
@@ -28,6 +32,10 @@ struct Options {
     std::string profile = "cbor";
     bool test_keys = false;
     int ready_fd = -1;
+    std::string log;
+    bool verbose = false;
+    unsigned idle_seconds = kIdlePatience.count();
+    bool harden = false;
     bool print_capabilities = false;
 };
 
@@ -40,18 +48,21 @@ void printCapabilities() {
         {"largest_record_answer_bytes", kMaxCapacity},
         {"most_clients", kMaxClients},
         {"frame_patience_ms", kFramePatience.count()},
+        {"idle_patience_ms", std::chrono::milliseconds(kIdlePatience).count()},
     };
     std::printf("%s\n", capabilities.dump(2).c_str());
 }
 
-// SIGTERM and SIGINT, which end the daemon, and SIGUSR1, which presses the device's button, as a
-// descriptor that becomes readable; before any thread exists.
+// SIGTERM and SIGINT, which end the daemon, and SIGUSR1, which confirms presence, as a descriptor
+// that becomes readable; before any thread exists. A reader of the output that has gone ends
+// nothing.
 FileHandle catchSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGUSR1);
+    ::signal(SIGPIPE, SIG_IGN);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return FileHandle(::signalfd(-1, &signals, SFD_CLOEXEC));
 }
@@ -66,8 +77,18 @@ void tellReady(int fd) {
     ::close(fd);
 }
 
+// Nobody but root may look into the process, and no core of it is left: both hold all secrets.
+void harden() {
+    const rlimit none = {0, 0};
+    if (::setrlimit(RLIMIT_CORE, &none) != 0 || ::prctl(PR_SET_DUMPABLE, 0) != 0) {
+        throw StateError("cannot harden the process: " + systemError(errno));
+    }
+}
+
 void run(const Options& options, const std::string& path) {
+    if (options.harden) harden();
     const FileHandle signals = catchSignals();
+    const Log log(options.log, options.verbose);
     DeviceOptions device_options;
     device_options.state_directory =
         options.state.empty() ? defaultStateDirectory() : options.state;
@@ -84,9 +105,12 @@ void run(const Options& options, const std::string& path) {
     Device device(device_options);
     device.app(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
-    Server server(device, path);
+    Server server(device, path, std::chrono::seconds(options.idle_seconds), log);
     tellReady(options.ready_fd);
-    server.run(signals.get());
+    log.line("serves " + device_options.state_directory + " with profile " + options.profile +
+             " at unix:" + path);
+    const int signal = server.run(signals.get());
+    log.line(std::string("ends after ") + ::strsignal(signal));
 }
 
 int complain(const char* what, ExitStatus status) {
@@ -104,6 +128,9 @@ int start(const Options& options) {
     }
     if (findProfile(options.profile) == nullptr) {
         return complain("--profile must be one of those that --print-capabilities lists", kUsage);
+    }
+    if (options.ready_fd != -1 && ::fcntl(options.ready_fd, F_GETFD) < 0) {
+        return complain("--ready-fd must be an open file descriptor", kUsage);
     }
     try {
         run(options, options.listen.substr(sizeof(kSocketPrefix) - 1));
@@ -133,6 +160,15 @@ int main(int argc, char** argv) {
     program.add_option(
         "--ready-fd", options.ready_fd,
         "file descriptor that gets \"ready\" and is closed once clients can connect");
+    program.add_option("--idle", options.idle_seconds,
+                       "seconds without a request after which a client is dropped when the daemon "
+                       "is full and another one comes (default 60)");
+    program.add_option("--log", options.log,
+                       "write the log behind this file's content (default: to standard error)");
+    program.add_flag("-v,--verbose", options.verbose,
+                     "log clients that come and go, and every refusal with its reason");
+    program.add_flag("--harden", options.harden,
+                     "let no other process of the user trace the daemon, and leave no core dump");
     program.add_flag("--print-capabilities", options.print_capabilities,
                      "print limits and profiles as JSON and exit");
     try {

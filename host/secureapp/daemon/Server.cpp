@@ -2,17 +2,21 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/random.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <system_error>
 
 #include "secureapp/base/Reply.h"
-#include "secureapp/daemon/Frame.h"
+#include "secureapp/protocol/RecordReader.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -77,22 +81,18 @@ uint64_t makeLife() {
     return life;
 }
 
-Reply carryOut(Device& device, const RequestFrame& request, uint64_t client, uint64_t life) {
-    SecureApp& app = device.app(static_cast<keymaster_security_level_t>(request.level));
-    const Profile& profile = device.profile();
-    switch (request.kind) {
-        case FrameKind::kHello:
-            return {KM_ERROR_OK,
-                    encodeFacts({profile.legacy, profile.keymaster_version,
-                                 profile.ta_minor_version, profile.hal_minor_version, life}),
-                    Cause::kNone,
-                    {}};
-        case FrameKind::kCbor:
-            return app.exchangeCbor(request.command, request.body, client);
-        case FrameKind::kRecord:
-            return app.exchangeRecord(request.body, request.area, request.capacity, client);
-    }
-    throw ChannelError("what came is no request");
+std::string nameOf(uint64_t client) {
+    return "client " + std::to_string(client);
+}
+
+std::string describe(const RequestFrame& request) {
+    const bool cbor = request.kind == FrameKind::kCbor;
+    uint32_t command = request.command;
+    if (!cbor && request.body.size() >= kWordBytes) command = loadWord(request.body, 0);
+    char text[64];
+    std::snprintf(text, sizeof(text), "%s 0x%x of level %u", cbor ? "command" : "record", command,
+                  request.level);
+    return text;
 }
 
 bool isLevel(uint32_t level) {
@@ -101,11 +101,16 @@ bool isLevel(uint32_t level) {
 
 }  // namespace
 
-Server::Server(Device& device, const std::string& path)
+Server::Server(Device& device, const std::string& path, std::chrono::milliseconds idle_patience,
+               const Log& log)
     : device_(device),
       path_(path),
+      idle_patience_(idle_patience),
+      log_(log),
       life_(makeLife()),
-      listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+      listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      ended_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!ended_) failSystem("make an event for", path);
     if (!listener_) failSystem("make a socket for", path);
     requireSafeDirectory(path);
     removeStaleSocket(path);
@@ -129,53 +134,126 @@ Server::~Server() {
     if (ours) ::unlink(path_.c_str());
 }
 
-bool Server::readSignal(int signals) {
+int Server::readSignal(int signals) {
     signalfd_siginfo signal = {};
-    const bool pressed =
-        ::read(signals, &signal, sizeof(signal)) == sizeof(signal) && signal.ssi_signo == SIGUSR1;
-    if (!pressed) return true;
+    if (::read(signals, &signal, sizeof(signal)) != sizeof(signal)) return SIGTERM;
+    if (signal.ssi_signo != SIGUSR1) return static_cast<int>(signal.ssi_signo);
     for (const auto level : {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, KM_SECURITY_LEVEL_STRONGBOX}) {
         device_.app(level).confirmPresence();
     }
-    return false;
+    log_.detail("presence confirmed by a signal");
+    return 0;
 }
 
-void Server::run(int signals) {
+int Server::run(int signals) {
     for (;;) {
-        pollfd entries[] = {{signals, POLLIN, 0}, {listener_.get(), POLLIN, 0}};
-        if (::poll(entries, 2, -1) < 0) {
+        pollfd entries[] = {
+            {signals, POLLIN, 0}, {listener_.get(), POLLIN, 0}, {ended_.get(), POLLIN, 0}};
+        if (::poll(entries, std::size(entries), -1) < 0) {
             if (errno == EINTR) continue;
             failSystem("wait at", path_);
         }
-        if (entries[0].revents != 0 && readSignal(signals)) return;
+        if (entries[0].revents != 0) {
+            if (const int signal = readSignal(signals); signal != 0) return signal;
+        }
+        if (entries[2].revents != 0) removeFinished();
         if (entries[1].revents != 0) accept();
     }
 }
 
 void Server::accept() {
     FileHandle socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    removeFinished();
-    // Out of descriptors: the connection waits, and clients may end meanwhile.
-    if (!socket) std::this_thread::sleep_for(kAcceptPause);
-    if (!socket || clients_.size() >= kMaxClients) return;
-    clients_.emplace_back(Channel(std::move(socket)), ++last_client_);
-    Client& client = clients_.back();
-    if (client.channel.peer().uid != ::geteuid()) {
-        clients_.pop_back();
+    if (!socket) {
+        // Out of descriptors: the connection waits, and clients may end meanwhile.
+        std::this_thread::sleep_for(kAcceptPause);
         return;
     }
-    client.thread = std::thread([this, &client] {
-        serve(client);
-        client.done = true;
-    });
+    try {
+        admit(Channel(std::move(socket)));
+    } catch (const std::exception& error) {
+        log_.line(std::string("lost a new client: ") + error.what());
+    }
+}
+
+void Server::admit(Channel channel) {
+    const ucred peer = channel.peer();
+    const std::string process = "process " + std::to_string(peer.pid);
+    if (peer.uid != ::geteuid()) {
+        log_.line("refused " + process + " of another user");
+        return;
+    }
+    const auto staying = std::count_if(clients_.begin(), clients_.end(),
+                                       [](const Client& client) { return !client.leaving; });
+    if (static_cast<size_t>(staying) >= kMaxClients && !dropIdle()) {
+        refuse(channel, "the daemon serves " + std::to_string(kMaxClients) +
+                            " clients, which is as many as it can, and all of them are in use; end "
+                            "one, or try again later");
+        return;
+    }
+    Client& client = clients_.emplace_back(std::move(channel), ++last_client_);
+    try {
+        client.thread = std::thread([this, &client] {
+            serve(client);
+            client.done = true;
+            constexpr uint64_t kOne = 1;
+            static_cast<void>(!::write(ended_.get(), &kOne, sizeof(kOne)));
+        });
+        log_.detail(nameOf(client.number) + " is " + process);
+    } catch (const std::system_error& error) {
+        refuse(client.channel,
+               std::string("the daemon cannot start a thread for another client: ") + error.what());
+        clients_.pop_back();
+    }
+}
+
+// The client finds the reason in place of the answer to its hello.
+void Server::refuse(Channel& channel, const std::string& why) {
+    log_.line("refused a client: " + why);
+    writeReply(channel, {KM_ERROR_SECURE_HW_BUSY, {}, Cause::kRefusal, why}, kFramePatience);
+}
+
+bool Server::dropIdle() {
+    const auto longest =
+        std::min_element(clients_.begin(), clients_.end(), [](const Client& a, const Client& b) {
+            return std::pair(a.leaving, a.idle_since.load()) <
+                   std::pair(b.leaving, b.idle_since.load());
+        });
+    const Time since = longest->idle_since;
+    const bool idle = !longest->leaving && since != kBusy &&
+                      std::chrono::steady_clock::now() - since >= idle_patience_;
+    if (!idle) return false;
+    log_.line("dropped " + nameOf(longest->number) + ", idle, for a new one");
+    longest->leaving = true;
+    longest->channel.stopReading();
+    return true;
 }
 
 void Server::removeFinished() {
+    uint64_t count = 0;
+    static_cast<void>(!::read(ended_.get(), &count, sizeof(count)));
     clients_.remove_if([](Client& client) {
         if (!client.done) return false;
         client.thread.join();
         return true;
     });
+}
+
+Reply Server::carryOut(const RequestFrame& request, uint64_t client) {
+    SecureApp& app = device_.app(static_cast<keymaster_security_level_t>(request.level));
+    const Profile& profile = device_.profile();
+    switch (request.kind) {
+        case FrameKind::kHello:
+            return {KM_ERROR_OK,
+                    encodeFacts({profile.legacy, profile.keymaster_version,
+                                 profile.ta_minor_version, profile.hal_minor_version, life_}),
+                    Cause::kNone,
+                    {}};
+        case FrameKind::kCbor:
+            return app.exchangeCbor(request.command, request.body, client);
+        case FrameKind::kRecord:
+            return app.exchangeRecord(request.body, request.area, request.capacity, client);
+    }
+    throw ChannelError("what came is no request");
 }
 
 // Whatever goes wrong with a client ends this client's connection, with the operations that it left
@@ -185,13 +263,21 @@ void Server::serve(Client& client) {
     try {
         for (;;) {
             const RequestFrame request = readRequest(channel, kFramePatience);
-            if (!isLevel(request.level)) break;
-            const Reply reply = carryOut(device_, request, client.number, life_);
+            client.idle_since = kBusy;
+            if (!isLevel(request.level)) throw ChannelError("there is no such security level");
+            const Reply reply = carryOut(request, client.number);
+            if (reply.error != KM_ERROR_OK && log_.verbose()) {
+                log_.line(nameOf(client.number) + ": " + describe(request) +
+                          " refused: " + std::to_string(reply.error) +
+                          (reply.reason.empty() ? "" : ", " + reply.reason));
+            }
             if (bringsKeyMaterial(request)) channel.wipeMessage();
+            client.idle_since = std::chrono::steady_clock::now();
             writeReply(channel, reply, kFramePatience);
         }
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
         // Closed, too slow, garbage, or no memory for what it sent.
+        if (log_.verbose()) log_.line(nameOf(client.number) + " ended: " + error.what());
     }
     device_.endClient(client.number);
     channel.shutdown();
