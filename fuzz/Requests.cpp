@@ -33,6 +33,9 @@ const Bytes kConfigureRecord = {
     0xC2, 0x02, 0, 0x30, 0x1C, 0x15, 0x03, 0, 0, 0, 0, 0,  // OS patch level
 };
 
+// Output from byte 20 on, with room for 1000 bytes.
+const Bytes kOutputPlaces = {0, 0, 0, 0, 0, 0, 0, 0, 20, 0, 0, 0, 0xE8, 3, 0, 0};
+
 bool isPublished(int64_t error) {
     return error <= KM_ERROR_OK && error >= KM_ERROR_UNKNOWN_ERROR;
 }
@@ -46,7 +49,10 @@ void sendCbor(SecureApp& app, uint32_t command, const Bytes& request) {
 
 void sendRecord(SecureApp& app, const Bytes& request, size_t capacity) {
     const auto exact = exactCopy(request);
-    const Bytes answer = app.exchangeRecord({exact.get(), request.size()}, {}, capacity).body;
+    // Update and finish name the place of their output in what the area holds before the answer.
+    Bytes area = kOutputPlaces;
+    area.resize(capacity, 0xEE);
+    const Bytes answer = app.exchangeRecord({exact.get(), request.size()}, area, capacity).body;
     REQUIRE(answer.size() <= capacity);
     // None where not even a status fits.
     REQUIRE(answer.empty() == (capacity < 4));
