@@ -169,9 +169,84 @@ TEST_P(Operations, RsaSignaturesAreGoodForOpenssl) {
         expectExact(key, "pkcs1sign nodigest", message, signature("pkcs1sign nodigest", message));
         judge("openssl pkeyutl -verifyrecover -pubin -keyform der -inkey pub -in sig | cmp - data");
     }
-    EXPECT_EQ(sign(key, "nopad nodigest", Bytes(256, 0xFF)).error, E::INVALID_ARGUMENT);
-    EXPECT_EQ(sign(key, "pkcs1sign nodigest", Bytes(257)).error, E::INVALID_INPUT_LENGTH);
-    EXPECT_EQ(sign(key, "pkcs1sign nodigest", Bytes(1 << 17)).error, E::INVALID_INPUT_LENGTH);
+}
+
+TEST_P(Operations, RsaRefusesDataThatDoesNotFit) {
+    const Bytes key = rsaKey(
+        "sign verify encrypt decrypt nopad pkcs1sign pkcs1crypt oaep nodigest "
+        "sha256");
+    constexpr size_t k = 256;  // bytes of the modulus
+    constexpr size_t kInPublicKey = 33;
+    const Bytes public_key = exportKey(key).data;
+    const Bytes modulus(&public_key.at(kInPublicKey), &public_key.at(kInPublicKey) + k);
+    const Bytes below = flipped(modulus, k - 1);  // it is odd
+    const struct {
+        KeyPurpose purpose;
+        const char* how;
+        Bytes data;
+        E expected;
+    } cases[] = {
+        {kSign, "nopad nodigest", Bytes(k + 1), E::INVALID_INPUT_LENGTH},
+        {kSign, "nopad nodigest", modulus, E::INVALID_ARGUMENT},
+        {kSign, "nopad nodigest", below, E::OK},
+        {kSign, "pkcs1sign nodigest", Bytes(k - 10), E::INVALID_INPUT_LENGTH},
+        {kSign, "pkcs1sign nodigest", Bytes(1 << 17), E::INVALID_INPUT_LENGTH},
+        {kVerify, "nopad nodigest", Bytes(k + 1), E::VERIFICATION_FAILED},
+        {kEncrypt, "nopad", Bytes(k + 1), E::INVALID_INPUT_LENGTH},
+        {kEncrypt, "nopad", modulus, E::INVALID_ARGUMENT},
+        {kEncrypt, "nopad", below, E::OK},
+        {kDecrypt, "nopad", Bytes(k - 1), E::INVALID_INPUT_LENGTH},
+        {kDecrypt, "nopad", Bytes(k + 1), E::INVALID_INPUT_LENGTH},
+        {kDecrypt, "nopad", modulus, E::INVALID_ARGUMENT},
+        {kDecrypt, "pkcs1crypt", Bytes(k - 1), E::UNKNOWN_ERROR},
+        {kDecrypt, "pkcs1crypt", Bytes(k + 1), E::INVALID_INPUT_LENGTH},
+        {kDecrypt, "pkcs1crypt", modulus, E::UNKNOWN_ERROR},
+        {kDecrypt, "oaep sha256", {}, E::UNKNOWN_ERROR},
+        {kDecrypt, "oaep sha256", Bytes(k + 1), E::INVALID_INPUT_LENGTH},
+    };
+    for (const auto& each : cases) {
+        for (const size_t step : {4096U, 13U}) {
+            EXPECT_EQ(run(each.purpose, key, each.how, each.data, Bytes(k, 1), step).error,
+                      each.expected)
+                << &each - cases << " in steps of " << step;
+        }
+    }
+}
+
+// Encryption blocks written out by hand.
+TEST_P(Operations, RsaOpensOnlyWellFormedBlocks) {
+    const Bytes key = rsaKey("encrypt decrypt nopad pkcs1crypt");
+    constexpr size_t k = 256;
+    constexpr size_t kRefused = SIZE_MAX;
+    const struct {
+        const char* name;
+        const char* start;
+        size_t filler;
+        const char* end;
+        size_t content;  // bytes
+    } cases[] = {
+        {"eight bytes of filler", "0002", 8, "00", k - 11},
+        {"zero in the content", "0002", 20, "0000", k - 23},
+        {"no content", "0002", k - 3, "00", 0},
+        {"seven bytes of filler", "0002", 7, "00", kRefused},
+        {"no filler", "0002", 0, "00", kRefused},
+        {"no end", "0002", 8, "", kRefused},
+        {"signature block", "0001", 8, "00", kRefused},
+        {"wrong first byte", "0102", 8, "00", kRefused},
+        {"one byte late", "000002", 8, "00", kRefused},
+    };
+    for (const auto& each : cases) {
+        Bytes block =
+            joined(joined(fromHex(each.start), Bytes(each.filler, 0x77)), fromHex(each.end));
+        block.resize(k, 0x66);
+        const Output opened =
+            run(kDecrypt, key, "pkcs1crypt", run(kEncrypt, key, "nopad", block).data);
+        const bool good = each.content != kRefused;
+        EXPECT_EQ(opened.error, good ? E::OK : E::UNKNOWN_ERROR) << each.name;
+        block.erase(block.begin(),
+                    good ? block.end() - static_cast<ptrdiff_t>(each.content) : block.end());
+        EXPECT_EQ(opened.data, block) << each.name;
+    }
 }
 
 TEST_P(Operations, EcSignaturesAreGoodForOpenssl) {
@@ -188,28 +263,38 @@ TEST_P(Operations, EcSignaturesAreGoodForOpenssl) {
                               .blob;
         file("pub", exportKey(key).data);
         const auto expectGood = [&](const std::string& how, const Bytes& data,
-                                    const std::string& check) {
+                                    const std::string& check, const std::string& verdict) {
             const Output output = sign(key, how, data);
             EXPECT_EQ(output.error, E::OK);
             file("sig", output.data);
-            judge(check);
+            judge(check, verdict);
             expectExact(key, how, data, output.data);
         };
         for (const std::string& digest : digests()) {
             file("data", pattern(1024));
             expectGood(digest, pattern(1024),
-                       "openssl dgst -keyform der -verify pub -signature sig -" + digest +
-                           " data | grep -v 'Verified OK' || true");
+                       "openssl dgst -keyform der -verify pub -signature sig -" + digest + " data",
+                       "Verified OK\n");
         }
+        EXPECT_EQ(verify(key, "nodigest", {}, sign(key, "nodigest", {}).data), E::OK);
         for (const size_t size : {size_t{10}, size_t{1024}}) {
-            const Bytes data = pattern(size);
-            file("data", Bytes(data.begin(), data.begin() + static_cast<ptrdiff_t>(std::min(
-                                                                size, curve.order_bytes))));
-            const bool bits_left_over = size > 66 && curve.order_bytes == 66;
-            if (bits_left_over) continue;  // the command would take all eight bits of the last byte
+            Bytes data = pattern(size);
+            data[0] = 0;
+            data[1] &= 0x7F;
+            Bytes hash(data.begin(),
+                       data.begin() + static_cast<ptrdiff_t>(std::min(size, curve.order_bytes)));
+            if (hash.size() == 66) {
+                // The leftmost 521 bits of 528; the command accepts at most 64 bytes.
+                for (size_t i = 0; i < 64; ++i) {
+                    hash[i] = static_cast<uint8_t>(hash[i + 1] << 1 | hash[i + 2] >> 7);
+                }
+                hash.resize(64);
+            }
+            file("data", hash);
             expectGood("nodigest", data,
                        "openssl pkeyutl -verify -pubin -keyform der -inkey pub -sigfile sig "
-                       "-in data | grep -v 'Signature Verified Successfully' || true");
+                       "-in data",
+                       "Signature Verified Successfully\n");
         }
         if (strongbox()) return;
     }
@@ -270,9 +355,6 @@ TEST_P(Operations, RsaCiphertextsAreGoodForOpenssl) {
     const Bytes one = joined(Bytes(255), {1});
     EXPECT_EQ(encrypt("nopad", {1}).data, one);
     EXPECT_EQ(run(kDecrypt, key, "nopad", one).data, one);
-    EXPECT_EQ(encrypt("nopad", Bytes(257, 1)).error, E::INVALID_INPUT_LENGTH);
-    EXPECT_EQ(encrypt("nopad", Bytes(256, 0xFF)).error, E::INVALID_ARGUMENT);
-    EXPECT_EQ(run(kDecrypt, key, "nopad", Bytes(255, 1)).error, E::INVALID_INPUT_LENGTH);
     if (strongbox()) return;
     const Bytes other = encrypt("oaep sha1", text("x")).data;
     EXPECT_EQ(run(kDecrypt, key, "oaep sha256", other).error, E::UNKNOWN_ERROR);
@@ -323,19 +405,41 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
         if (!iv.empty()) {
             EXPECT_EQ(run(kDecrypt, key, how + " " + first.out, first.data).data, pattern(64));
         }
-        // Data that does not fit.
-        const E length = each.unit > 1 ? E::INVALID_INPUT_LENGTH : E::OK;
-        EXPECT_EQ(run(kEncrypt, key, how + nonce, pattern(15)).error, length);
-        if (each.padding != "pkcs7") continue;
-        const size_t block = each.key == "aes" ? 16 : 8;
-        const Bytes cipher =
-            run(kEncrypt, key, "ecb" == each.mode ? how : how + nonce, pattern(block - 1)).data;
-        ASSERT_EQ(cipher.size(), block);
-        // The last byte decrypts to 1 XOR what is changed in the block before: no padding.
-        const Bytes damaged = each.mode == "ecb" ? flipped(cipher, 0) : cipher;
-        const std::string other = each.mode == "ecb" ? "" : " nonce:0x" + toHex(Bytes(block, 0x77));
-        EXPECT_EQ(run(kDecrypt, key, how + other, damaged).error, E::INVALID_ARGUMENT);
-        EXPECT_EQ(run(kDecrypt, key, how + nonce, pattern(7)).error, E::INVALID_INPUT_LENGTH);
+    }
+}
+
+TEST_P(Operations, CiphersRefuseDataThatDoesNotFit) {
+    const struct {
+        const char* algorithm;
+        const char* padding;
+        KeyPurpose purpose;
+        size_t bytes;  // the last of them as `end` says; to decrypt to that where there is one
+        std::string end;
+        E expected;
+    } cases[] = {
+        {"aes", "nopad", kEncrypt, 31, "", E::INVALID_INPUT_LENGTH},
+        {"aes", "nopad", kDecrypt, 17, "", E::INVALID_INPUT_LENGTH},
+        {"3des", "nopad", kEncrypt, 15, "", E::INVALID_INPUT_LENGTH},
+        {"aes", "pkcs7", kDecrypt, 0, "", E::INVALID_INPUT_LENGTH},
+        {"3des", "pkcs7", kDecrypt, 12, "", E::INVALID_INPUT_LENGTH},
+        {"aes", "pkcs7", kDecrypt, 48, "01", E::OK},
+        {"aes", "pkcs7", kDecrypt, 48, "010100", E::INVALID_ARGUMENT},
+        {"aes", "pkcs7", kDecrypt, 48, std::string(34, '1'), E::INVALID_ARGUMENT},
+        {"aes", "pkcs7", kDecrypt, 48, "03020303", E::INVALID_ARGUMENT},
+        {"3des", "pkcs7", kDecrypt, 48, "0808080808080808", E::OK},
+        {"3des", "pkcs7", kDecrypt, 48, "090909090909090909", E::INVALID_ARGUMENT},
+    };
+    const Bytes aes = raw("aes encrypt decrypt ecb nopad pkcs7", pattern(16));
+    const Bytes des = raw("3des encrypt decrypt ecb nopad pkcs7", pattern(24));
+    for (const auto& each : cases) {
+        const Bytes& key = each.algorithm[0] == 'a' ? aes : des;
+        Bytes data = joined(Bytes(each.bytes - each.end.size() / 2), fromHex(each.end));
+        if (!each.end.empty()) data = run(kEncrypt, key, "ecb nopad", data).data;
+        for (const size_t step : {4096U, 8U}) {
+            const std::string how = std::string("ecb ") + each.padding;
+            EXPECT_EQ(run(each.purpose, key, how, data, {}, step).error, each.expected)
+                << &each - cases << " in steps of " << step;
+        }
     }
 }
 
