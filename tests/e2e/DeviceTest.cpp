@@ -44,7 +44,10 @@ constexpr char kAttest[] = "challenge:challenge attestid:foo";
 TEST_P(Devices, AttestTheirKeys) {
     setWorld("brand = lumo\nimei = 123");
     boot();
-    const Key ec = generate("ec p256 sign verify sha256 noauth callernonce created:1600000000000");
+    // The last four have no field in the schema.
+    const Key ec = generate(
+        "ec p256 sign verify sha256 noauth created:1600000000000 callernonce uses:9 user:10 "
+        "minmac:128");
     const auto [error, chain] = attest(ec.blob, std::string(kAttest) + " brand:lumo imei:123");
     EXPECT_EQ(error, E::OK);
     expectChain(chain, ec.blob);

@@ -114,12 +114,16 @@ TEST_P(Keys, ReportWhatTheyAre) {
     EXPECT_EQ(again.software, made.software);
 
     // Auth timeouts are seconds, however the blob keeps them; a date is added where none came.
-    const Key timed = generate("aes size:128 sid:7 sid:8 authtype:3 timeout:300 uses:3 seconds:2");
-    for (const char* word :
-         {"sid:7", "sid:8", "authtype:3", "timeout:300", "uses:3", "seconds:2"}) {
-        EXPECT_TRUE(contains(timed.hardware, word)) << timed.hardware;
-    }
-    EXPECT_EQ(timed.software.rfind("created:", 0), 0U) << timed.software;
+    const char* words[] = {"size:128", "encrypt", "ecb",          "gcm",        "nopad",
+                           "pkcs7",    "sid:7",   "sid:8",        "authtype:3", "timeout:300",
+                           "uses:3",   "onbody",  "seconds:2",    "minmac:96",  "callernonce",
+                           "uniqueid", "useby:9", "originateby:8"};
+    std::string wanted = "aes";
+    for (const char* word : words) wanted += std::string(" ") + word;
+    const Key rich = generate(wanted);
+    const std::string all = rich.hardware + " " + rich.software;
+    for (const char* word : words) EXPECT_TRUE(contains(all, word)) << word << " in " << all;
+    EXPECT_EQ(rich.software.rfind("created:", 0), 0U) << rich.software;
 }
 
 TEST_P(Keys, AreBoundToApplicationIdAndData) {

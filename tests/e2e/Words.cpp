@@ -70,6 +70,7 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"oldrollback", KM_TAG_ROLLBACK_RESISTANT},
     {"onbody", KM_TAG_ALLOW_WHILE_ON_BODY},
     {"os", KM_TAG_OS_VERSION},
+    {"originateby", KM_TAG_ORIGINATION_EXPIRE_DATETIME},
     {"patch", KM_TAG_OS_PATCHLEVEL},
     {"presence", KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED},
     {"rollback", KM_TAG_ROLLBACK_RESISTANCE},
@@ -82,6 +83,7 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"uniqueid", KM_TAG_INCLUDE_UNIQUE_ID},
     {"unlocked", KM_TAG_UNLOCKED_DEVICE_REQUIRED},
     {"user", KM_TAG_USER_ID},
+    {"useby", KM_TAG_USAGE_EXPIRE_DATETIME},
     {"uses", KM_TAG_MAX_USES_PER_BOOT},
     {"vendorpatch", KM_TAG_VENDOR_PATCHLEVEL},
 };
