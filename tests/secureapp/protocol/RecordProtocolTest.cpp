@@ -121,19 +121,20 @@ TEST(RecordProtocol, AnswersOnlyItsOwnCommands) {
     EXPECT_EQ(statusOf(App("legacy-3-encoding").record(probe)), 0);
     EXPECT_EQ(statusOf(App("legacy-3").record(probe)), KM_ERROR_INVALID_TAG);
 
-    struct {
+    const struct {
         const char* profile;
         keymaster_security_level_t level;
-        uint32_t command;
-    } const unknown[] = {
-        {"cbor", kTee, 0x108},           {"cbor", kTee, 0x109},     {"cbor", kTee, 0x116},
-        {"legacy-4", kTee, 0x508},       {"legacy-4", kTee, 0x706}, {"legacy-4", kStrongBox, 0x108},
-        {"legacy-4", kStrongBox, 0x20E}, {"legacy-4", kTee, 0x10A}, {"legacy-4", kTee, 0x110},
-        {"legacy-4", kTee, 0x2108},      {"legacy-4", kTee, 0}};
-    for (const auto& test : unknown) {
-        const Bytes request = words({test.command}) + Bytes(100, 0);
-        EXPECT_EQ(statusOf(App(test.profile, test.level).record(request)), KM_ERROR_UNIMPLEMENTED)
-            << test.profile << " " << test.command;
+        std::vector<uint32_t> unknown;
+    } cases[] = {{"cbor", kTee, {0x108, 0x109, 0x116}},
+                 {"legacy-4", kTee, {0x508, 0x706, 0x10A, 0x110, 0x2108, 0}},
+                 {"legacy-4", kStrongBox, {0x108, 0x20E}}};
+    for (const auto& test : cases) {
+        for (const uint32_t command : test.unknown) {
+            const Bytes request = words({command}) + Bytes(100, 0);
+            EXPECT_EQ(statusOf(App(test.profile, test.level).record(request)),
+                      KM_ERROR_UNIMPLEMENTED)
+                << test.profile << " " << command;
+        }
     }
 }
 
