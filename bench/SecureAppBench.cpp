@@ -9,8 +9,11 @@
 #include <openssl/nid.h>
 #include <openssl/rsa.h>
 
-#include <filesystem>
+#include <chrono>
+#include <map>
+#include <memory>
 #include <random>
+#include <thread>
 
 #include "Params.h"
 #include "Rows.h"
@@ -156,30 +159,52 @@ void runHmacAlone(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(hmac());
 }
 
-// Begins, and aborts, with a key of rollback resistance while `entries` such keys are alive.
+constexpr int64_t kRollbackEntries[] = {1, 10, 100, 1000, 10000, 100000};
+
+// A secure application with a key of rollback resistance, while `entries` such keys are alive.
+struct RollbackClient {
+    explicit RollbackClient(size_t entries)
+        : app("rollback-" + std::to_string(entries), "rollback_resistance = yes\n") {
+        std::vector<keymaster_key_param_t> params = hmacKey();
+        params.push_back(keymaster_param_bool(KM_TAG_ROLLBACK_RESISTANCE));
+        key = app.importRawKey(params, kHmacKey);
+        // The others: the registry is a list of SHA-256 values.
+        const std::string registry = app.stateFolder() + "/rollback-registry";
+        Bytes list = secureapp::readPrivateFile(registry).value();
+        require(list.size() == 32, "the rollback registry has another shape");
+        std::mt19937_64 random(1);
+        while (list.size() < 32 * entries) list.push_back(static_cast<uint8_t>(random()));
+        secureapp::writePrivateFile(registry, list);
+    }
+
+    void run() {
+        static const std::vector<keymaster_key_param_t> kUse = {
+            keymaster_param_enum(KM_TAG_DIGEST, KM_DIGEST_SHA_2_256),
+            keymaster_param_int(KM_TAG_MAC_LENGTH, 256),
+        };
+        app.abort(app.begin(KM_PURPOSE_SIGN, key, kUse));
+    }
+
+    SecureAppClient app;
+    Bytes key;
+};
+
+std::map<int64_t, std::unique_ptr<RollbackClient>> makeRollbackClients() {
+    std::map<int64_t, std::unique_ptr<RollbackClient>> clients;
+    for (const int64_t entries : kRollbackEntries) {
+        clients[entries] = std::make_unique<RollbackClient>(static_cast<size_t>(entries));
+    }
+    // A file that has just been written is read again at every begin.
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    return clients;
+}
+
+// Begins, and aborts, in a process that has begun once.
 void runRollback(benchmark::State& state) {
-    const auto entries = static_cast<size_t>(state.range(0));
-    const std::string name = "rollback-" + std::to_string(entries);
-    std::filesystem::remove_all(scratchFolder() + "/" + name);
-    SecureAppClient app(name, "rollback_resistance = yes\n");
-    std::vector<keymaster_key_param_t> params = hmacKey();
-    params.push_back(keymaster_param_bool(KM_TAG_ROLLBACK_RESISTANCE));
-    const Bytes key = app.importRawKey(params, kHmacKey);
-
-    // The others: the registry is a list of SHA-256 values.
-    const std::string registry = app.stateFolder() + "/rollback-registry";
-    Bytes list = secureapp::readPrivateFile(registry).value();
-    require(list.size() == 32, "the rollback registry has another shape");
-    std::mt19937_64 random(1);
-    while (list.size() < 32 * entries) list.push_back(static_cast<uint8_t>(random()));
-    secureapp::writePrivateFile(registry, list);
-
-    static const std::vector<keymaster_key_param_t> kUse = {
-        keymaster_param_enum(KM_TAG_DIGEST, KM_DIGEST_SHA_2_256),
-        keymaster_param_int(KM_TAG_MAC_LENGTH, 256),
-    };
-    app.abort(app.begin(KM_PURPOSE_SIGN, key, kUse));
-    for (auto _ : state) app.abort(app.begin(KM_PURPOSE_SIGN, key, kUse));
+    static const auto clients = makeRollbackClients();
+    RollbackClient& client = *clients.at(state.range(0));
+    client.run();
+    for (auto _ : state) client.run();
 }
 
 // Begins while `open` operations are under way.
@@ -212,7 +237,7 @@ void registerAll() {
     add("rsa-attest:libcrypto", runRsaSignAlone);
     add("hmac", runHmac);
     add("hmac:libcrypto", runHmacAlone);
-    for (const int64_t entries : {1, 10, 100, 1000, 10000, 100000}) {
+    for (const int64_t entries : kRollbackEntries) {
         add("rollback-begin", runRollback)->Arg(entries);
     }
     for (const int64_t open : {1, 4, 8, 15}) add("open-operations", runOperations)->Arg(open);
