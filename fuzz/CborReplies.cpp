@@ -6,6 +6,7 @@
 
 #include <iterator>
 
+#include "EnumBits.h"
 #include "KeymasterHalDevice.h"
 #include "LogCapture.h"
 #include "Outputs.h"
@@ -13,6 +14,8 @@
 
 namespace {
 
+using keymasterdevice::errorToWord;
+using keymasterdevice::ErrorWord;
 using keymasterdevice::KeymasterHalDevice;
 using lumo::fuzz::Outputs;
 using lumo::test::ScriptedTransport;
@@ -118,7 +121,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     Outputs out;
-    const keymaster_error_t error = method.call(device, out);
+    const ErrorWord error = errorToWord(method.call(device, out));
     if (error == KM_ERROR_OK) {
         REQUIRE(method.filled(out));
     } else {

@@ -8,6 +8,7 @@
 
 #include <iterator>
 
+#include "EnumBits.h"
 #include "KeymasterHalDevice.h"
 #include "LogCapture.h"
 #include "Outputs.h"
@@ -15,6 +16,9 @@
 
 namespace {
 
+using keymasterdevice::errorFromWord;
+using keymasterdevice::errorToWord;
+using keymasterdevice::ErrorWord;
 using keymasterdevice::KeymasterHalDevice;
 using lumo::fuzz::Outputs;
 using lumo::test::Bytes;
@@ -44,19 +48,19 @@ keymaster_error_t operate(Call& c) {
     uint64_t handle = 0;
     {
         Outputs begun;
-        const keymaster_error_t error =
-            c.device.begin_operation(purpose, &c.key, &kParams, &begun.params, &begun.handle);
+        const ErrorWord error = errorToWord(
+            c.device.begin_operation(purpose, &c.key, &kParams, &begun.params, &begun.handle));
         if (error != KM_ERROR_OK) {
             REQUIRE(begun.handle == 0 && begun.params.params == nullptr);
-            return error;
+            return errorFromWord(error);
         }
         handle = begun.handle;
     }
     const keymaster_blob_t input = {c.key.key_material, c.key.key_material_size};
     {
         Outputs updated;
-        const keymaster_error_t error = c.device.update_operation(
-            handle, &kParams, &input, &updated.consumed, &updated.params, &updated.data);
+        const ErrorWord error = errorToWord(c.device.update_operation(
+            handle, &kParams, &input, &updated.consumed, &updated.params, &updated.data));
         if (error != KM_ERROR_OK) REQUIRE(updated.data.data == nullptr);
     }
     return c.device.finish_operation(handle, &kParams, &input, c.verifies ? &kSignature : nullptr,
