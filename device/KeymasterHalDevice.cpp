@@ -10,6 +10,7 @@
 #include "Channel.h"
 #include "EnumBits.h"
 #include "KeymasterCryptoDevice.h"
+#include "PlatformTags.h"
 #include "TagNames.h"
 #include "cbor/CborCommands.h"
 
@@ -50,7 +51,7 @@ KeymasterHalDevice::KeymasterHalDevice(keymaster_security_level_t level)
 KeymasterHalDevice::~KeymasterHalDevice() = default;
 
 Channel KeymasterHalDevice::channel() const {
-    return {*transport_, security_level_ == KM_SECURITY_LEVEL_STRONGBOX};
+    return {*transport_, security_level_ == kSecurityLevelStrongBox};
 }
 
 uint32_t KeymasterHalDevice::get_keymaster_version() {

@@ -7,6 +7,7 @@
 #include "KeyBlobReader.h"
 #include "LogCapture.h"
 #include "Outputs.h"
+#include "PlatformTags.h"
 
 namespace {
 
@@ -29,19 +30,20 @@ bool hasEarlyBoot(uint64_t number, EarlyBootRule rule) {
 }
 
 bool belongs(keymaster_tag_t tag, uint64_t number, EarlyBootRule rule) {
+    using namespace keymasterdevice;  // NOLINT(google-build-using-namespace): its tags
     const bool from_4_1 = number >= version(4, 1);
     switch (tag) {
         case KM_TAG_ROLLBACK_RESISTANT:
             return !from_4_1;
-        case KM_TAG_ROLLBACK_RESISTANCE:
-        case KM_TAG_HARDWARE_TYPE:
-        case KM_TAG_BOOT_PATCHLEVEL:
-        case KM_TAG_VENDOR_PATCHLEVEL:
-        case KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED:
+        case kTagRollbackResistance:
+        case kTagHardwareType:
+        case kTagBootPatchlevel:
+        case kTagVendorPatchlevel:
+        case kTagTrustedUserPresenceRequired:
         case KM_TAG_TRUSTED_CONFIRMATION_REQUIRED:
         case KM_TAG_UNLOCKED_DEVICE_REQUIRED:
             return from_4_1;
-        case KM_TAG_EARLY_BOOT_ONLY:
+        case kTagEarlyBootOnly:
             return hasEarlyBoot(number, rule);
         default:
             return true;

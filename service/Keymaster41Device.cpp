@@ -2,13 +2,16 @@
 
 #include "EnumBits.h"
 #include "KeymasterHalDevice.h"
+#include "PlatformTags.h"
 
 namespace keymaster::V4_1 {
 namespace {
 
 using ::keymasterdevice::EnumArgument;
+using ::keymasterdevice::enumFromBits;
 using ::keymasterdevice::errorToWord;
 using ::keymasterdevice::KeymasterHalDevice;
+using ::keymasterdevice::kSecurityLevelStrongBox;
 
 V4_1_ErrorCode toErrorCode(const keymaster_error_t& error) {
     return static_cast<V4_1_ErrorCode>(errorToWord(error));
@@ -169,7 +172,8 @@ IKeymasterDevice* CreateKeymasterDevice() {
 }
 
 IKeymasterDevice* CreateSbKeymasterDevice() {
-    return new Keymaster41Device(KM_SECURITY_LEVEL_STRONGBOX, makeCore);
+    return new Keymaster41Device(enumFromBits<keymaster_security_level_t>(kSecurityLevelStrongBox),
+                                 makeCore);
 }
 
 }  // namespace keymaster::V4_1

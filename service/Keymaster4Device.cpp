@@ -14,6 +14,7 @@
 #include "KeymasterHalDevice.h"
 #include "KmParamSet.h"
 #include "Log.h"
+#include "PlatformTags.h"
 #include "PlatformVersion.h"
 
 namespace keymaster::V4_0 {
@@ -28,7 +29,9 @@ using ::keymasterdevice::enumFromBits;
 using ::keymasterdevice::enumToBits;
 using ::keymasterdevice::errorToWord;
 using ::keymasterdevice::KeymasterHalDevice;
+using ::keymasterdevice::kSecurityLevelStrongBox;
 using ::keymasterdevice::kServiceLogTag;
+using ::keymasterdevice::kTagVendorPatchlevel;
 
 // The numbers are the same in both types; one without an enumerator passes unchanged.
 ErrorCode toErrorCode(const keymaster_error_t& error) {
@@ -142,7 +145,7 @@ Keymaster4Device::Keymaster4Device(keymaster_security_level_t security_level)
     keymaster_key_param_t versions[] = {
         keymaster_param_int(KM_TAG_OS_VERSION, GetOsVersion()),
         keymaster_param_int(KM_TAG_OS_PATCHLEVEL, GetOsPatchlevel()),
-        keymaster_param_int(KM_TAG_VENDOR_PATCHLEVEL, GetVendorPatchlevel(date_support)),
+        keymaster_param_int(kTagVendorPatchlevel, GetVendorPatchlevel(date_support)),
     };
     const keymaster_key_param_set_t params = {versions, std::size(versions)};
     if (errorToWord(device_->configure(&params)) != KM_ERROR_OK) failStart("Configure failed");
@@ -154,7 +157,7 @@ Return<void> Keymaster4Device::getHardwareInfo(getHardwareInfo_cb _hidl_cb) {
     const hidl_string name = "Keymaster HAL: " + std::to_string(device_->get_keymaster_version());
     const hidl_string author = "LUMO";
     // Kept: at any other level nothing is called back.
-    if (security_level_ == KM_SECURITY_LEVEL_STRONGBOX) {
+    if (security_level_ == kSecurityLevelStrongBox) {
         _hidl_cb(SecurityLevel::STRONGBOX, name, author);
     } else if (security_level_ == KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT) {
         _hidl_cb(SecurityLevel::TRUSTED_ENVIRONMENT, name, author);
@@ -199,7 +202,7 @@ Return<void> Keymaster4Device::verifyAuthorization(
         token.timestamp = record.timestamp;
         token.mac.setToExternal(record.mac, sizeof(record.mac));
         if (record.security_level == KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT ||
-            record.security_level == KM_SECURITY_LEVEL_STRONGBOX) {
+            record.security_level == kSecurityLevelStrongBox) {
             token.securityLevel = static_cast<SecurityLevel>(record.security_level);
         } else {
             error = ErrorCode::UNKNOWN_ERROR;
@@ -381,7 +384,7 @@ IKeymasterDevice* CreateKeymasterDevice() {
 }
 
 IKeymasterDevice* CreateSbKeymasterDevice() {
-    return new Keymaster4Device(KM_SECURITY_LEVEL_STRONGBOX);
+    return new Keymaster4Device(enumFromBits<keymaster_security_level_t>(kSecurityLevelStrongBox));
 }
 
 }  // namespace keymaster::V4_0

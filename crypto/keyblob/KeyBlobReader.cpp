@@ -9,6 +9,7 @@
 #include "KeyBlobLayout.h"
 #include "Log.h"
 #include "Memory.h"
+#include "PlatformTags.h"
 
 namespace keymasterdevice {
 namespace {
@@ -159,18 +160,17 @@ keymaster_error_t readHardwareEnforced(const ByteReader& blob, const VersionRule
     entries.boolean(KM_TAG_ALL_APPLICATIONS, kAllApplications);
     entries.boolean(KM_TAG_EXPORTABLE, kExportable);
     entries.field(KM_TAG_ORIGIN, kOriginFlag, kOrigin);
-    entries.boolean(rules.from_4_1 ? KM_TAG_ROLLBACK_RESISTANCE : KM_TAG_ROLLBACK_RESISTANT,
-                    kRollback);
+    entries.boolean(rules.from_4_1 ? kTagRollbackResistance : KM_TAG_ROLLBACK_RESISTANT, kRollback);
     entries.field(KM_TAG_OS_VERSION, kOsVersionFlag, kOsVersion);
     entries.field(KM_TAG_OS_PATCHLEVEL, kOsPatchLevelFlag, kOsPatchLevel);
     if (rules.from_4_1) {
-        entries.field(KM_TAG_BOOT_PATCHLEVEL, kBootPatchLevelFlag, kBootPatchLevel);
-        entries.field(KM_TAG_VENDOR_PATCHLEVEL, kVendorPatchLevelFlag, kVendorPatchLevel);
-        entries.value(KM_TAG_HARDWARE_TYPE, kHardwareType);
-        entries.boolean(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, kUserPresence);
+        entries.field(kTagBootPatchlevel, kBootPatchLevelFlag, kBootPatchLevel);
+        entries.field(kTagVendorPatchlevel, kVendorPatchLevelFlag, kVendorPatchLevel);
+        entries.value(kTagHardwareType, kHardwareType);
+        entries.boolean(kTagTrustedUserPresenceRequired, kUserPresence);
         entries.boolean(KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, kUserConfirmation);
     }
-    if (rules.early_boot) entries.boolean(KM_TAG_EARLY_BOOT_ONLY, kEarlyBootOnly);
+    if (rules.early_boot) entries.boolean(kTagEarlyBootOnly, kEarlyBootOnly);
     return entries.finish(kHardwareMessages, set);
 }
 

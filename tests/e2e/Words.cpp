@@ -14,6 +14,12 @@ namespace {
 
 using ::android::hardware::keymaster::V4_0::Tag;
 
+// A tag that not every release has a KM_TAG_ name for.
+template <typename HidlTag>
+constexpr keymaster_tag_t record(HidlTag tag) {
+    return static_cast<keymaster_tag_t>(tag);
+}
+
 struct Enumeration {
     keymaster_tag_t tag;
     std::map<std::string, uint32_t> values;
@@ -47,11 +53,11 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"attestid", KM_TAG_ATTESTATION_APPLICATION_ID},
     {"authtype", KM_TAG_USER_AUTH_TYPE},
     {"bootloader", KM_TAG_BOOTLOADER_ONLY},
-    {"bootpatch", KM_TAG_BOOT_PATCHLEVEL},
+    {"bootpatch", record(Tag::BOOT_PATCHLEVEL)},
     {"brand", KM_TAG_ATTESTATION_ID_BRAND},
     {"callernonce", KM_TAG_CALLER_NONCE},
     {"challenge", KM_TAG_ATTESTATION_CHALLENGE},
-    {"confirm", KM_TAG_CONFIRMATION_TOKEN},
+    {"confirm", record(Tag::CONFIRMATION_TOKEN)},
     {"confirmed", KM_TAG_TRUSTED_CONFIRMATION_REQUIRED},
     {"created", KM_TAG_CREATION_DATETIME},
     {"credential", KM_TAG_IDENTITY_CREDENTIAL_KEY},
@@ -60,7 +66,7 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"e", KM_TAG_RSA_PUBLIC_EXPONENT},
     {"earlyboot", KM_TAG_EARLY_BOOT_ONLY},
     {"from", KM_TAG_ORIGIN},
-    {"hardware", KM_TAG_HARDWARE_TYPE},
+    {"hardware", record(Tag::HARDWARE_TYPE)},
     {"imei", KM_TAG_ATTESTATION_ID_IMEI},
     {"mac", KM_TAG_MAC_LENGTH},
     {"minmac", KM_TAG_MIN_MAC_LENGTH},
@@ -72,12 +78,12 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"os", KM_TAG_OS_VERSION},
     {"originateby", KM_TAG_ORIGINATION_EXPIRE_DATETIME},
     {"patch", KM_TAG_OS_PATCHLEVEL},
-    {"presence", KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED},
+    {"presence", record(Tag::TRUSTED_USER_PRESENCE_REQUIRED)},
     {"rollback", KM_TAG_ROLLBACK_RESISTANCE},
     {"seconds", KM_TAG_MIN_SECONDS_BETWEEN_OPS},
     {"sid", KM_TAG_USER_SECURE_ID},
     {"size", KM_TAG_KEY_SIZE},
-    {"storage", KM_TAG_STORAGE_KEY},
+    {"storage", record(::android::hardware::keymaster::V4_1::Tag::STORAGE_KEY)},
     {"timeout", KM_TAG_AUTH_TIMEOUT},
     {"unique", KM_TAG_DEVICE_UNIQUE_ATTESTATION},
     {"uniqueid", KM_TAG_INCLUDE_UNIQUE_ID},
@@ -85,7 +91,7 @@ const std::map<std::string, keymaster_tag_t> kNames = {
     {"user", KM_TAG_USER_ID},
     {"useby", KM_TAG_USAGE_EXPIRE_DATETIME},
     {"uses", KM_TAG_MAX_USES_PER_BOOT},
-    {"vendorpatch", KM_TAG_VENDOR_PATCHLEVEL},
+    {"vendorpatch", record(Tag::VENDOR_PATCHLEVEL)},
 };
 
 bool isWide(keymaster_tag_t tag) {

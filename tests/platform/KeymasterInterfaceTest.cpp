@@ -16,8 +16,7 @@ TEST(KeymasterTypes, AgreeWithTheRecords) {
         {V4_1::Tag::EARLY_BOOT_ONLY, KM_TAG_EARLY_BOOT_ONLY},
         {V4_1::Tag::USER_SECURE_ID, KM_TAG_USER_SECURE_ID},
         {V4_1::Tag::APPLICATION_ID, KM_TAG_APPLICATION_ID},
-        {V4_1::Tag::BOOT_PATCHLEVEL, KM_TAG_BOOT_PATCHLEVEL},
-        {V4_1::Tag::CONFIRMATION_TOKEN, KM_TAG_CONFIRMATION_TOKEN},
+        {V4_1::Tag::NONCE, KM_TAG_NONCE},
     };
     for (const auto& [tag, record] : tags) {
         EXPECT_EQ(static_cast<uint32_t>(tag), static_cast<uint32_t>(record)) << toString(tag);

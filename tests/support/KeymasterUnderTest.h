@@ -38,7 +38,7 @@ struct Device {
     DeviceConfig config;
     KeymasterOptions options;
     ParamSet hal = {intParam(KM_TAG_OS_VERSION, 110000), intParam(KM_TAG_OS_PATCHLEVEL, 202012),
-                    intParam(KM_TAG_VENDOR_PATCHLEVEL, 20201105)};
+                    intParam(kTagVendorPatchlevel, 20201105)};
     std::unique_ptr<Keymaster> keymaster;
 
     explicit Device(keymaster_security_level_t level = kTee) {

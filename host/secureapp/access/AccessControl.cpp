@@ -52,8 +52,8 @@ void AccessControl::checkBegin(uint32_t purpose, const OpenedKey& key, const Par
     checkDates(purpose, authorizations);
     checkRate(key.id, authorizations);
     checkUses(key.id, authorizations);
-    if (authorizations.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED) && presence_wanted_) {
-        refuse(KM_ERROR_CONCURRENT_PROOF_OF_PRESENCE_REQUESTED);
+    if (authorizations.contains(kTagTrustedUserPresenceRequired) && presence_wanted_) {
+        refuse(kErrorConcurrentProofOfPresenceRequested);
     }
 }
 
@@ -70,7 +70,7 @@ Admission AccessControl::admit(const OpenedKey& key) {
         admission.rate_limited = true;
     }
     if (authorizations.contains(KM_TAG_MAX_USES_PER_BOOT)) ++uses_[key.id];
-    if (authorizations.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED)) {
+    if (authorizations.contains(kTagTrustedUserPresenceRequired)) {
         admission.needs_presence = true;
         presence_wanted_ = true;
         presence_proven_ = false;
@@ -86,7 +86,7 @@ void AccessControl::checkUse(const Admission& admission, uint64_t handle, const 
             refuse(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
         }
     }
-    if (admission.needs_presence && !presence_proven_) refuse(KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
+    if (admission.needs_presence && !presence_proven_) refuse(kErrorProofOfPresenceRequired);
 }
 
 void AccessControl::release(const Admission& admission) {

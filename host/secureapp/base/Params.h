@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "secureapp/base/Bytes.h"
+#include "secureapp/base/NewerNames.h"
 
 namespace lumo::secureapp {
 

@@ -33,7 +33,7 @@ uint32_t verifiedBootState(uint32_t color) {
 ParamSet configuredValues(const ParamSet& params) {
     ParamSet values;
     for (const keymaster_tag_t tag :
-         {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL, KM_TAG_VENDOR_PATCHLEVEL}) {
+         {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL, kTagVendorPatchlevel}) {
         const Param* param = params.find(tag);
         if (param != nullptr) values.add(*param);
     }
@@ -76,9 +76,9 @@ void Keymaster::configure(const ParamSet& params) {
     configured_ = values;
     versions_ = {*values.find(KM_TAG_OS_VERSION), *values.find(KM_TAG_OS_PATCHLEVEL)};
     std::optional<uint64_t> vendor = config_.vendor_patchlevel;
-    if (!vendor) vendor = values.integer(KM_TAG_VENDOR_PATCHLEVEL);
-    addPatchDate(versions_, KM_TAG_VENDOR_PATCHLEVEL, vendor);
-    addPatchDate(versions_, KM_TAG_BOOT_PATCHLEVEL, config_.boot_patchlevel);
+    if (!vendor) vendor = values.integer(kTagVendorPatchlevel);
+    addPatchDate(versions_, kTagVendorPatchlevel, vendor);
+    addPatchDate(versions_, kTagBootPatchlevel, config_.boot_patchlevel);
 }
 
 void Keymaster::requireConfigured() const {

@@ -65,7 +65,7 @@ Bytes Keymaster::importWrappedKey(ByteView wrapped, ByteView wrapping_blob, Byte
     if (!opened) refuse(KM_ERROR_VERIFICATION_FAILED);
     const Secret material(std::move(*opened));
     return importMaterial(resolveSecureIds(parsed.params, password_sid, biometric_sid),
-                          parsed.format, material.bytes(), KM_ORIGIN_SECURELY_IMPORTED);
+                          parsed.format, material.bytes(), kOriginSecurelyImported);
 }
 
 }  // namespace lumo::secureapp

@@ -32,7 +32,7 @@ constexpr struct Field {
     {KM_TAG_BLOB_USAGE_REQUIREMENTS, kNever},
     {KM_TAG_BOOTLOADER_ONLY, kNever},
     {KM_TAG_ROLLBACK_RESISTANCE, kFirstVersion},
-    {KM_TAG_HARDWARE_TYPE, kNever},
+    {kTagHardwareType, kNever},
     {KM_TAG_EARLY_BOOT_ONLY, kVersion4},
     {KM_TAG_ACTIVE_DATETIME, kFirstVersion},
     {KM_TAG_ORIGINATION_EXPIRE_DATETIME, kFirstVersion},
@@ -45,7 +45,7 @@ constexpr struct Field {
     {KM_TAG_USER_AUTH_TYPE, kFirstVersion},
     {KM_TAG_AUTH_TIMEOUT, kFirstVersion},
     {KM_TAG_ALLOW_WHILE_ON_BODY, kFirstVersion},
-    {KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, kFirstVersion},
+    {kTagTrustedUserPresenceRequired, kFirstVersion},
     {KM_TAG_TRUSTED_CONFIRMATION_REQUIRED, kFirstVersion},
     {KM_TAG_UNLOCKED_DEVICE_REQUIRED, kFirstVersion},
     {KM_TAG_APPLICATION_ID, kNever},
@@ -64,11 +64,11 @@ constexpr struct Field {
     {KM_TAG_ATTESTATION_ID_MEID, kFirstVersion},
     {KM_TAG_ATTESTATION_ID_MANUFACTURER, kFirstVersion},
     {KM_TAG_ATTESTATION_ID_MODEL, kFirstVersion},
-    {KM_TAG_VENDOR_PATCHLEVEL, kFirstVersion},
-    {KM_TAG_BOOT_PATCHLEVEL, kFirstVersion},
+    {kTagVendorPatchlevel, kFirstVersion},
+    {kTagBootPatchlevel, kFirstVersion},
     {KM_TAG_DEVICE_UNIQUE_ATTESTATION, kVersion4},
     {KM_TAG_IDENTITY_CREDENTIAL_KEY, kNever},
-    {KM_TAG_STORAGE_KEY, kNever},
+    {kTagStorageKey, kNever},
 };
 
 Bytes encodeRootOfTrust(const RootOfTrust& root) {

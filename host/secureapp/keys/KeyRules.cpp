@@ -24,13 +24,13 @@ constexpr keymaster_tag_t kForbiddenTags[] = {
 constexpr keymaster_tag_t kDroppedTags[] = {
     KM_TAG_OS_VERSION,
     KM_TAG_OS_PATCHLEVEL,
-    KM_TAG_VENDOR_PATCHLEVEL,
-    KM_TAG_BOOT_PATCHLEVEL,
+    kTagVendorPatchlevel,
+    kTagBootPatchlevel,
     KM_TAG_NONCE,
     KM_TAG_MAC_LENGTH,
     KM_TAG_ASSOCIATED_DATA,
     KM_TAG_AUTH_TOKEN,
-    KM_TAG_CONFIRMATION_TOKEN,
+    kTagConfirmationToken,
     KM_TAG_ATTESTATION_CHALLENGE,
     KM_TAG_ATTESTATION_APPLICATION_ID,
     KM_TAG_ATTESTATION_ID_BRAND,
@@ -107,14 +107,14 @@ void checkAbilities(const ParamSet& params, const CreationContext& context) {
         refuse(KM_ERROR_EARLY_BOOT_ENDED);
     }
     // Such keys are for inline encryption hardware, of which there is none.
-    if (params.contains(KM_TAG_STORAGE_KEY)) refuse(KM_ERROR_STORAGE_KEY_UNSUPPORTED);
+    if (params.contains(kTagStorageKey)) refuse(kErrorStorageKeyUnsupported);
     if (params.contains(KM_TAG_ROLLBACK_RESISTANCE) && !context.rollback_resistance) {
         refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
     }
-    if (params.integer(KM_TAG_HARDWARE_TYPE).value_or(context.level) != context.level) {
-        refuse(KM_ERROR_HARDWARE_TYPE_UNAVAILABLE);
+    if (params.integer(kTagHardwareType).value_or(context.level) != context.level) {
+        refuse(kErrorHardwareTypeUnavailable);
     }
-    if (params.contains(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED) && !context.user_presence) {
+    if (params.contains(kTagTrustedUserPresenceRequired) && !context.user_presence) {
         refuse(KM_ERROR_UNIMPLEMENTED);
     }
 }

@@ -45,8 +45,8 @@ Bytes KeyStore::seal(ByteView material, const Bytes& id, ParamSet authorizations
     const uint64_t version = blobVersion(options_, authorizations);
     if (version >= kBlobVersion4_1) {
         // Such blobs state the hardware type of every key.
-        authorizations.removeAll(KM_TAG_HARDWARE_TYPE);
-        authorizations.add(intParam(KM_TAG_HARDWARE_TYPE, options_.level));
+        authorizations.removeAll(kTagHardwareType);
+        authorizations.add(intParam(kTagHardwareType, options_.level));
     }
     const Secret blob_key(deriveBlobKey(blobSecret(), binding));
     Bytes blob = sealBlob({material, std::move(authorizations), id}, version,

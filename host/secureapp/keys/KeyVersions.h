@@ -7,7 +7,7 @@ namespace lumo::secureapp {
 
 // OS version and patch levels, and those of vendor and boot image.
 constexpr keymaster_tag_t kVersionTags[] = {KM_TAG_OS_VERSION, KM_TAG_OS_PATCHLEVEL,
-                                            KM_TAG_VENDOR_PATCHLEVEL, KM_TAG_BOOT_PATCHLEVEL};
+                                            kTagVendorPatchlevel, kTagBootPatchlevel};
 
 // Whether `value` reads as a date, YYYYMMDD, as patch levels of vendor and boot image must.
 bool isPatchDate(uint64_t value);

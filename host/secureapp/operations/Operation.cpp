@@ -58,7 +58,7 @@ class ConfirmedOperation : public Operation {
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
         token_.add(input);
-        if (!equalSecret(token_.finish(), params.bytes(KM_TAG_CONFIRMATION_TOKEN))) {
+        if (!equalSecret(token_.finish(), params.bytes(kTagConfirmationToken))) {
             refuse(KM_ERROR_NO_USER_CONFIRMATION);
         }
         return signer_->finish(params, input, signature);

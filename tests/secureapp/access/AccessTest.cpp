@@ -89,23 +89,22 @@ TEST(Presence, IsProvenBetweenBeginAndFirstUse) {
     Device device;
     device.config.user_presence = true;
     device.boot();
-    const ParamSet pressed = {boolParam(KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED)};
+    const ParamSet pressed = {boolParam(kTagTrustedUserPresenceRequired)};
     const Bytes blob = aesWith(device, pressed);
     const auto finish = [&](uint64_t handle) {
         return errorOf([&] { device->finish(handle, {}, Bytes(16, 0), {}); });
     };
     device->confirmPresence();  // too early
     const uint64_t first = beginAes(device, blob);
-    EXPECT_EQ(tryBegin(device, aesWith(device, pressed)),
-              KM_ERROR_CONCURRENT_PROOF_OF_PRESENCE_REQUESTED);
-    EXPECT_EQ(finish(first), KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
+    EXPECT_EQ(tryBegin(device, aesWith(device, pressed)), kErrorConcurrentProofOfPresenceRequested);
+    EXPECT_EQ(finish(first), kErrorProofOfPresenceRequired);
     EXPECT_EQ(finish(first), KM_ERROR_INVALID_OPERATION_HANDLE);
 
     const uint64_t second = beginAes(device, blob);
     device->confirmPresence();
     EXPECT_EQ(finish(second), KM_ERROR_OK);
     const uint64_t third = beginAes(device, blob);
-    EXPECT_EQ(finish(third), KM_ERROR_PROOF_OF_PRESENCE_REQUIRED);
+    EXPECT_EQ(finish(third), kErrorProofOfPresenceRequired);
 }
 
 }  // namespace

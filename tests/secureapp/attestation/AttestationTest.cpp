@@ -159,7 +159,7 @@ TEST(Attestation3, SaysWhatIsEnforced) {
     device.boot();
     const keymaster_tag_t tags[] = {
         KM_TAG_ROLLBACK_RESISTANCE, KM_TAG_TRUSTED_CONFIRMATION_REQUIRED,
-        KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED, KM_TAG_UNLOCKED_DEVICE_REQUIRED};
+        kTagTrustedUserPresenceRequired, KM_TAG_UNLOCKED_DEVICE_REQUIRED};
     ParamSet key = ecKey();
     for (const keymaster_tag_t tag : tags) key.add(boolParam(tag));
     const std::string leaf = toHex(device->attestKey(device->generateKey(key), kAttest).front());
@@ -168,7 +168,7 @@ TEST(Attestation3, SaysWhatIsEnforced) {
         EXPECT_NE(leaf.find(toHex(element)), std::string::npos) << std::hex << tag;
     }
     const Bytes vendor =
-        der::item(der::context(KM_TAG_VENDOR_PATCHLEVEL & 0x0FFFFFFF), der::integer(20201105));
+        der::item(der::context(kTagVendorPatchlevel & 0x0FFFFFFF), der::integer(20201105));
     EXPECT_NE(leaf.find(toHex(vendor)), std::string::npos);
 }
 

@@ -8,7 +8,7 @@ namespace {
 
 ParamSet versions(uint64_t os, uint64_t patch, uint64_t vendor) {
     return {intParam(KM_TAG_OS_VERSION, os), intParam(KM_TAG_OS_PATCHLEVEL, patch),
-            intParam(KM_TAG_VENDOR_PATCHLEVEL, vendor)};
+            intParam(kTagVendorPatchlevel, vendor)};
 }
 
 TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
@@ -16,12 +16,12 @@ TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
     device.config.boot_patchlevel = 0;
     device.boot();
     const Bytes blob = device->generateKey(aesKey());
-    EXPECT_FALSE(device->characteristics(blob, {}).authorizations.contains(KM_TAG_BOOT_PATCHLEVEL));
+    EXPECT_FALSE(device->characteristics(blob, {}).authorizations.contains(kTagBootPatchlevel));
     device.config.boot_patchlevel = 20210101;
     device.boot();
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_KEY_REQUIRES_UPGRADE);
     const OpenedKey after = device->characteristics(device->upgradeKey(blob, {}), {});
-    EXPECT_TRUE(after.hardware().contains(KM_TAG_BOOT_PATCHLEVEL, 20210101));
+    EXPECT_TRUE(after.hardware().contains(kTagBootPatchlevel, 20210101));
 }
 
 // An upgrade also brings an old blob to the present layout.
@@ -42,7 +42,7 @@ TEST(Versions, UpgradesOldBlobs) {
     EXPECT_EQ(key.version, kBlobVersion4_1);
     EXPECT_TRUE(key.hardware().contains(KM_TAG_AUTH_TIMEOUT, 7));
     EXPECT_TRUE(key.hardware().contains(KM_TAG_ROLLBACK_RESISTANCE));
-    EXPECT_TRUE(key.hardware().contains(KM_TAG_HARDWARE_TYPE, kTee));
+    EXPECT_TRUE(key.hardware().contains(kTagHardwareType, kTee));
     EXPECT_TRUE(key.software().contains(KM_TAG_UNLOCKED_DEVICE_REQUIRED));
     EXPECT_TRUE(key.unreported().empty());
 }
@@ -136,7 +136,7 @@ TEST(Configuration, TakesOnlyDatesForPatchLevels) {
         device.hal = versions(110000, 202012, each.from_hal);
         device.boot();
         const OpenedKey key = device->characteristics(device->generateKey(aesKey()), {});
-        EXPECT_EQ(key.hardware().integer(KM_TAG_VENDOR_PATCHLEVEL), each.result);
+        EXPECT_EQ(key.hardware().integer(kTagVendorPatchlevel), each.result);
     }
 }
 

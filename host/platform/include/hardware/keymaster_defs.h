@@ -1,7 +1,8 @@
 #pragma once
 
-// Stand-in for the platform's keymaster HAL records (Keymaster 4.1 and the older tags): names,
-// values and layouts are the published ones. The inline helpers are C++ here.
+// Stand-in for the platform's keymaster HAL records: names, values and layouts are those of the
+// eleventh release, which lacks names for some tags and errors of keymaster 4.0 and 4.1. Who needs
+// one has a constant of its own. The inline helpers are C++ here.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -45,7 +46,6 @@ typedef enum {
     KM_TAG_BLOB_USAGE_REQUIREMENTS = KM_ENUM | 301,
     KM_TAG_BOOTLOADER_ONLY = KM_BOOL | 302,
     KM_TAG_ROLLBACK_RESISTANCE = KM_BOOL | 303,
-    KM_TAG_HARDWARE_TYPE = KM_ENUM | 304,
     KM_TAG_EARLY_BOOT_ONLY = KM_BOOL | 305,
     KM_TAG_ACTIVE_DATETIME = KM_DATE | 400,
     KM_TAG_ORIGINATION_EXPIRE_DATETIME = KM_DATE | 401,
@@ -59,7 +59,6 @@ typedef enum {
     KM_TAG_USER_AUTH_TYPE = KM_ENUM | 504,
     KM_TAG_AUTH_TIMEOUT = KM_UINT | 505,
     KM_TAG_ALLOW_WHILE_ON_BODY = KM_BOOL | 506,
-    KM_TAG_TRUSTED_USER_PRESENCE_REQUIRED = KM_BOOL | 507,
     KM_TAG_TRUSTED_CONFIRMATION_REQUIRED = KM_BOOL | 508,
     KM_TAG_UNLOCKED_DEVICE_REQUIRED = KM_BOOL | 509,
     KM_TAG_ALL_APPLICATIONS = KM_BOOL | 600,
@@ -83,17 +82,13 @@ typedef enum {
     KM_TAG_ATTESTATION_ID_MEID = KM_BYTES | 715,
     KM_TAG_ATTESTATION_ID_MANUFACTURER = KM_BYTES | 716,
     KM_TAG_ATTESTATION_ID_MODEL = KM_BYTES | 717,
-    KM_TAG_VENDOR_PATCHLEVEL = KM_UINT | 718,
-    KM_TAG_BOOT_PATCHLEVEL = KM_UINT | 719,
     KM_TAG_DEVICE_UNIQUE_ATTESTATION = KM_BOOL | 720,
     KM_TAG_IDENTITY_CREDENTIAL_KEY = KM_BOOL | 721,
-    KM_TAG_STORAGE_KEY = KM_BOOL | 722,
     KM_TAG_ASSOCIATED_DATA = KM_BYTES | 1000,
     KM_TAG_NONCE = KM_BYTES | 1001,
     KM_TAG_AUTH_TOKEN = KM_BYTES | 1002,
     KM_TAG_MAC_LENGTH = KM_UINT | 1003,
     KM_TAG_RESET_SINCE_ID_ROTATION = KM_BOOL | 1004,
-    KM_TAG_CONFIRMATION_TOKEN = KM_BYTES | 1005,
 } keymaster_tag_t;
 
 typedef enum {
@@ -151,7 +146,6 @@ typedef enum {
     KM_ORIGIN_DERIVED = 1,
     KM_ORIGIN_IMPORTED = 2,
     KM_ORIGIN_UNKNOWN = 3,
-    KM_ORIGIN_SECURELY_IMPORTED = 4,
 } keymaster_key_origin_t;
 
 typedef enum {
@@ -247,16 +241,11 @@ typedef enum {
     KM_ERROR_ATTESTATION_APPLICATION_ID_MISSING = -65,
     KM_ERROR_CANNOT_ATTEST_IDS = -66,
     KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE = -67,
-    KM_ERROR_HARDWARE_TYPE_UNAVAILABLE = -68,
-    KM_ERROR_PROOF_OF_PRESENCE_REQUIRED = -69,
-    KM_ERROR_CONCURRENT_PROOF_OF_PRESENCE_REQUESTED = -70,
     KM_ERROR_NO_USER_CONFIRMATION = -71,
     KM_ERROR_DEVICE_LOCKED = -72,
     KM_ERROR_EARLY_BOOT_ENDED = -73,
     KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED = -74,
     KM_ERROR_ATTESTATION_IDS_NOT_PROVISIONED = -75,
-    KM_ERROR_INVALID_OPERATION = -76,
-    KM_ERROR_STORAGE_KEY_UNSUPPORTED = -77,
     KM_ERROR_UNIMPLEMENTED = -100,
     KM_ERROR_VERSION_MISMATCH = -101,
     KM_ERROR_UNKNOWN_ERROR = -1000,
