@@ -32,7 +32,7 @@ bool hasEarlyBoot(uint64_t number, EarlyBootRule rule) {
 bool belongs(keymaster_tag_t tag, uint64_t number, EarlyBootRule rule) {
     using namespace keymasterdevice;  // NOLINT(google-build-using-namespace): its tags
     const bool from_4_1 = number >= version(4, 1);
-    switch (tag) {
+    switch (int64_t{tag}) {  // some are not enumerators
         case KM_TAG_ROLLBACK_RESISTANT:
             return !from_4_1;
         case kTagRollbackResistance:
