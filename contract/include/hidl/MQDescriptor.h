@@ -1,0 +1,2 @@
+// Empty: the library passes no message queues.
+#pragma once
