@@ -1,5 +1,6 @@
 #include <android/hardware/keymaster/4.0/IKeymasterDevice.h>
 #include <android/hardware/keymaster/4.1/IKeymasterDevice.h>
+#include <lumo/ServiceRegistry.h>
 #include <string.h>
 
 namespace android::hardware::keymaster {
@@ -95,6 +96,19 @@ Return<sp<IKeymasterDevice>> IKeymasterDevice::castFrom(const sp<IBase>& parent,
     return castInterface<IKeymasterDevice>(parent, emitError);
 }
 
+sp<IKeymasterDevice> IKeymasterDevice::getService(const std::string& serviceName,
+                                                  bool /*getStub*/) {
+    return castFrom(lumo::registeredService(descriptor, serviceName));
+}
+
+sp<IKeymasterDevice> IKeymasterDevice::tryGetService(const std::string& serviceName, bool getStub) {
+    return getService(serviceName, getStub);
+}
+
+status_t IKeymasterDevice::registerAsService(const std::string& serviceName) {
+    return lumo::registerService(this, serviceName);
+}
+
 std::string toString(const sp<IKeymasterDevice>& object) {
     return describeInterface(IKeymasterDevice::descriptor, object.get());
 }
@@ -127,6 +141,19 @@ Return<sp<IKeymasterDevice>> IKeymasterDevice::castFrom(const sp<V4_0::IKeymaste
 
 Return<sp<IKeymasterDevice>> IKeymasterDevice::castFrom(const sp<IBase>& parent, bool emitError) {
     return castInterface<IKeymasterDevice>(parent, emitError);
+}
+
+sp<IKeymasterDevice> IKeymasterDevice::getService(const std::string& serviceName,
+                                                  bool /*getStub*/) {
+    return castFrom(lumo::registeredService(descriptor, serviceName));
+}
+
+sp<IKeymasterDevice> IKeymasterDevice::tryGetService(const std::string& serviceName, bool getStub) {
+    return getService(serviceName, getStub);
+}
+
+status_t IKeymasterDevice::registerAsService(const std::string& serviceName) {
+    return lumo::registerService(this, serviceName);
 }
 
 std::string toString(const sp<IKeymasterDevice>& object) {

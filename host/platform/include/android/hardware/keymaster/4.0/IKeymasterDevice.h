@@ -1,8 +1,8 @@
 #pragma once
 
 // Stand-in for the interface android.hardware.keymaster@4.0::IKeymasterDevice, methods in the
-// published order. getService, registerAsService and registerForNotifications are left out: there
-// is no service manager.
+// published order. Services are those of this process (hidl/ServiceManagement.h);
+// registerForNotifications is left out.
 
 #include <android/hardware/keymaster/4.0/types.h>
 #include <android/hidl/base/1.0/IBase.h>
@@ -104,6 +104,13 @@ struct IKeymasterDevice : public ::android::hidl::base::V1_0::IBase {
                                                  bool emitError = false);
     static Return<sp<IKeymasterDevice>> castFrom(
         const sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
+
+    // Objects registered under a name by this process; null where there is none. getStub is ignored.
+    static sp<IKeymasterDevice> getService(const std::string& serviceName = "default",
+                                           bool getStub = false);
+    static sp<IKeymasterDevice> tryGetService(const std::string& serviceName = "default",
+                                              bool getStub = false);
+    [[nodiscard]] status_t registerAsService(const std::string& serviceName = "default");
 };
 
 std::string toString(const sp<IKeymasterDevice>& object);

@@ -1,7 +1,7 @@
 #pragma once
 
 // Stand-in for the interface android.hardware.keymaster@4.1::IKeymasterDevice: that of 4.0 and two
-// notifications. The service-manager methods are left out, as in 4.0.
+// notifications. Services as in 4.0.
 
 #include <android/hardware/keymaster/4.0/IKeymasterDevice.h>
 #include <android/hardware/keymaster/4.1/types.h>
@@ -29,6 +29,13 @@ struct IKeymasterDevice : public ::android::hardware::keymaster::V4_0::IKeymaste
                                                  bool emitError = false);
     static Return<sp<IKeymasterDevice>> castFrom(
         const sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
+
+    // As in 4.0; an object is registered for both interfaces.
+    static sp<IKeymasterDevice> getService(const std::string& serviceName = "default",
+                                           bool getStub = false);
+    static sp<IKeymasterDevice> tryGetService(const std::string& serviceName = "default",
+                                              bool getStub = false);
+    [[nodiscard]] status_t registerAsService(const std::string& serviceName = "default");
 };
 
 std::string toString(const sp<IKeymasterDevice>& object);

@@ -1,7 +1,6 @@
 #pragma once
 
-// Stand-in for the root of all HIDL interfaces, for objects that live in the caller's process:
-// there is no service manager, so nothing is registered or looked up by name.
+// Stand-in for the root of all HIDL interfaces, for objects that live in the caller's process.
 
 #include <android/hidl/base/1.0/types.h>
 #include <hidl/HidlSupport.h>
