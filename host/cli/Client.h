@@ -22,10 +22,12 @@ using km::V4_0::SecurityLevel;
 using Device = km::V4_0::IKeymasterDevice;
 using Device41 = km::V4_1::IKeymasterDevice;
 
-// A new service object of a level, 4.0 or 4.1. What the service would end the process for or wait
-// for without end is looked at first: Failure says what is missing.
+// The service object of a level, 4.0 or 4.1: a new one, or after useRegisteredServices() the one
+// that is registered under the level's name. What the service would end the process for or wait for
+// without end is looked at first: Failure says what is missing.
 sp<Device> connect(SecurityLevel level);
 sp<Device41> connect41(SecurityLevel level);
+void useRegisteredServices();
 
 // Lines of the library's log go to standard error, or nowhere. A fatal one is handed to `report` as
 // the Failure that it means, and then ends the process with that Failure's status.

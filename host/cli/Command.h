@@ -15,6 +15,7 @@ namespace lumo::cli {
 // What may be given with every command.
 struct Common {
     bool strongbox = false;
+    std::string service;  // the name of a registered one; empty: a new one of this process
     bool json = false;
     bool verbose = false;
 

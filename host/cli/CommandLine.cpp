@@ -27,7 +27,8 @@ constexpr char kFooter[] =
     "With --json every command prints one JSON object on standard output, failures too:\n"
     "  {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"message\"}}";
 
-constexpr char kCommandFooter[] = "--strongbox, --json and --verbose go with every command.";
+constexpr char kCommandFooter[] =
+    "--strongbox, --service, --json and --verbose go with every command.";
 
 // One line for people; with --json an object for scripts as well.
 int report(const Failure& failure, const std::string& command, bool as_json) {
@@ -60,6 +61,10 @@ class CommandLine {
     CommandLine() : app_(kDescription, "lumokm") {
         app_.set_version_flag("--version", "lumokm 4.1");
         app_.add_flag("--strongbox", common_.strongbox, "use the StrongBox keymaster");
+        app_.add_option("--service", common_.service,
+                        "use the registered service of this name: default or strongbox")
+            ->check(CLI::IsMember({"default", "strongbox"}))
+            ->excludes("--strongbox");
         app_.add_flag("--json", common_.json, "print results as JSON");
         app_.add_flag("-v,--verbose", common_.verbose, "show the library's log");
         app_.require_subcommand(1);
@@ -78,6 +83,10 @@ class CommandLine {
         } catch (const CLI::ParseError& error) {
             return report(Failure(Exit::usage, explain(error) + seeHelp()), chosen(),
                           asksForJson(argc, argv));
+        }
+        if (!common_.service.empty()) {
+            common_.strongbox = common_.service == "strongbox";
+            useRegisteredServices();
         }
         routeLog(common_.verbose, [this](const Failure& failure) { reportFailure(failure); });
         return carryOut();

@@ -1,13 +1,11 @@
 // Commands about the device as a whole.
 
 #include <android-base/properties.h>
-#include <lumo/Properties.h>
-#include <stdlib.h>
 
 #include "Command.h"
 #include "Files.h"
-#include "LibraryVersion.h"
 #include "Report.h"
+#include "ServiceSource.h"
 
 namespace lumo::cli {
 
@@ -28,17 +26,11 @@ Report hardwareInfo(const sp<Device>& device) {
     return report;
 }
 
-std::string environmentOr(const char* variable, const char* fallback) {
-    const char* value = getenv(variable);
-    return value == nullptr || *value == '\0' ? fallback : value;
-}
-
 Action declareInfo(CLI::App& /*app*/, const Common& common) {
     return [&common] {
-        Report report = hardwareInfo(connect(common.level()));
-        report["libraryVersion"] = libraryVersion();
-        report["transport"] = environmentOr("LUMO_TRANSPORT", "sim");
-        report["properties"] = loadProperties().path;
+        const sp<Device> device = connect(common.level());
+        Report report = hardwareInfo(device);
+        describeWayThere(report);
         for (const char* name : {"ro.build.version.release", "ro.build.version.security_patch",
                                  "ro.vendor.build.security_patch"}) {
             report[name] = ::android::base::GetProperty(name, "");

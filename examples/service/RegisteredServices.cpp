@@ -1,0 +1,41 @@
+// Service objects of another process, for the client as a device binary: in place of
+// host/cli/WorkstationServices.cpp. A StrongBox or 4.1 interface that is not registered is said to
+// be missing; nothing is waited for.
+#include "Failure.h"
+#include "ServiceSource.h"
+
+namespace lumo::cli {
+
+namespace {
+
+template <typename Interface>
+sp<Interface> registered(SecurityLevel level) {
+    const sp<Interface> device = Interface::tryGetService(serviceName(level));
+    if (device == nullptr) {
+        throw Failure(Exit::transport,
+                      std::string("no ") + Interface::descriptor + " is registered as \"" +
+                          serviceName(level) +
+                          "\"; is the service running (ps), and is it listed (lshal)?");
+    }
+    return device;
+}
+
+}  // namespace
+
+// Objects are never made here, so that --service only chooses the level.
+sp<Device> openDevice(SecurityLevel level, bool /*registered*/) {
+    return registered<Device>(level);
+}
+
+sp<Device41> openDevice41(SecurityLevel level, bool /*registered*/) {
+    return registered<Device41>(level);
+}
+
+// What the service met on its way is in the device's log alone.
+void requireWayThere() {}
+
+void describeWayThere(Report& report) {
+    report["transport"] = "registered service";
+}
+
+}  // namespace lumo::cli

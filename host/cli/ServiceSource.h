@@ -1,0 +1,29 @@
+// Where the client's service objects come from. On a workstation it makes them in this process
+// (WorkstationServices.cpp); on a device another process has registered them.
+#pragma once
+
+#include "Client.h"
+#include "Failure.h"
+#include "Report.h"
+
+namespace lumo::cli {
+
+// The object of a level; `registered`: through getService by its name. Throws Failure where there
+// is none, saying what is missing.
+sp<Device> openDevice(SecurityLevel level, bool registered);
+sp<Device41> openDevice41(SecurityLevel level, bool registered);
+
+// The name under which a level's object is registered.
+const char* serviceName(SecurityLevel level);
+
+// Ends the process as `failure` would end a command: for what a service only logs before it aborts.
+[[noreturn]] void endProcess(const Failure& failure);
+
+// Throws the Failure that the way to the secure application met last, if it is known to have met
+// one. It says more than the error that became of it.
+void requireWayThere();
+
+// Adds to a report how the keymaster is reached.
+void describeWayThere(Report& report);
+
+}  // namespace lumo::cli

@@ -1,0 +1,131 @@
+// Service objects of this process, over the workstation's transport.
+#include <Keymaster41Device.h>
+#include <Keymaster4Device.h>
+#include <android-base/properties.h>
+#include <android/log.h>
+#include <lumo/Properties.h>
+#include <lumo/Transport.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "Failure.h"
+#include "LibraryVersion.h"
+#include "ServiceSource.h"
+
+namespace lumo::cli {
+
+namespace {
+
+// The properties that the service waits for when it starts.
+const std::vector<std::string> kNeededProperties = {
+    "ro.build.version.security_patch",
+    "ro.vendor.build.security_patch",
+    "ro.build.version.release",
+};
+
+void requireProperties() {
+    const PropertyFile& file = loadProperties();
+    const std::string advice = "; LUMO_PROPERTIES names another file";
+    if (!file.error.empty()) throw Failure(Exit::usage, file.error + advice);
+    const std::vector<std::string> missing = missingProperties(kNeededProperties);
+    if (missing.empty()) return;
+    throw Failure(Exit::usage,
+                  "the property " + missing.front() + " is not in " + file.path + advice);
+}
+
+Exit statusOf(TransportStatus::Kind kind) {
+    switch (kind) {
+        case TransportStatus::ok:
+            return Exit::ok;
+        case TransportStatus::usage:
+            return Exit::usage;
+        case TransportStatus::transport:
+            return Exit::transport;
+        case TransportStatus::state:
+            return Exit::state;
+    }
+    return Exit::other;
+}
+
+void require(const TransportStatus& status) {
+    if (status.kind != TransportStatus::ok) throw Failure(statusOf(status.kind), status.message);
+}
+
+void requireService(SecurityLevel level) {
+    requireProperties();
+    require(checkTransport(static_cast<keymaster_security_level_t>(level)));
+}
+
+[[noreturn]] void endAfterFatalLog(const std::string& message) {
+    const TransportStatus status = lastTransportFailure();
+    const bool known = status.kind != TransportStatus::ok;
+    const std::string why = known ? status.message
+                                  : message +
+                                        "; restart the secure application if it was told other "
+                                        "versions before, see LUMO_PROPERTIES";
+    endProcess(Failure(known ? statusOf(status.kind) : Exit::transport,
+                       "the keymaster service cannot go on: " + why));
+}
+
+// What a device's service process does before clients come: one 4.1 object for a level.
+void registerOnce(SecurityLevel level) {
+    if (Device::tryGetService(serviceName(level)) != nullptr) return;
+    requireService(level);
+    const sp<Device41> made = level == SecurityLevel::STRONGBOX
+                                  ? ::keymaster::V4_1::CreateSbKeymasterDevice()
+                                  : ::keymaster::V4_1::CreateKeymasterDevice();
+    if (made->registerAsService(serviceName(level)) != ::android::OK) {
+        throw Failure(Exit::other,
+                      std::string("cannot register the service ") + serviceName(level));
+    }
+}
+
+std::string environmentOr(const char* variable, const char* fallback) {
+    const char* value = getenv(variable);
+    return value == nullptr || *value == '\0' ? fallback : value;
+}
+
+}  // namespace
+
+sp<Device> openDevice(SecurityLevel level, bool registered) {
+    if (registered) {
+        registerOnce(level);
+        return Device::getService(serviceName(level));
+    }
+    requireService(level);
+    return level == SecurityLevel::STRONGBOX ? ::keymaster::V4_0::CreateSbKeymasterDevice()
+                                             : ::keymaster::V4_0::CreateKeymasterDevice();
+}
+
+sp<Device41> openDevice41(SecurityLevel level, bool registered) {
+    if (registered) {
+        registerOnce(level);
+        return Device41::getService(serviceName(level));
+    }
+    requireService(level);
+    return level == SecurityLevel::STRONGBOX ? ::keymaster::V4_1::CreateSbKeymasterDevice()
+                                             : ::keymaster::V4_1::CreateKeymasterDevice();
+}
+
+void requireWayThere() {
+    require(lastTransportFailure());
+}
+
+void describeWayThere(Report& report) {
+    report["libraryVersion"] = libraryVersion();
+    report["transport"] = environmentOr("LUMO_TRANSPORT", "sim");
+    report["properties"] = loadProperties().path;
+}
+
+}  // namespace lumo::cli
+
+// In place of liblog's, which would write lines of its own and abort.
+void __android_log_assert(const char* /*condition*/, const char* /*tag*/, const char* format, ...) {
+    char message[1024] = "";
+    va_list arguments;
+    va_start(arguments, format);
+    if (format != nullptr) vsnprintf(message, sizeof(message), format, arguments);
+    va_end(arguments);
+    lumo::cli::endAfterFatalLog(message);
+}
