@@ -2,6 +2,7 @@
 
 #include <android-base/properties.h>
 
+#include "BootState.h"
 #include "Command.h"
 #include "Files.h"
 #include "Report.h"
@@ -34,6 +35,11 @@ Action declareInfo(CLI::App& /*app*/, const Common& common) {
         for (const char* name : {"ro.build.version.release", "ro.build.version.security_patch",
                                  "ro.vendor.build.security_patch"}) {
             report[name] = ::android::base::GetProperty(name, "");
+        }
+        if (const auto boot = attestedBootState(device)) {
+            report["bootState"] = toString(*boot);
+            const std::vector<std::string> mismatches = bootPropertyMismatches(*boot);
+            if (!mismatches.empty()) report["mismatches"] = mismatches;
         }
         print(report, common.json);
     };

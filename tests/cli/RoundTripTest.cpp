@@ -153,6 +153,13 @@ TEST_P(RoundTrip, IsOneForOpenssl) {
     EXPECT_EQ(made.at("softwareEnforced").at("USAGE_EXPIRE_DATETIME"), "2030-01-31T00:00:00.000Z");
     EXPECT_EQ(reported("info").at("securityLevel"),
               strongbox ? "STRONGBOX" : "TRUSTED_ENVIRONMENT");
+    EXPECT_EQ(reported("info").count("mismatches"), 0U) << "the properties are another boot's";
+    const json registered = json::parse(
+        shell.expectOk("sed s/=orange/=green/ $(lumokm info | sed -n 's/^properties: //p') >props\n"
+                       "LUMO_PROPERTIES=props lumokm info --json --service " +
+                       std::string(strongbox ? "strongbox" : "default")));
+    EXPECT_EQ(registered.at("securityLevel"), reported("info").at("securityLevel"));
+    EXPECT_EQ(registered.at("mismatches").size(), 1U) << registered;
     EXPECT_EQ(reported("hardware-info").at("keymasterAuthorName"), "LUMO");
     EXPECT_EQ(reported("hmac-params").at("nonce").get<std::string>().size(), 64U);
     EXPECT_EQ(reported("hmac-agree").at("sharingCheck").get<std::string>().size(), 64U);
