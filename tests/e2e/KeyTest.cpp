@@ -241,6 +241,10 @@ TEST_P(Keys, WithAChangedByteAreRefused) {
         EXPECT_EQ(upgrade(bad, "os:1").error, E::INVALID_KEY_BLOB);
         EXPECT_EQ(deleteKey(bad), E::OK);
     }
+    // Of nothing, each protocol refuses another command before it is sent.
+    const bool legacy = GetParam().legacy;
+    EXPECT_EQ(upgrade(blob, "").error, legacy ? E::OK : E::UNEXPECTED_NULL_POINTER);
+    EXPECT_EQ(deleteKey({}), legacy ? E::UNEXPECTED_NULL_POINTER : E::OK);
 }
 
 // A new boot with other versions, as after an update of the platform or of the image.
