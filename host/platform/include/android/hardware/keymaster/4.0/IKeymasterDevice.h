@@ -105,7 +105,8 @@ struct IKeymasterDevice : public ::android::hidl::base::V1_0::IBase {
     static Return<sp<IKeymasterDevice>> castFrom(
         const sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
 
-    // Objects registered under a name by this process; null where there is none. getStub is ignored.
+    // Objects registered under a name by this process; null where there is none. getStub is
+    // ignored.
     static sp<IKeymasterDevice> getService(const std::string& serviceName = "default",
                                            bool getStub = false);
     static sp<IKeymasterDevice> tryGetService(const std::string& serviceName = "default",
