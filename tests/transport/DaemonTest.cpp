@@ -341,7 +341,7 @@ TEST_F(Daemon, FullOneSaysSoAndDropsTheIdle) {
 }
 
 TEST_F(Daemon, ClientWithoutAThreadIsRefused) {
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer needs memory of its own";
 #endif
     const auto daemon = start({"--harden"});
