@@ -116,10 +116,48 @@ void requireKeyOutput(const Common& common, const std::string& path) {
     requireNoTerminal(path);
 }
 
-void writeKey(const Common& common, const std::string& path, const NewKey& key) {
-    writeFile(path, key.blob, Output::Kind::secret);
-    conclude(common, describe(key.characteristics));
+// Older keys carry the older tag.
+bool isRollbackResistant(const KeyCharacteristics& characteristics) {
+    for (const KeyParameter& parameter : characteristics.hardwareEnforced) {
+        const auto tag = static_cast<uint32_t>(tagOf(parameter));
+        if (tag == static_cast<uint32_t>(Tag::ROLLBACK_RESISTANCE) || tag == kRollbackResistant) {
+            return true;
+        }
+    }
+    return false;
 }
+
+// Where a new key goes. It is opened before the keymaster is asked for anything, so that no key is
+// made that there is no place for.
+class KeyOutput {
+  public:
+    KeyOutput(const Common& common, const std::string& path)
+        : common_(common), file_((requireKeyOutput(common, path), path), Output::Kind::secret) {}
+
+    // A key that the keymaster remembers and that cannot be stored is deleted there again: nobody
+    // could ever delete it later.
+    void store(const sp<Device>& device, const NewKey& key) {
+        try {
+            file_.write(key.blob);
+            file_.commit();
+        } catch (const Failure&) {
+            if (isRollbackResistant(key.characteristics)) {
+                static_cast<void>(device->deleteKey(key.blob).isOk());
+            }
+            throw;
+        }
+        conclude(common_, describe(key.characteristics));
+    }
+
+    void store(const Bytes& blob) {
+        file_.write(blob);
+        file_.commit();
+    }
+
+  private:
+    const Common& common_;
+    Output file_;
+};
 
 void addKeyOutput(CLI::App& app, std::string& path) {
     addOutput(app, path, "key blob to write, readable by its owner alone");
@@ -134,7 +172,7 @@ Action declareGenerate(CLI::App& app, const Common& common) {
     arguments->creation.declare(app);
     addKeyOutput(app, arguments->output);
     return [arguments, &common] {
-        requireKeyOutput(common, arguments->output);
+        KeyOutput output(common, arguments->output);
         std::vector<KeyParameter> parameters = arguments->creation.parameters();
         if (isAlgorithm(parameters, Algorithm::RSA) &&
             !arguments->creation.has(Tag::RSA_PUBLIC_EXPONENT)) {
@@ -143,7 +181,7 @@ Action declareGenerate(CLI::App& app, const Common& common) {
         NewKey key;
         const sp<Device> device = connect(common.level());
         require("generate the key", device->generateKey(parameters, key.callback()), key.error);
-        writeKey(common, arguments->output, key);
+        output.store(device, key);
     };
 }
 
@@ -179,7 +217,7 @@ Action declareImport(CLI::App& app, const Common& common) {
     addInput(app, arguments->input, "key: PKCS#8 in PEM or DER, or the raw bytes");
     addKeyOutput(app, arguments->output);
     return [arguments, &common] {
-        requireKeyOutput(common, arguments->output);
+        KeyOutput output(common, arguments->output);
         const std::vector<KeyParameter> parameters = arguments->creation.parameters();
         const KeyFormat format = importFormat(arguments->format, parameters);
         Bytes material = readSmallFile(arguments->input);
@@ -188,7 +226,7 @@ Action declareImport(CLI::App& app, const Common& common) {
         const sp<Device> device = connect(common.level());
         require("import the key", device->importKey(parameters, format, material, key.callback()),
                 key.error);
-        writeKey(common, arguments->output, key);
+        output.store(device, key);
     };
 }
 
@@ -235,8 +273,8 @@ Action declareImportWrapped(CLI::App& app, const Common& common) {
     const auto arguments = std::make_shared<UnwrapArguments>();
     arguments->declare(app);
     return [arguments, &common] {
-        requireKeyOutput(common, arguments->output);
         arguments->wrapping.requireOtherFile(arguments->output);
+        KeyOutput output(common, arguments->output);
         const Bytes wrapping_key = arguments->wrapping.read();
         const Bytes wrapped = readSmallFile(arguments->input);
         NewKey key;
@@ -247,7 +285,7 @@ Action declareImportWrapped(CLI::App& app, const Common& common) {
                     joined(arguments->unwrapping.parameters(), arguments->wrapping.binding()),
                     arguments->password_sid, arguments->biometric_sid, key.callback()),
                 key.error);
-        writeKey(common, arguments->output, key);
+        output.store(device, key);
     };
 }
 
@@ -312,7 +350,7 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
     arguments->key.declare(app);
     addKeyOutput(app, arguments->output);
     return [arguments, &common] {
-        requireKeyOutput(common, arguments->output);
+        KeyOutput output(common, arguments->output);
         const Bytes blob = arguments->key.read();
         ErrorCode error = ErrorCode::UNKNOWN_ERROR;
         Bytes upgraded;
@@ -325,7 +363,7 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
                                    }),
                 error);
         // An empty blob says that the key is current; the old one is then the answer.
-        writeFile(arguments->output, upgraded.empty() ? blob : upgraded, Output::Kind::secret);
+        output.store(upgraded.empty() ? blob : upgraded);
         conclude(common, {{"upgraded", !upgraded.empty()}, {"out", arguments->output}},
                  upgraded.empty() ? "the key is up to date" : "");
     };
@@ -333,17 +371,6 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
 
 // What deleting a key means: a keymaster says OK for anything, even for what is no key.
 enum class Deletion { kFinal, kFileRemains, kNoKey };
-
-// Older keys carry the older tag.
-bool isRollbackResistant(const KeyCharacteristics& characteristics) {
-    for (const KeyParameter& parameter : characteristics.hardwareEnforced) {
-        const auto tag = static_cast<uint32_t>(tagOf(parameter));
-        if (tag == static_cast<uint32_t>(Tag::ROLLBACK_RESISTANCE) || tag == kRollbackResistant) {
-            return true;
-        }
-    }
-    return false;
-}
 
 Deletion deletionOf(const sp<Device>& device, const Bytes& blob, const KeyArguments& key) {
     try {
