@@ -66,7 +66,7 @@ int paramsSerialize(KeymasterHalDevice& d, Args& a, Outputs& o) {
     const Bytes before = Bytes(7, 0x11);
     std::vector<uint8_t> buffer(kBufferBytes, 0xEE);
     auto builder = std::make_unique<KeymasterBuffer>(buffer.data(), kBufferBytes);
-    builder->append_to_buf(before.data(), 7);
+    static_cast<void>(builder->append_to_buf(before.data(), 7));
     if (a.isNull("builder")) builder.reset();
     const auto* set = a.params("params");
     const int result = d.params_serialize(builder, set->params, static_cast<unsigned>(set->length));

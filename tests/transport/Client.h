@@ -22,7 +22,7 @@ struct CborAnswer {
 inline CborAnswer sendCbor(keymasterutils::KeymasterUtils& transport, uint32_t command,
                            const Bytes& request) {
     keymaster_blob_t buffer = {nullptr, 0};
-    transport.init(command, &buffer);
+    EXPECT_EQ(transport.init(command, &buffer), KM_ERROR_OK);
     EXPECT_GE(buffer.data_length, request.size());
     std::copy(request.begin(), request.end(), const_cast<uint8_t*>(buffer.data));
     buffer.data_length = request.size();

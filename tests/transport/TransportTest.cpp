@@ -102,7 +102,7 @@ TEST_F(SimTransport, KeepsNoImportedKey) {
     for (const uint32_t command : {0x210BU, 0x2117U}) {
         sendCbor(transport, command, key);
         keymaster_blob_t buffer = {nullptr, 0};
-        transport.init(command, &buffer);
+        ASSERT_EQ(transport.init(command, &buffer), KM_ERROR_OK);
         EXPECT_EQ(Bytes(buffer.data, buffer.data + key.size()), Bytes(key.size(), 0));
         sendRecord(transport, {command & 0xFFF, 0x5A5A5A5A, 0x5A5A5A5A});
         const uint8_t* shared = static_cast<uint8_t*>(transport.vaultlink_dev_init());
@@ -129,7 +129,7 @@ TEST_F(SimTransport, SharedRegionBoundsEveryRecord) {
     EXPECT_EQ(Bytes(copy, copy + 4), (Bytes{'a', 'b', 'c', 9}));
 }
 
-TEST_F(SimTransport, TellsWhatIsWrongBeforeAnyCommand) {
+TEST_F(SimTransport, ReportsFaultsBeforeAnyCommand) {
     g_random_fails = true;
     EXPECT_THAT(checkTransport(kTee).message, HasSubstr("gives no random bytes"));
     g_random_fails = false;
