@@ -1,5 +1,5 @@
-// Whole uses of the client, over every protocol profile and both security levels, with the openssl
-// command as the judge.
+// Whole uses of the client, over every protocol profile and both security levels, checked by the
+// openssl command.
 
 #include <gtest/gtest.h>
 
@@ -125,7 +125,7 @@ $K delete -k ec; $K delete-all --yes; $K destroy-ids --yes)"},
 
 class RoundTrip : public testing::TestWithParam<Target> {};
 
-TEST_P(RoundTrip, IsOneForOpenssl) {
+TEST_P(RoundTrip, MatchesOpenssl) {
     const auto& [profile, strongbox] = GetParam();
     const bool new_attestation_keys = profile == std::string("cbor") && !strongbox;
     const Shell shell(std::string("sim:profile=") + profile, new_attestation_keys);

@@ -22,9 +22,7 @@ std::string contentOf(const std::string& path) {
 }  // namespace
 
 Shell::Shell(const std::string& transport, bool new_attestation_keys)
-    : root_(std::filesystem::temp_directory_path() / "lumokm-test.XXXXXX"), transport_(transport) {
-    EXPECT_NE(mkdtemp(root_.data()), nullptr);
-    directory_ = root_ + "/work";
+    : directory_(root_ / "work"), transport_(transport) {
     std::filesystem::create_directory(directory_);
     if (!new_attestation_keys) {
         expectOk(
@@ -32,21 +30,15 @@ Shell::Shell(const std::string& transport, bool new_attestation_keys)
     }
 }
 
-Shell::~Shell() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-}
-
 Outcome Shell::run(const std::string& command) const {
     const std::string script = "cd " + directory_ + "; export LUMO_TRANSPORT='" + transport_ +
-                               "' LUMO_STATE_DIR=" + root_ + "/state PATH=" TOOLS_PATH ":$PATH\n" +
-                               command + "\n";
-    std::ofstream(root_ + "/script") << script;
-    const std::string call =
-        "sh " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null";
+                               "' LUMO_STATE_DIR=" + (root_ / "state") +
+                               " PATH=" TOOLS_PATH ":$PATH\n" + command + "\n";
+    std::ofstream(root_ / "script") << script;
+    const std::string call = "cd " + root_.path() + " && sh script >out 2>err </dev/null";
     const int status = system(call.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(root_ + "/out"),
-            contentOf(root_ + "/err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(root_ / "out"),
+            contentOf(root_ / "err")};
 }
 
 std::string Shell::expectOk(const std::string& command) const {

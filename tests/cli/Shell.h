@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "Folder.h"
+
 namespace lumo::test {
 
 struct Outcome {
@@ -16,9 +18,6 @@ class Shell {
     // `transport` goes into LUMO_TRANSPORT. The state has the attestation keys made for tests, or,
     // which takes a while, new ones.
     explicit Shell(const std::string& transport = "", bool new_attestation_keys = false);
-    ~Shell();
-    Shell(const Shell&) = delete;
-    Shell& operator=(const Shell&) = delete;
 
     // The command line runs in the directory, with our tools in its PATH and nothing on standard
     // input.
@@ -35,7 +34,7 @@ class Shell {
     std::string files() const;
 
   private:
-    std::string root_;
+    Folder root_;
     std::string directory_;
     std::string transport_;
 };

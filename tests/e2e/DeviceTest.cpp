@@ -18,19 +18,19 @@ class Devices : public Stack {
         ASSERT_EQ(chain.size(), 3U);
         for (size_t i = 0; i < chain.size(); ++i) file(std::to_string(i), chain[i]);
         file("public", exportKey(key).data);
-        judge(
+        expectShell(
             "for i in 0 1 2; do openssl x509 -inform der -in $i -out $i.pem; done; "
             "openssl verify -no-CApath -CAfile 2.pem -untrusted 1.pem 0.pem",
             "0.pem: OK\n");
-        judge(
+        expectShell(
             "openssl x509 -in 0.pem -noout -pubkey | openssl pkey -pubin -outform der | "
             "cmp - public");
-        judge("openssl x509 -in 0.pem -noout -serial -subject",
-              "serial=01\nsubject=CN = Android Keystore Key\n");
+        expectShell("openssl x509 -in 0.pem -noout -serial -subject",
+                    "serial=01\nsubject=CN = Android Keystore Key\n");
     }
     // The key description of file 0.pem must read so.
     void expectDescription(const std::string& description) {
-        judge(
+        expectShell(
             "at=$(openssl asn1parse -in 0.pem | grep -A1 1.3.6.1.4.1.11129.2.1.17 | tail -1 | "
             "cut -d: -f1); openssl asn1parse -in 0.pem -strparse $at | "
             "sed 's/.*\\(prim\\|cons\\): *//' | tr -s ' \\n' ' '",
@@ -122,7 +122,7 @@ TEST_P(Devices, AgreeOnAKey) {
     EXPECT_TRUE(agree(km_, {theirs}).empty());
 }
 
-TEST_P(Devices, ShareParametersAnewEachBoot) {
+TEST_P(Devices, MakeNewSharingNoncesEachBoot) {
     const HmacSharingParameters before = sharingParameters(km_);
     boot();
     const HmacSharingParameters after = sharingParameters(km_);
@@ -155,7 +155,7 @@ TEST_P(Devices, VerifyAuthorizations) {
     }
 }
 
-TEST_P(Devices, IntroduceThemselvesAndTakeEntropy) {
+TEST_P(Devices, ReportTheirHardwareAndAcceptEntropy) {
     km_->getHardwareInfo([&](auto level, const auto& name, const auto& author) {
         EXPECT_EQ(static_cast<uint32_t>(level), strongbox() ? 2U : 1U);
         EXPECT_FALSE(name.empty());
@@ -178,9 +178,10 @@ TEST_P(Devices, IntroduceThemselvesAndTakeEntropy) {
 // Over the daemon, whose clients come and go: what a client leaves open keeps nobody out.
 TEST_P(Devices, OutliveTheirClients) {
     km_ = nullptr;
-    judge("(" LUMO_DAEMON " --listen unix:$PWD/socket --state $PWD/state --ready-fd 3 --profile " +
-              std::string(GetParam().profile) + " 3>&1 >/dev/null 2>&1 & echo $! >pid) | head -1",
-          "ready\n");
+    expectShell(
+        "(" LUMO_DAEMON " --listen unix:$PWD/socket --state $PWD/state --ready-fd 3 --profile " +
+            std::string(GetParam().profile) + " 3>&1 >/dev/null 2>&1 & echo $! >pid) | head -1",
+        "ready\n");
     setenv("LUMO_TRANSPORT", ("unix:" + path("socket")).c_str(), 1);
     km_ = create(strongbox());
     const Bytes key = generate("ec p256 sign sha256").blob;
@@ -195,7 +196,7 @@ TEST_P(Devices, OutliveTheirClients) {
         room = begins();
     }
     EXPECT_TRUE(room);
-    judge("kill $(cat pid)");
+    expectShell("kill $(cat pid)");
 }
 
 }  // namespace

@@ -209,7 +209,7 @@ TEST_P(Keys, AreImported) {
     EXPECT_EQ(import("rsa", KeyFormat::RAW, rsa).error, E::UNSUPPORTED_KEY_FORMAT);
 }
 
-TEST_P(Keys, GiveOutPublicHalvesOnly) {
+TEST_P(Keys, ExportPublicKeysOnly) {
     const Key rsa = import("rsa", KeyFormat::PKCS8, rsaPrivate(2048));
     const Bytes private_ec = ecPrivate("P-256");
     const Key ec = import("ec", KeyFormat::PKCS8, private_ec);
@@ -219,8 +219,8 @@ TEST_P(Keys, GiveOutPublicHalvesOnly) {
         const Output exported = exportKey(key.blob);
         EXPECT_EQ(exported.error, E::OK);
         file("exported", exported.data);
-        judge(std::string("openssl pkey -inform der -in ") + name +
-              " -pubout -outform der | cmp - exported");
+        expectShell(std::string("openssl pkey -inform der -in ") + name +
+                    " -pubout -outform der | cmp - exported");
         EXPECT_EQ(exportKey(key.blob, KeyFormat::PKCS8).error, E::UNSUPPORTED_KEY_FORMAT);
     }
     const Key aes = generate("aes size:128");
@@ -248,7 +248,7 @@ TEST_P(Keys, WithAChangedByteAreRefused) {
 }
 
 // A new boot with other versions, as after an update of the platform or of the image.
-TEST_P(Keys, FollowThePlatformUpwardsOnly) {
+TEST_P(Keys, AreUpgradedButNeverDowngraded) {
     struct Case {
         const char* release;
         const char* patch;
@@ -293,7 +293,7 @@ TEST_P(Keys, FollowThePlatformUpwardsOnly) {
 }
 
 // Another boot key or lock is another device to the keys, until it is restored.
-TEST_P(Keys, HangOnTheRootOfTrust) {
+TEST_P(Keys, AreBoundToTheRootOfTrust) {
     const Key key = generate("aes size:128 encrypt ecb nopad");
     const auto use = [&] { return tryBegin(KeyPurpose::ENCRYPT, key.blob, "ecb nopad"); };
     setWorld("device_locked = yes");
@@ -329,7 +329,7 @@ TEST_P(Keys, StayDeletedWithRollbackResistance) {
     EXPECT_EQ(use(plain), E::OK);
 }
 
-TEST_P(Keys, ComeInWrapped) {
+TEST_P(Keys, AreImportedWrapped) {
     const Bytes wrapped = fromHex(kWrappedKey);
     const Bytes mask = fromHex("e0e1e2e3e4e5e6e7e8e9eaebecedeeeff0f1f2f3f4f5f6f7f8f9fafbfcfdfeff");
     const auto wrapping = [&](const std::string& purpose) {
@@ -345,7 +345,7 @@ TEST_P(Keys, ComeInWrapped) {
     }
     const Output output = run(KeyPurpose::ENCRYPT, key.blob, "cbc pkcs7", text("plain"));
     file("cipher", output.data);
-    judge(
+    expectShell(
         "openssl enc -d -aes-256-cbc -in cipher -K "
         "808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9f -iv " +
             output.out.substr(std::string("nonce:0x").size()),

@@ -1,4 +1,4 @@
-// Signatures, ciphers and MACs, judged by the openssl command; and what begin and the data refuse.
+// Signatures, ciphers and MACs, checked by the openssl command; and what begin and the data refuse.
 #include "Stack.h"
 
 namespace lumo::test {
@@ -150,24 +150,25 @@ TEST_P(Operations, RsaSignaturesAreGoodForOpenssl) {
     for (const std::string& digest : digests()) {
         const std::string check = "openssl dgst -keyform der -verify pub -signature sig -" + digest;
         const Bytes pkcs1 = signature("pkcs1sign " + digest, data);
-        judge(check + " data", "Verified OK\n");
+        expectShell(check + " data", "Verified OK\n");
         expectExact(key, "pkcs1sign " + digest, data, pkcs1);
         const Bytes pss = signature("pss " + digest, data);
-        judge(check + " -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:digest data",
-              "Verified OK\n");
+        expectShell(check + " -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:digest data",
+                    "Verified OK\n");
         expectExact(key, "pss " + digest, data, pss);
     }
     for (const size_t size : {1U, 53U, 128U, 255U}) {
         const Bytes message = pattern(size);
         file("data", message);
         expectExact(key, "nopad nodigest", message, signature("nopad nodigest", message));
-        judge(
+        expectShell(
             "openssl pkeyutl -verifyrecover -pubin -keyform der -inkey pub -in sig -pkeyopt "
             "rsa_padding_mode:none | tail -c " +
             std::to_string(size) + " | cmp - data");
         if (size > 245) continue;
         expectExact(key, "pkcs1sign nodigest", message, signature("pkcs1sign nodigest", message));
-        judge("openssl pkeyutl -verifyrecover -pubin -keyform der -inkey pub -in sig | cmp - data");
+        expectShell(
+            "openssl pkeyutl -verifyrecover -pubin -keyform der -inkey pub -in sig | cmp - data");
     }
 }
 
@@ -267,7 +268,7 @@ TEST_P(Operations, EcSignaturesAreGoodForOpenssl) {
             const Output output = sign(key, how, data);
             EXPECT_EQ(output.error, E::OK);
             file("sig", output.data);
-            judge(check, verdict);
+            expectShell(check, verdict);
             expectExact(key, how, data, output.data);
         };
         for (const std::string& digest : digests()) {
@@ -308,8 +309,8 @@ TEST_P(Operations, MacsAreThoseOfOpenssl) {
         const Bytes key = raw("hmac sign verify minmac:128 " + digest, secret);
         const Output mac = sign(key, digest + " mac:160", data);
         file("mac", mac.data);
-        judge("openssl dgst -mac HMAC -macopt hexkey:" + toHex(secret) + " -binary -" + digest +
-              " data | head -c 20 | cmp - mac");
+        expectShell("openssl dgst -mac HMAC -macopt hexkey:" + toHex(secret) + " -binary -" +
+                    digest + " data | head -c 20 | cmp - mac");
         EXPECT_EQ(run(kSign, key, digest + " mac:160", data, {}, 7).data, mac.data);
         expectExact(key, digest, data, mac.data);
         EXPECT_EQ(verify(key, digest, data, Bytes(mac.data.begin(), mac.data.begin() + 16)), E::OK);
@@ -346,7 +347,7 @@ TEST_P(Operations, RsaCiphertextsAreGoodForOpenssl) {
         file("cipher", first.data);
         const std::string command =
             "openssl pkeyutl -keyform der -inkey key -pkeyopt " + each.options;
-        judge(command + " -decrypt -in cipher | cmp - message");
+        expectShell(command + " -decrypt -in cipher | cmp - message");
         EXPECT_EQ(run(kDecrypt, key, each.how, first.data).data, message);
         EXPECT_EQ(run(kDecrypt, key, each.how, flipped(first.data, 128)).error, E::UNKNOWN_ERROR);
         EXPECT_EQ(encrypt(each.how, pattern(each.most + 1)).error, E::INVALID_INPUT_LENGTH);
@@ -389,9 +390,9 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
             const Bytes data = pattern(size);
             file("data", data);
             const Output whole = run(kEncrypt, key, how + nonce, data);
-            judge("openssl enc -e -" + each.command + " -K " + toHex(secret) +
-                      (iv.empty() ? "" : " -iv " + iv) + " -in data",
-                  std::string(whole.data.begin(), whole.data.end()));
+            expectShell("openssl enc -e -" + each.command + " -K " + toHex(secret) +
+                            (iv.empty() ? "" : " -iv " + iv) + " -in data",
+                        std::string(whole.data.begin(), whole.data.end()));
             for (const size_t step : {1U, 7U, 16U}) {
                 EXPECT_EQ(run(kEncrypt, key, how + nonce, data, {}, step).data, whole.data);
                 EXPECT_EQ(run(kDecrypt, key, how + nonce, whole.data, {}, step).data, data);

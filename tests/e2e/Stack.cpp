@@ -33,7 +33,7 @@ std::string fileContent(const std::string& path) {
 }
 
 // What generateKey, importKey and importWrappedKey answer.
-auto keepKey(Key& key) {
+auto storeKey(Key& key) {
     return [&key](V4_0Error error, const hidl_vec<uint8_t>& blob, const KeyCharacteristics& lists) {
         key = {toError(error), toBytes(blob), words(lists.hardwareEnforced),
                words(lists.softwareEnforced)};
@@ -43,7 +43,7 @@ auto keepKey(Key& key) {
     };
 }
 
-auto keepOutput(Output& output) {
+auto storeOutput(Output& output) {
     return [&output](V4_0Error error, const hidl_vec<uint8_t>& data) {
         output = {toError(error), toBytes(data), ""};
         EXPECT_TRUE(output.error == E::OK || output.data.empty());
@@ -110,13 +110,13 @@ sp<IKeymasterDevice> Stack::create(bool strongbox) {
 
 Key Stack::generate(const std::string& key) {
     Key made;
-    km_->generateKey(params(key), keepKey(made));
+    km_->generateKey(params(key), storeKey(made));
     return made;
 }
 
 Key Stack::import(const std::string& key, KeyFormat format, const Bytes& data) {
     Key made;
-    km_->importKey(params(key), format, data, keepKey(made));
+    km_->importKey(params(key), format, data, storeKey(made));
     return made;
 }
 
@@ -124,7 +124,7 @@ Key Stack::importWrapped(const Bytes& wrapped, const Bytes& wrapping, const Byte
                          uint64_t password_sid, uint64_t biometric_sid) {
     Key made;
     km_->importWrappedKey(wrapped, wrapping, mask, params("oaep sha256"), password_sid,
-                          biometric_sid, keepKey(made));
+                          biometric_sid, storeKey(made));
     return made;
 }
 
@@ -142,13 +142,13 @@ Key Stack::characteristics(const Bytes& blob, const std::string& id, const std::
 Output Stack::exportKey(const Bytes& blob, KeyFormat format, const std::string& id,
                         const std::string& data) {
     Output output;
-    km_->exportKey(format, blob, text(id), text(data), keepOutput(output));
+    km_->exportKey(format, blob, text(id), text(data), storeOutput(output));
     return output;
 }
 
 Output Stack::upgrade(const Bytes& blob, const std::string& binding) {
     Output output;
-    km_->upgradeKey(blob, params(binding), keepOutput(output));
+    km_->upgradeKey(blob, params(binding), storeOutput(output));
     return output;
 }
 
@@ -267,7 +267,7 @@ Bytes Stack::sharedKey() {
     // All zeros say that there is no seed.
     if (toBytes(own.seed) != Bytes(32, 0)) same.seed = toBytes(own.seed);
     same.nonce.assign(own.nonce.data(), own.nonce.data() + own.nonce.size());
-    const std::string secret = fileContent(state_.path("shared/shared-secret"));
+    const std::string secret = fileContent(state_ / "shared/shared-secret");
     return secureapp::deriveSharedKey(text(secret), {same});
 }
 
@@ -287,7 +287,7 @@ std::string Stack::file(const std::string& name, const Bytes& content) {
     return files_.write(name, content);
 }
 
-void Stack::judge(const std::string& line, const std::string& output) {
+void Stack::expectShell(const std::string& line, const std::string& output) {
     const ProgramResult result = test::run("cd " + files_.path() + " && " + line);
     EXPECT_EQ(result.status, 0) << line << "\n" << result.output;
     EXPECT_EQ(result.output, output) << line;
@@ -296,12 +296,12 @@ void Stack::judge(const std::string& line, const std::string& output) {
 namespace {
 
 Bytes opensslKey(const std::string& options) {
-    const ScratchFolder folder;
+    const Folder folder;
     const ProgramResult made =
         run("cd " + folder.path() + " && openssl genpkey -quiet -out pem " + options +
             " && openssl pkcs8 -topk8 -nocrypt -in pem -outform der -out key");
     EXPECT_EQ(made.status, 0) << made.output;
-    return text(fileContent(folder.path("key")));
+    return text(fileContent(folder / "key"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 
+#include "Folder.h"
 #include "Hex.h"
 #include "Program.h"
 #include "Words.h"
@@ -133,9 +134,9 @@ class Stack : public testing::TestWithParam<Target> {
     HardwareAuthToken token(const AuthToken& fields);
 
     // Runs a shell line in the folder of the test; its output must be as expected.
-    void judge(const std::string& line, const std::string& output = "");
+    void expectShell(const std::string& line, const std::string& output = "");
     std::string file(const std::string& name, const Bytes& content);
-    std::string path(const std::string& name) const { return files_.path(name); }
+    std::string path(const std::string& name) const { return files_ / name; }
 
     static sp<IKeymasterDevice> create(bool strongbox);
 
@@ -145,8 +146,8 @@ class Stack : public testing::TestWithParam<Target> {
     static constexpr char kFirstWorld[] = "test_attestation_keys = yes\n";
 
     std::string world_ = kFirstWorld;
-    ScratchFolder state_;
-    ScratchFolder files_;
+    Folder state_;
+    Folder files_;
 };
 
 // RSA keys of the openssl command, made once: unencrypted PKCS#8.

@@ -130,7 +130,7 @@ std::string valueOf(const KeyParameter& param, keymaster_tag_t tag) {
     const keymaster_tag_type_t type = keymaster_tag_get_type(tag);
     if (type == KM_BOOL) return "";
     if (type == KM_BYTES) {
-        return ":0x" + toHex(secureapp::ByteView(param.blob.data(), param.blob.size()));
+        return ":0x" + toHex(param.blob.data(), param.blob.size());
     }
     return ":" + std::to_string(isWide(tag) ? param.f.longInteger : param.f.integer);
 }

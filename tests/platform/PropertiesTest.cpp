@@ -60,7 +60,7 @@ TEST(Properties, DefaultFileHasWhatTheServiceWaitsFor) {
     });
 }
 
-TEST(Properties, MissingOnesAreToldAtOnce) {
+TEST(Properties, MissingOnesAreReportedAtOnce) {
     inProcess("/dev/null", "property ro.x does not exist: not in /dev/null", [] {
         if (WaitForPropertyCreation("ro.x")) return false;
         SetProperty("ro.x", "1");

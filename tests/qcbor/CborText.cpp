@@ -62,24 +62,6 @@ std::string describe(const QCBORItem& item) {
 
 }  // namespace
 
-Bytes fromHex(const std::string& hex) {
-    Bytes bytes;
-    for (size_t i = 0; i < hex.size(); i += 2) {
-        bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-std::string toHex(const void* data, size_t size) {
-    static const char* const kDigits = "0123456789abcdef";
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    std::string hex;
-    for (size_t i = 0; i < size; ++i) {
-        hex += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 0xf]};
-    }
-    return hex;
-}
-
 std::string decoded(const Bytes& input, int8_t mode) {
     const auto block = std::make_unique<uint8_t[]>(input.size());
     std::copy(input.begin(), input.end(), block.get());

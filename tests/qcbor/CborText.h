@@ -1,4 +1,4 @@
-// What the tests of the CBOR layer share: hex, and a decoder's whole output as one line of text.
+// A decoder's whole output as one line of text.
 #pragma once
 
 extern "C" {
@@ -8,10 +8,12 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "Hex.h"
+
 using Bytes = std::vector<uint8_t>;
 
-Bytes fromHex(const std::string& hex);
-std::string toHex(const void* data, size_t size);
+using lumo::test::fromHex;
+using lumo::test::toHex;
 
 // Every item as "level:label=value " and errors as "!number ", to the end of the input; then
 // "finish!number" unless Finish returns 0. The input is copied to a heap block of its size, so that

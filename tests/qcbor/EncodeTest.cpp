@@ -35,7 +35,7 @@ void play(Context* c, const std::string& script) {
 }
 
 // Finish's result as "!error", else what was encoded, in hex. The block has `capacity` bytes; from
-// 2^32 - 1 on there is none, and the length that was counted is told as "#length".
+// 2^32 - 1 on there is none, and the length that was counted is shown as "#length".
 std::string encoded(const std::string& script, size_t capacity) {
     const bool counts = capacity >= UINT32_MAX;
     const auto block = counts ? nullptr : std::make_unique<uint8_t[]>(capacity);

@@ -74,13 +74,13 @@ std::string readCbor(const Bytes& message, const std::string& steps) {
     QCBORDecodeContext decoder;
     QCBORDecode_Init(&decoder, {message.data(), message.size()}, QCBOR_DECODE_MODE_NORMAL);
     CborReader reader = {&decoder, {}, 0};
-    std::string told;
+    std::string text;
     for (const std::string& step : split(steps, ',')) {
         const auto [name, label] = parted(step);
-        told += (told.empty() ? "" : "; ") + readStep(&reader, name, label);
-        if (reader.error != 0) told += ", error " + std::to_string(reader.error);
+        text += (text.empty() ? "" : "; ") + readStep(&reader, name, label);
+        if (reader.error != 0) text += ", error " + std::to_string(reader.error);
     }
-    return told;
+    return text;
 }
 
 std::string writeCbor(const std::string& steps) {

@@ -57,12 +57,12 @@ Bytes parseTerm(const std::string& term) {
     }
     const size_t star = term.find('*');
     if (star != std::string::npos) {
-        return Bytes(parseNumber(term.substr(star + 1)), hex(term.substr(0, star)).at(0));
+        return Bytes(parseNumber(term.substr(star + 1)), fromHex(term.substr(0, star)).at(0));
     }
     if (term.size() % 2 != 0 || term.find_first_not_of("0123456789abcdef") != std::string::npos) {
         throw std::invalid_argument("no bytes: " + term);
     }
-    return hex(term);
+    return fromHex(term);
 }
 
 // Takes "/LENGTH" off the end; `length` stays where there is none.

@@ -36,9 +36,9 @@ TEST_F(Keymaster41DeviceTest, NotificationsReachTheSecureApplication) {
         token.challenge = 5;
         EXPECT_EQ(ErrorCode41(device->deviceLocked(true, token)), ErrorCode41::OK);
         EXPECT_EQ(transport.lastSent().command_id, strongbox ? 0x211DU : 0x211AU);
-        EXPECT_EQ(transport.lastSent().request, hex("a1 182e f5"));
+        EXPECT_EQ(transport.lastSent().request, fromHex("a1 182e f5"));
         EXPECT_EQ(ErrorCode41(device->deviceLocked(false, {})), ErrorCode41::OK);
-        EXPECT_EQ(transport.lastSent().request, hex("a1 182e f4"));
+        EXPECT_EQ(transport.lastSent().request, fromHex("a1 182e f4"));
 
         EXPECT_EQ(ErrorCode41(device->earlyBootEnded()), ErrorCode41::OK);
         EXPECT_EQ(transport.lastSent().command_id, strongbox ? 0x211CU : 0x2119U);

@@ -44,7 +44,7 @@ TEST_F(StartUp, AsksForDatesAndConfigures) {
     for (const auto& c : cases) {
         transport.reset(0xEE);
         transport.willReply(words({c.date_status}));
-        transport.willReply(hex("ff"));  // what is answered to configure does not matter
+        transport.willReply(fromHex("ff"));  // what is answered to configure does not matter
         const sp<IKeymasterDevice> device = c.create();
         EXPECT_EQ(transport.level, c.level);
         EXPECT_EQ(transport.callNames(),
@@ -52,7 +52,7 @@ TEST_F(StartUp, AsksForDatesAndConfigures) {
         EXPECT_EQ(toHex(transport.calls[1].request), "15020000eeeeeeeeeeeeeeee");
         EXPECT_EQ(transport.calls[5].command_id, 0x2116U);
         EXPECT_EQ(toHex(transport.calls[5].request),
-                  toHex(hex(std::string(kConfigure) + c.vendor_patchlevel)));
+                  toHex(fromHex(std::string(kConfigure) + c.vendor_patchlevel)));
     }
 }
 
@@ -63,7 +63,7 @@ TEST_F(StartUp, UnreadableVersionsAreSentAsZero) {
     transport.willReply(words({0}));
     const sp<IKeymasterDevice> device = CreateKeymasterDevice();
     EXPECT_EQ(toHex(transport.lastSent().request),
-              toHex(hex("a4 16 03 1a300002c1 00 1a300002c2 00 1a300002ce 00")));
+              toHex(fromHex("a4 16 03 1a300002c1 00 1a300002c2 00 1a300002ce 00")));
 }
 
 using StartUpDeathTest = Keymaster4DeviceTest;
@@ -108,7 +108,7 @@ TEST_F(Keymaster4DeviceTest, HardwareInfoByLevel) {
     const struct {
         uint32_t level;
         int calls;
-        SecurityLevel told;
+        SecurityLevel reported;
     } cases[] = {
         {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, 1, SecurityLevel::TRUSTED_ENVIRONMENT},
         {KM_SECURITY_LEVEL_STRONGBOX, 1, SecurityLevel::STRONGBOX},
@@ -126,7 +126,7 @@ TEST_F(Keymaster4DeviceTest, HardwareInfoByLevel) {
         const auto result =
             device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
                 ++calls;
-                EXPECT_EQ(level, c.told);
+                EXPECT_EQ(level, c.reported);
                 EXPECT_EQ(std::string(name), "Keymaster HAL: 4000000001");
                 EXPECT_EQ(std::string(author), "LUMO");
             });
@@ -200,16 +200,16 @@ TEST_F(Keymaster4DeviceTest, SomeCallsSendNothing) {
 
     transport.hsm_result = KM_ERROR_OK;
     device->exportKey(KeyFormat::PKCS8, kBlob, kNone, kNone, std::ref(answer));
-    EXPECT_EQ(transport.lastSent().request, hex("a3 1600 1743010203 181801"));
+    EXPECT_EQ(transport.lastSent().request, fromHex("a3 1600 1743010203 181801"));
 }
 
 // ---- Keys ----
 
-TEST_F(Keymaster4DeviceTest, NothingOfAKeyIsToldWhenItsBlobIsBad) {
+TEST_F(Keymaster4DeviceTest, BadBlobsReturnNoKey) {
     const auto device = start();
     Bytes blob = sampleKeyBlob();
     blob[273] = 2;  // announces one more software-enforced entry than it has
-    transport.willReply(hex("a1 17 59018b") + blob);
+    transport.willReply(fromHex("a1 17 59018b") + blob);
     Answer answer;
     device->generateKey({}, std::ref(answer));
     EXPECT_EQ(answer.error, ErrorCode::INVALID_ARGUMENT);
@@ -218,7 +218,7 @@ TEST_F(Keymaster4DeviceTest, NothingOfAKeyIsToldWhenItsBlobIsBad) {
 
 // ---- Operations ----
 
-// Whatever had been decoded before the fault is neither told nor kept.
+// Whatever had been decoded before the fault is neither returned nor kept.
 TEST_F(Keymaster4DeviceTest, BrokenOperationResults) {
     const auto device = start();
     const std::function<void(Answer&)> calls[] = {
@@ -229,7 +229,7 @@ TEST_F(Keymaster4DeviceTest, BrokenOperationResults) {
     for (const char* reply :
          {"a3 1602 1a900003e9 42aabb 3a6ffffc16 42aabb", "a3 1601 1a900003e9 42aabb 1824 42"}) {
         for (const auto& call : calls) {
-            transport.willReply(hex(reply));
+            transport.willReply(fromHex(reply));
             Answer answer;
             call(answer);
             EXPECT_NE(answer.error, ErrorCode::OK);
@@ -243,8 +243,8 @@ TEST_F(Keymaster4DeviceTest, AuthTokenOfAnyMac) {
     const std::string numbers(kSampleTokenRecord, 2 * 37);
     const std::pair<Bytes, std::string> cases[] = {
         {{}, numbers + toHex(Bytes(32))},
-        {hex("01020304"), numbers + "01020304" + toHex(Bytes(28))},
-        {Bytes(32, 0x5C) + hex("ff"), kSampleTokenRecord},
+        {fromHex("01020304"), numbers + "01020304" + toHex(Bytes(28))},
+        {Bytes(32, 0x5C) + fromHex("ff"), kSampleTokenRecord},
         {Bytes(100, 0x5C), kSampleTokenRecord},
     };
     for (const auto& [mac, record] : cases) {
@@ -253,7 +253,7 @@ TEST_F(Keymaster4DeviceTest, AuthTokenOfAnyMac) {
         Answer answer;
         device->begin(KeyPurpose::SIGN, kBlob, {}, token, std::ref(answer));
         EXPECT_EQ(toHex(transport.lastSent().request),
-                  toHex(hex("a4 1602 3a6ffffc15 5845" + record + "1a2000000102 1743010203")));
+                  toHex(fromHex("a4 1602 3a6ffffc15 5845" + record + "1a2000000102 1743010203")));
     }
 }
 
@@ -263,14 +263,15 @@ TEST_F(Keymaster4DeviceTest, SharedHmac) {
     const auto device = start();
     hidl_vec<HmacSharingParameters> parties(3);
     parties[0].seed = Bytes();
-    parties[1].seed = hex("0102");
+    parties[1].seed = fromHex("0102");
     parties[2].seed = Bytes(100, 0x33);  // runs on where the nonce belongs
     for (auto& party : parties) std::fill_n(party.nonce.data(), 32, uint8_t{0x44});
     Answer answer;
     device->computeSharedHmac(parties, std::ref(answer));
     const Bytes nonce(32, 0x44);
-    EXPECT_EQ(transport.lastSent().request, hex("a1 182b 58c0") + Bytes(32) + nonce + hex("0102") +
-                                                Bytes(30) + nonce + Bytes(32, 0x33) + nonce);
+    EXPECT_EQ(transport.lastSent().request, fromHex("a1 182b 58c0") + Bytes(32) + nonce +
+                                                fromHex("0102") + Bytes(30) + nonce +
+                                                Bytes(32, 0x33) + nonce);
 }
 
 TEST_F(Keymaster4DeviceTest, VerificationTokens) {

@@ -47,7 +47,7 @@ TEST(KmParamSet, SharesBytesInBothDirections) {
         EXPECT_EQ(set.params[0].blob.data[1], 9);
         ASSERT_EQ(back.size(), 1U);
         EXPECT_EQ(back[0].tag, tag);
-        EXPECT_EQ(toBytes(back[0].blob), hex("010903"));
+        EXPECT_EQ(toBytes(back[0].blob), fromHex("010903"));
     }
 }
 

@@ -15,7 +15,7 @@ constexpr char kNoPlatformDate[] =
 constexpr char kNoVendorDate[] =
     "Vendor patchlevel string does not match expected format.  Using patchlevel 0";
 
-// Null for no line. A value that is no number of the right form is told, one out of range is an
+// Null for no line. A value that is no number of the right form is logged, one out of range is an
 // error.
 void expectLine(const LogCapture& log, const char* line) {
     ASSERT_EQ(log.lines().size(), line == nullptr ? 0U : 1U);

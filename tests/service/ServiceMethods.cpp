@@ -52,7 +52,7 @@ const std::string kToken = "3a6ffffc15 5845" + std::string(kSampleTokenRecord);
 const std::string kNoDate = "89 20 20 20 20 20 20 20 20 20";
 
 Bytes keyBlobReply() {
-    return hex("a1 17 59018b") + sampleKeyBlob();
+    return fromHex("a1 17 59018b") + sampleKeyBlob();
 }
 const std::string kNewKey = toHex(sampleKeyBlob()) + " " + kSampleCharacteristics;
 
@@ -83,14 +83,14 @@ std::function<Answer(IKeymasterDevice&)> withResult(Call call) {
 const std::vector<ServiceMethod>& serviceMethods() {
     static const std::vector<ServiceMethod> methods = {
         {"getHmacSharingParameters", 0x220E, 0x2706, "",
-         hex("a2 1829 4401020304 182a 5820" + toHex(Bytes(32, 0x22))),
+         fromHex("a2 1829 4401020304 182a 5820" + toHex(Bytes(32, 0x22))),
          "01020304" + toHex(Bytes(28)) + " " + toHex(Bytes(32, 0x22)),
          withCallback([](auto& device, auto& answer) {
              device.getHmacSharingParameters(std::ref(answer));
          })},
         {"computeSharedHmac", 0x220F, 0x2707,
-         "a1 182b 5840" + toHex(Bytes(32, 0x11)) + "22" + toHex(Bytes(31)), hex("a1 182c 42beef"),
-         "beef", withCallback([](auto& device, auto& answer) {
+         "a1 182b 5840" + toHex(Bytes(32, 0x11)) + "22" + toHex(Bytes(31)),
+         fromHex("a1 182c 42beef"), "beef", withCallback([](auto& device, auto& answer) {
              device.computeSharedHmac({sharingParams()}, std::ref(answer));
          })},
         {"verifyAuthorization", 0x118, 0, "18010000 88776655 44332211",
@@ -114,17 +114,17 @@ const std::vector<ServiceMethod>& serviceMethods() {
                                      std::ref(answer));
          })},
         {"exportKey", 0x210C, 0x250C, "a4 16 01 3a6ffffda6 4107 17 43010203 1818 00",
-         hex("a1 1824 43aabbcc"), "aabbcc", withCallback([](auto& device, auto& answer) {
+         fromHex("a1 1824 43aabbcc"), "aabbcc", withCallback([](auto& device, auto& answer) {
              device.exportKey(KeyFormat::X509, kBlob, {0x07}, kNone, std::ref(answer));
          })},
         {"attestKey", 0x2115, 0x2515,
          "a6 16 02" + kTwoParams + "17 43010203 1827" + kNoDate + "1828" + kNoDate,
-         hex("a3 182002 1821420102 18214103"), "[0102,03]",
+         fromHex("a3 182002 1821420102 18214103"), "[0102,03]",
          withCallback([](auto& device, auto& answer) {
              device.attestKey(kBlob, params(), std::ref(answer));
          })},
-        {"upgradeKey", 0x2114, 0x2514, "a4 16 02" + kTwoParams + "17 43010203", hex("a1 17 42ddee"),
-         "ddee", withCallback([](auto& device, auto& answer) {
+        {"upgradeKey", 0x2114, 0x2514, "a4 16 02" + kTwoParams + "17 43010203",
+         fromHex("a1 17 42ddee"), "ddee", withCallback([](auto& device, auto& answer) {
              device.upgradeKey(kBlob, params(), std::ref(answer));
          })},
         {"deleteKey", 0x210D, 0x250D, "a1 17 43010203", {}, "", withResult([](auto& device) {
@@ -144,24 +144,24 @@ const std::vector<ServiceMethod>& serviceMethods() {
          "",
          withResult([](auto& device) { return device.destroyAttestationIds(); })},
         {"begin", 0x210F, 0x250F, "a6 16 04" + kTwoParams + kToken + "1a20000001 02 17 43010203",
-         hex("a3 1601 1a900003e9 42aabb 1822 1b8877665544332211"),
+         fromHex("a3 1601 1a900003e9 42aabb 1822 1b8877665544332211"),
          "{900003e9:aabb} 9833440827789222417", withCallback([](auto& device, auto& answer) {
              device.begin(KeyPurpose::SIGN, kBlob, params(), sampleToken(), std::ref(answer));
          })},
         {"update", 0x2111, 0x2511,
          "a6 1822 1b1122334455667788 16 03" + kTwoParams + kToken + "1823 41dd",
-         hex("a4 1601 1a900003e9 42aabb 1824 43010203 1825 05"), "5 {900003e9:aabb} 010203",
+         fromHex("a4 1601 1a900003e9 42aabb 1824 43010203 1825 05"), "5 {900003e9:aabb} 010203",
          withCallback([](auto& device, auto& answer) {
              device.update(kHandle, params(), {0xDD}, sampleToken(), {}, std::ref(answer));
          })},
         {"finish", 0x2112, 0x2512,
          "a7 1822 1b1122334455667788 16 03" + kTwoParams + kToken + "1823 41dd 1826 41ee",
-         hex("a3 1601 1a900003e9 42aabb 1824 43040506"), "{900003e9:aabb} 040506",
+         fromHex("a3 1601 1a900003e9 42aabb 1824 43040506"), "{900003e9:aabb} 040506",
          withCallback([](auto& device, auto& answer) {
              device.finish(kHandle, params(), {0xDD}, {0xEE}, sampleToken(), {}, std::ref(answer));
          })},
         {"finish, empty", 0x2112, 0x2512, "a3 1822 00 16 01 3a6ffffc15 5845" + toHex(Bytes(69)),
-         hex("a0"), "{} ", withCallback([](auto& device, auto& answer) {
+         fromHex("a0"), "{} ", withCallback([](auto& device, auto& answer) {
              device.finish(0, {}, kNone, kNone, {}, {}, std::ref(answer));
          })},
         {"abort",
@@ -193,7 +193,7 @@ void expectEveryMethod(IKeymasterDevice& device, bool strongbox) {
         EXPECT_EQ(refused.error, ErrorCode::TOO_MANY_OPERATIONS);
         ASSERT_EQ(transport.sentCount(), 1U);
         EXPECT_EQ(transport.lastSent().command_id, command);
-        EXPECT_EQ(toHex(transport.lastSent().request), toHex(hex(method.request)));
+        EXPECT_EQ(toHex(transport.lastSent().request), toHex(fromHex(method.request)));
 
         const Answer answer = method.call(device);
         EXPECT_EQ(answer.calls, 1);

@@ -1,14 +1,17 @@
 // Bytes from hexadecimal digits and back.
 #pragma once
 
+#include <cstdint>
 #include <string>
-
-#include "secureapp/base/Bytes.h"
+#include <vector>
 
 namespace lumo::test {
 
 // Whitespace between the digits is skipped.
-secureapp::Bytes fromHex(const std::string& digits);
-std::string toHex(secureapp::ByteView bytes);
+std::vector<uint8_t> fromHex(const std::string& digits);
+std::string toHex(const void* bytes, size_t size);
+inline std::string toHex(const std::vector<uint8_t>& bytes) {
+    return toHex(bytes.data(), bytes.size());
+}
 
 }  // namespace lumo::test

@@ -51,27 +51,6 @@ TransportReply ScriptedTransport::takeReply() {
     return reply;
 }
 
-Bytes hex(const std::string& digits) {
-    std::string packed;
-    std::copy_if(digits.begin(), digits.end(), std::back_inserter(packed),
-                 [](char c) { return c != ' ' && c != '\n'; });
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < packed.size(); i += 2) {
-        bytes.push_back(static_cast<uint8_t>(std::stoul(packed.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-std::string toHex(const Bytes& bytes) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string digits;
-    for (uint8_t byte : bytes) {
-        digits += kDigits[byte >> 4];
-        digits += kDigits[byte & 15];
-    }
-    return digits;
-}
-
 Bytes words(const std::vector<uint32_t>& values) {
     Bytes bytes;
     for (uint32_t value : values) {
@@ -141,7 +120,7 @@ keymaster_error_t KeymasterUtils::init(uint32_t cmd_id, keymaster_blob_t* reques
     script.cbor_request.assign(script.cbor_capacity, 0xEE);
     script.cbor_request.shrink_to_fit();
     *request = {script.cbor_request.data(), script.cbor_request.size()};
-    // The result is not looked at by the library; a value shows that.
+    // The library ignores the result; an error code shows that.
     return KM_ERROR_UNKNOWN_ERROR;
 }
 

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "Hex.h"
+
 namespace lumo::test {
 
 using Bytes = std::vector<uint8_t>;
@@ -37,7 +39,7 @@ class ScriptedTransport {
     static ScriptedTransport& instance();
 
     // Back to a CBOR transport that works, has no replies and has seen no calls. The shared buffer
-    // is filled with `fill`, so that words a request leaves alone can be told.
+    // is filled with `fill`, so that words a request leaves alone can be recognised.
     void reset(uint8_t fill = 0xEE);
 
     bool legacy = false;
@@ -73,10 +75,6 @@ class ScriptedTransport {
   private:
     std::unique_ptr<uint8_t[]> shared_;
 };
-
-// Bytes from hexadecimal digits; blanks are skipped.
-Bytes hex(const std::string& digits);
-std::string toHex(const Bytes& bytes);
 
 // Little-endian 32-bit words, and the word at index `word` of `bytes`.
 Bytes words(const std::vector<uint32_t>& values);

@@ -174,7 +174,7 @@ TEST_F(Daemon, CallTakesTwoSystemCallsOnEachSide) {
     EXPECT_EQ(g_calls, 2);
 }
 
-TEST_F(Daemon, ButtonIsPressedWithASignal) {
+TEST_F(Daemon, SignalConfirmsPresence) {
     constexpr uint32_t kFinish = 0x2112;
     const Bytes kTrustedPresence = {0x1A, 0x70, 0x00, 0x01, 0xFB, 0xF5};
     Bytes presence_key = kHmacKey;
@@ -198,7 +198,7 @@ TEST_F(Daemon, ButtonIsPressedWithASignal) {
 }
 
 // The frames' header: "LUMQ", kind, level, command, capacity, lengths of area and body.
-TEST_F(Daemon, OneClientsTroubleIsNobodyElses) {
+TEST_F(Daemon, FaultyClientsDisturbNoOther) {
     const auto daemon = start();
     KeymasterUtils good(kTee);
     ASSERT_EQ(sendCbor(good, kConfigure, kVersions).error, KM_ERROR_OK);

@@ -1,6 +1,7 @@
 // Attestations as a relying party sees them: checked by the openssl command and by a gem.
 #include <gtest/gtest.h>
 
+#include "Folder.h"
 #include "Hex.h"
 #include "KeymasterUnderTest.h"
 #include "Program.h"
@@ -42,7 +43,7 @@ class Attestation : public ::testing::Test {
 
 // A chain in files, for other programs.
 struct ChainFiles {
-    ScratchFolder folder;
+    Folder folder;
     std::vector<std::string> der, pem;
 
     explicit ChainFiles(const std::vector<Bytes>& chain) {

@@ -1,4 +1,4 @@
-// Primitives that no other test judges from outside.
+// Primitives that no other test compares with known values.
 #include <gtest/gtest.h>
 
 #include "Hex.h"

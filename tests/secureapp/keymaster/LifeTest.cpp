@@ -47,7 +47,7 @@ TEST(Versions, UpgradesOldBlobs) {
     EXPECT_TRUE(key.unreported().empty());
 }
 
-TEST(Rollback, AnUpgradeLosesNoKeyAndADeletedOneStaysAway) {
+TEST(Rollback, UpgradesLoseNoKeyAndDeletedOnesStayDeleted) {
     Device device;
     device.config.rollback_resistance = true;
     device.boot();
@@ -112,7 +112,7 @@ TEST(Configuration, ComesOnceAndFirst) {
     EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }), KM_ERROR_OK);
 }
 
-TEST(Configuration, LetsEntropyIn) {
+TEST(Configuration, AcceptsEntropy) {
     Device device;
     device->addEntropy(Bytes(2048, 1));
     device->addEntropy({});

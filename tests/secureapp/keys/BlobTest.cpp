@@ -38,7 +38,7 @@ ParamSet everything() {
 }
 
 std::string hexAt(const Bytes& blob, size_t offset, size_t size) {
-    return toHex(ByteView(blob).sub(offset, size));
+    return toHex(blob.data() + offset, size);
 }
 
 TEST(KeyBlob, OldVersionsSealWhatTheyHaveNoPlaceFor) {

@@ -50,13 +50,13 @@ TEST(CborProtocol, RefusesWhatDiffersFromTheMessage) {
         {"a flag as a number", 0x211A, "a1 182e 01"},
     };
     for (const auto& test : cases) {
-        EXPECT_EQ(phone.cbor(test.command, hex(test.request)).error, KM_ERROR_INVALID_ARGUMENT)
+        EXPECT_EQ(phone.cbor(test.command, fromHex(test.request)).error, KM_ERROR_INVALID_ARGUMENT)
             << test.what;
     }
     // The like of them, as they should be, reach the keymaster.
-    EXPECT_EQ(phone.cbor(0x210D, hex("a1 17 40")).error, KM_ERROR_OK);
-    EXPECT_EQ(phone.cbor(0x211A, hex("a1 182e f5")).error, KM_ERROR_OK);
-    EXPECT_EQ(phone.cbor(0x220B, hex("a1 182d f4")).error, KM_ERROR_OK);
+    EXPECT_EQ(phone.cbor(0x210D, fromHex("a1 17 40")).error, KM_ERROR_OK);
+    EXPECT_EQ(phone.cbor(0x211A, fromHex("a1 182e f5")).error, KM_ERROR_OK);
+    EXPECT_EQ(phone.cbor(0x220B, fromHex("a1 182d f4")).error, KM_ERROR_OK);
 }
 
 TEST(CborProtocol, AnswersOnlyItsOwnCommands) {
@@ -81,12 +81,12 @@ TEST(CborProtocol, AnswersOnlyItsOwnCommands) {
     }
 }
 
-TEST(SecureApp, TellsTheStorageFailureInWords) {
+TEST(SecureApp, ReportsTheStorageFailure) {
     App phone("cbor");
     phone.configureByCbor();
     phone.own.broken = true;
     phone.shared.broken = true;
-    const secureapp::Reply reply = phone.cbor(0x220B, hex("a1 182d f4"));
+    const secureapp::Reply reply = phone.cbor(0x220B, fromHex("a1 182d f4"));
     EXPECT_EQ(reply.error, KM_ERROR_SECURE_HW_ACCESS_DENIED);
     EXPECT_EQ(reply.cause, secureapp::Cause::kStorage);
     EXPECT_EQ(reply.reason, "the test's storage is broken");

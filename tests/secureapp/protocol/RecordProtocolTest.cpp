@@ -32,7 +32,7 @@ Bytes labels(uint32_t offset, uint32_t room = kAreaBytes - 64) {
     return words({0, 0, offset, room});
 }
 
-TEST(RecordProtocol, WordsLeftOverDoNotConfuse) {
+TEST(RecordProtocol, IgnoresLeftOverWords) {
     App phone("legacy-4");
     phone.configureByRecord();
     // A parameter of unknown type first (nothing was written) and in the middle (the one before
@@ -44,7 +44,7 @@ TEST(RecordProtocol, WordsLeftOverDoNotConfuse) {
                                 param(0x10000002, 32) + param(0x30000003, 128) + copied + copied +
                                 param(0x700001F7, 0x01, 0) + param(0x7000025A, 0xFFFFFF00) +
                                 param(0x90000259, tail, 2) + param(0x900002BC, tail + 2, 3) +
-                                hex("6964646174")),
+                                fromHex("6964646174")),
                2);
     const auto characteristics = [&](const Bytes& id, const Bytes& data) {
         const uint32_t behind = 28 + size32(blob);
@@ -52,12 +52,13 @@ TEST(RecordProtocol, WordsLeftOverDoNotConfuse) {
                                    size32(data)}) +
                             blob + id + data);
     };
-    const Bytes answer = characteristics(hex("6964"), hex("646174"));
+    const Bytes answer = characteristics(fromHex("6964"), fromHex("646174"));
     EXPECT_EQ(statusOf(answer), 0);
     EXPECT_EQ(toHex(itemOf(answer, 2)), toHex(blob));
     EXPECT_EQ(blob.at(251), 0) << "a false boolean became exportable";
     EXPECT_EQ(wordAt(blob, 12), 1U) << "purposes";
-    EXPECT_EQ(statusOf(characteristics(hex("6964"), hex("646175"))), KM_ERROR_INVALID_KEY_BLOB);
+    EXPECT_EQ(statusOf(characteristics(fromHex("6964"), fromHex("646175"))),
+              KM_ERROR_INVALID_KEY_BLOB);
 }
 
 TEST(RecordProtocol, OutputGoesWhereTheClientWantsIt) {
@@ -146,7 +147,7 @@ TEST(RecordProtocol, RefusesWhatLiesOutside) {
         const char* what;
         Bytes request;
     } const cases[] = {
-        {"no word at all", hex("0801")},
+        {"no word at all", fromHex("0801")},
         {"a header cut short", words({0x10D, 12})},
         {"an item behind the end", words({0x10D, 29, 0}) + blob},
         {"an item that ends behind the end", words({0x10D, 13, 16}) + blob},
@@ -158,7 +159,7 @@ TEST(RecordProtocol, RefusesWhatLiesOutside) {
         {"a tag of type 0", words({0x108, 12, 1}) + param(0x00000001, 0)},
         {"a tag of type 15", words({0x108, 12, 1}) + param(0xF0000001, 0)},
         {"a signature record outside",
-         words({0x112, 1, 0, 0, 0, 0, 0, 36, 17}) + words({52, 1, 99, 1}) + hex("01")},
+         words({0x112, 1, 0, 0, 0, 0, 0, 36, 17}) + words({52, 1, 99, 1}) + fromHex("01")},
     };
     for (const auto& test : cases) {
         const int32_t status = statusOf(phone.record(test.request, labels(16)));

@@ -43,7 +43,7 @@ struct App {
 
     // The body of a command that must succeed.
     Bytes sendCbor(uint32_t command, const std::string& request) {
-        return sendCbor(command, hex(request));
+        return sendCbor(command, fromHex(request));
     }
     Bytes sendCbor(uint32_t command, const Bytes& request) {
         const secureapp::Reply reply = cbor(command, request);
