@@ -18,7 +18,7 @@ class Link {
     virtual keymaster_error_t open() = 0;
 
     // What the secure application reports of itself; once the link was up, the last known. A link
-    // that was up is taken to be up until an exchange finds out.
+    // that was up is taken to be up until an exchange fails.
     virtual secureapp::ServerFacts facts() = 0;
 
     // `response` holds until the next exchange.

@@ -26,37 +26,37 @@ int32_t statusOf(const uint8_t* answer, size_t capacity) {
 
 }  // namespace
 
-// A failed exchange may have met a new life, too: it is prepared for the next call.
+// A failed exchange may have met a new boot, too: that is prepared for the next call.
 template <typename Work>
 keymaster_error_t ReplayLink::around(Work exchange) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     const keymaster_error_t error = exchange();
-    if (socket_.life() != prepared_life_) static_cast<void>(open());
+    if (socket_.bootId() != prepared_boot_id_) static_cast<void>(open());
     return error;
 }
 
 keymaster_error_t ReplayLink::open() {
     if (const keymaster_error_t error = socket_.open(); error != KM_ERROR_OK) return error;
-    if (socket_.life() == prepared_life_) return KM_ERROR_OK;
+    if (socket_.bootId() == prepared_boot_id_) return KM_ERROR_OK;
     return replayAll();
 }
 
 keymaster_error_t ReplayLink::replayAll() {
-    const uint64_t life = socket_.life();
-    if (prepared_life_ != 0) {
+    const uint64_t boot_id = socket_.bootId();
+    if (prepared_boot_id_ != 0) {
         __android_log_print(ANDROID_LOG_WARN, kLogTag,
                             "%s: the secure application has restarted; running operations, the "
                             "agreed HMAC key, early boot and the device lock are as after a boot",
                             path_.c_str());
     }
-    for (const Exchange& exchange : said_) {
+    for (const Exchange& exchange : start_up_) {
         const keymaster_error_t error = replay(exchange);
         // It went away once more: the next call begins anew.
         if (error == KM_ERROR_SECURE_HW_COMMUNICATION_FAILED) return error;
         __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s: sent command 0x%x again: %d",
                             path_.c_str(), exchange.command, error);
     }
-    prepared_life_ = life;
+    prepared_boot_id_ = boot_id;
     return KM_ERROR_OK;
 }
 
@@ -72,13 +72,13 @@ keymaster_error_t ReplayLink::replay(const Exchange& exchange) {
     return static_cast<keymaster_error_t>(statusOf(response.data(), response.size()));
 }
 
-void ReplayLink::keep(Exchange exchange) {
-    for (Exchange& known : said_) {
+void ReplayLink::store(Exchange exchange) {
+    for (Exchange& known : start_up_) {
         if (known.command != exchange.command) continue;
         known = std::move(exchange);
         return;
     }
-    said_.push_back(std::move(exchange));
+    start_up_.push_back(std::move(exchange));
 }
 
 ServerFacts ReplayLink::facts() {
@@ -90,7 +90,7 @@ keymaster_error_t ReplayLink::exchangeCbor(uint32_t command, ByteView request, B
     return around([&] {
         const keymaster_error_t error = socket_.exchangeCbor(command, request, response);
         if (error == KM_ERROR_OK && isStartUp(findCborCommand(command, level_, false))) {
-            keep({FrameKind::kCbor, command, request.copy(), 0});
+            store({FrameKind::kCbor, command, request.copy(), 0});
         }
         return error;
     });
@@ -105,7 +105,7 @@ keymaster_error_t ReplayLink::exchangeRecord(ByteView request, uint8_t* response
         const bool accepted =
             statusOf(response, capacity) == KM_ERROR_OK || meant == Command::kDateSupport;
         if (accepted && isStartUp(meant)) {
-            keep({FrameKind::kRecord, command, request.copy(), capacity});
+            store({FrameKind::kRecord, command, request.copy(), capacity});
         }
         return error;
     });

@@ -9,8 +9,8 @@
 namespace lumo::transport {
 
 // After a restart the secure application knows nothing of the service objects that are still there
-// and would refuse whatever they send. This link keeps what an object said at its start (the date
-// probe and configure), and says it to every new life of the secure application. The object gets
+// and would refuse whatever they send. This link keeps what an object sent at its start (the date
+// probe and configure), and sends it to every new boot of the secure application. The object gets
 // one KM_ERROR_SECURE_HW_COMMUNICATION_FAILED for each restart: that of the call under way, or else
 // that of the first call after it, which is not sent.
 //
@@ -40,13 +40,13 @@ class ReplayLink : public Link {
     keymaster_error_t around(Work exchange);
     keymaster_error_t replayAll();
     keymaster_error_t replay(const Exchange& exchange);
-    void keep(Exchange exchange);
+    void store(Exchange exchange);
 
     const keymaster_security_level_t level_;
     const std::string path_;
     SocketLink socket_;
-    uint64_t prepared_life_ = 0;  // the one that has heard what is in said_
-    std::vector<Exchange> said_;  // in its order, each command once
+    uint64_t prepared_boot_id_ = 0;   // the boot that has received start_up_
+    std::vector<Exchange> start_up_;  // in its order, each command once
 };
 
 }  // namespace lumo::transport

@@ -62,10 +62,10 @@ void SocketLink::send(const RequestFrame& request) {
     try {
         writeRequest(*channel_, request, kReplyPatience);
     } catch (const ChannelClosed&) {
-        const uint64_t life = facts_.life;
+        const uint64_t boot_id = facts_.boot_id;
         channel_.reset();
         connect();
-        if (facts_.life != life && after_restart_ == AfterRestart::kFail) {
+        if (facts_.boot_id != boot_id && after_restart_ == AfterRestart::kFail) {
             throw CallRefused(
                 "the secure application has restarted; what it held for this client "
                 "is gone");

@@ -13,7 +13,7 @@ namespace lumo::transport {
 class SocketLink : public Link {
   public:
     enum class AfterRestart {
-        kSend,  // to the new life of the secure application what was meant for the old one
+        kSend,  // what was meant for the former boot goes to the new one
         kFail,  // that one call, with the link up again
     };
 
@@ -27,8 +27,8 @@ class SocketLink : public Link {
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
 
-    // The secure application's life that the last connection reached; 0 before the first.
-    uint64_t life() const { return facts_.life; }
+    // The boot of the secure application that the last connection reached; 0 before the first.
+    uint64_t bootId() const { return facts_.boot_id; }
 
   private:
     void connect();

@@ -1,4 +1,4 @@
-// A local stream socket that never blocks longer than it was told to.
+// A local stream socket that never blocks longer than its deadlines.
 //
 // A message that fits into the receive buffer costs one system call each way: what comes is taken
 // as it comes, and poll() is asked only where a call would block in the middle of a message.
@@ -19,7 +19,7 @@
 
 namespace lumo::secureapp {
 
-// The other end is gone, too slow or talks something else; `what` says which.
+// The other end is gone, too slow or does not keep to the protocol; `what` says which.
 class ChannelError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

@@ -38,8 +38,8 @@ enum FactWord : size_t {
     kKeymasterVersion,
     kTaMinorVersion,
     kHalMinorVersion,
-    kLife,  // two words
-    kFactWords = kLife + 2,
+    kBootId,  // two words
+    kFactWords = kBootId + 2,
 };
 
 // A frame's header on the stack.
@@ -114,7 +114,7 @@ ReplyFrame readReply(Channel& channel, std::chrono::milliseconds patience) {
     if (header.word(kReplyMagicWord) != kReplyMagic) throw ChannelError("what came is no reply");
     const auto error = static_cast<int32_t>(header.word(kError));
     const uint32_t cause = header.word(kCause);
-    // Beyond its published codes the secure application has no answers.
+    // The secure application answers with published codes only.
     if (error > KM_ERROR_OK || error < KM_ERROR_UNKNOWN_ERROR ||
         cause > static_cast<uint32_t>(Cause::kStorage)) {
         throw ChannelError("what came is no reply");
@@ -138,7 +138,7 @@ Bytes encodeFacts(const ServerFacts& facts) {
     body.word(kKeymasterVersion, facts.keymaster_version);
     body.word(kTaMinorVersion, facts.ta_minor_version);
     body.word(kHalMinorVersion, facts.hal_minor_version);
-    body.longWord(kLife, facts.life);
+    body.longWord(kBootId, facts.boot_id);
     return body.finish();
 }
 
@@ -149,7 +149,7 @@ ServerFacts decodeFacts(ByteView body) {
         throw ChannelError("the secure application is of another version");
     }
     return {words.word(kLegacy) != 0, words.word(kKeymasterVersion), words.word(kTaMinorVersion),
-            words.word(kHalMinorVersion), words.longWord(kLife)};
+            words.word(kHalMinorVersion), words.longWord(kBootId)};
 }
 
 bool bringsKeyMaterial(const RequestFrame& request) {

@@ -50,7 +50,7 @@ struct ServerFacts {
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
     // Another number after each start of the server, since a start is a boot.
-    uint64_t life = 0;
+    uint64_t boot_id = 0;
 };
 
 // Both throw ChannelError where the frame does not pass whole within `patience`; for a frame to be

@@ -69,16 +69,16 @@ void bindPrivate(const FileHandle& socket, const std::string& path) {
     if (result != 0) failSystem("listen at", path);
 }
 
-uint64_t makeLife() {
-    uint64_t life = 0;
-    // 0 is no life.
-    while (life == 0) {
-        const bool failed = ::getrandom(&life, sizeof(life), 0) != sizeof(life);
+uint64_t makeBootId() {
+    uint64_t boot_id = 0;
+    // 0 means that no boot has been reached.
+    while (boot_id == 0) {
+        const bool failed = ::getrandom(&boot_id, sizeof(boot_id), 0) != sizeof(boot_id);
         if (failed && errno != EINTR) {
             throw ChannelError("the system gives no random bytes: " + systemError(errno));
         }
     }
-    return life;
+    return boot_id;
 }
 
 std::string nameOf(uint64_t client) {
@@ -107,7 +107,7 @@ Server::Server(Device& device, const std::string& path, std::chrono::millisecond
       path_(path),
       idle_patience_(idle_patience),
       log_(log),
-      life_(makeLife()),
+      life_(makeBootId()),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       ended_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!ended_) failSystem("make an event for", path);
