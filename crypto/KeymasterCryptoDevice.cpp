@@ -8,6 +8,7 @@
 #include "EnumBits.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Presence.h"
 
 // A macro, so that the compiler checks the format.
 #define FAIL_WITH(code, ...) (KM_LOG_ERROR(kCryptoLogTag, __VA_ARGS__), (code))
@@ -213,10 +214,7 @@ keymaster_error_t KeymasterCryptoDevice::pkcs8_to_internal(keymaster_algorithm_t
                                                            _keymaster_ec_import_internal_t* out) {
     CryptoPtr<BIGNUM> x(BN_new());
     CryptoPtr<BIGNUM> y(BN_new());
-    if (key_data == nullptr || key_data->data == nullptr || key_data->data_length == 0 ||
-        out == nullptr) {
-        return KM_ERROR_UNEXPECTED_NULL_POINTER;
-    }
+    if (!isPresent(key_data) || out == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     const uint32_t algorithm_bits = enumToBits(algorithm);
     CryptoPtr<EVP_PKEY> key = parsePkcs8(algorithm_bits, *key_data);
     if (!key) {
