@@ -1,4 +1,4 @@
-// Enumerations that cross a border, as 32-bit words.
+// Enumerations that cross an interface, as 32-bit words.
 //
 // A client of the HIDL service, a caller of the device core and the secure application can send any
 // 32-bit value as a purpose, a format, a level, a colour or an error code. The published C
@@ -48,9 +48,7 @@ template <typename Enum>
 class EnumArgument {
   public:
     explicit EnumArgument(const Enum& value) : bits_(enumToBits(value)) {}
-    operator Enum() const {
-        return enumFromBits<Enum>(bits_);
-    }
+    operator Enum() const { return enumFromBits<Enum>(bits_); }
 
   private:
     uint32_t bits_;

@@ -102,7 +102,7 @@ void requireUntouched(const Outputs& out, bool may_keep_key) {
         REQUIRE(out.characteristics.hw_enforced.params == nullptr);
     }
     REQUIRE(out.characteristics.sw_enforced.params == nullptr);
-    // The announced number of parameters may be told in `params.length`.
+    // The announced number of parameters may stand in `params.length`.
     REQUIRE(out.data.data == nullptr && out.params.params == nullptr);
     REQUIRE(out.chainIsCallers());
     REQUIRE(out.handle == 0 && out.consumed == 0 && out.check.size() == 1);

@@ -139,7 +139,7 @@ void publicKey(Input& input) {
     Outputs out;
     if (KeymasterCryptoDevice().internal_to_x509(&key, &out.data) != KM_ERROR_OK) return;
     const Bytes again = encodedAgain(out.data);
-    // An RSA key is not judged before it is encoded; libcrypto reads the fair ones alone.
+    // An RSA key is not checked before it is encoded; libcrypto reads valid ones only.
     if (rsa && again.empty()) return;
     REQUIRE(again == Bytes(out.data.data, out.data.data + out.data.data_length));
 }

@@ -27,9 +27,8 @@ using ::android::hardware::keymaster::V4_0::VerificationToken;
 // device core once, converts the results, calls back once and releases what the device core handed
 // out. What it returns or calls back with is the device core's error, unchanged, and after an error
 // empty outputs. Views of the caller's and the device core's memory are passed on in both
-// directions: the arguments of a callback are valid until it returns. Memory for a conversion that
-// cannot be had is thrown as std::bad_alloc. The object holds no lock: one thread at a time may
-// call it.
+// directions: the arguments of a callback are valid until it returns. Throws std::bad_alloc where
+// there is no memory for a conversion. The object holds no lock: one thread at a time may call it.
 class Keymaster4Device : public IKeymasterDevice {
   public:
     // Starts up: waits without limit for the platform's version properties, asks the secure

@@ -1,4 +1,4 @@
-// The part of a key blob that stands in clear.
+// The part of a key blob that is not encrypted.
 //
 // All fields are little-endian and packed, so many are not aligned. Offsets are bytes from the
 // start of the blob. A flag byte is 0 where its field is absent, and a boolean is its own flag. The

@@ -12,7 +12,7 @@ bool hasKeyBlobHeader(const keymaster_key_blob_t& blob);
 enum class EarlyBootRule { kRead, kIgnore };
 
 // Builds the hardware- and software-enforced sets from the blob, hardware first. The header is not
-// asked for. The arrays come from malloc and are the caller's; an empty set has a non-null array
+// checked. The arrays come from malloc and are the caller's; an empty set has a non-null array
 // too. With null `characteristics` nothing is read and the result is KM_ERROR_OK.
 //
 //   KM_ERROR_INVALID_KEY_BLOB          too short for the fields of its version, or null

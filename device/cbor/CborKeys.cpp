@@ -11,7 +11,7 @@
 namespace keymasterdevice::cbor {
 namespace {
 
-// The blobs of these secure applications tell about early boot.
+// The blobs of these secure applications say whether a key is for early boot only.
 keymaster_error_t getCharacteristics(const keymaster_key_blob_t& key_blob,
                                      keymaster_key_characteristics_t* characteristics) {
     return readCharacteristics(key_blob, EarlyBootRule::kRead, characteristics);

@@ -57,8 +57,8 @@ static_assert(kWords * kWordBytes == 8, "fixed by the protocol");
 
 using CertificateChain = std::unique_ptr<keymaster_cert_chain_t, CertificateChain_Delete>;
 
-// Kept: a date that is not told leaves the words as the shared buffer held them, and the last three
-// words of a date are never written.
+// Kept: for an absent date the words stay as the shared buffer held them, and the last three words
+// of a date are never written.
 void setDate(LegacyExchange& exchange, uint32_t index, const tztm& date) {
     if (!hasDate(date)) return;
     exchange.setWord(index + date_record::kSecond, static_cast<uint32_t>(date.tm_sec));

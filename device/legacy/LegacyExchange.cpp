@@ -114,8 +114,8 @@ void LegacyExchange::setResponseOffsets(uint32_t index, uint32_t header_bytes) {
     const uint32_t room = remaining();
     const uint32_t fitting_words = room / kWordBytes;
     if (index < fitting_words) response.setWord(index, header_bytes);
-    // Kept: a response area smaller than its header is announced as it comes out of the
-    // subtraction, as a huge one.
+    // Kept: for a response area smaller than its header the subtraction wraps around, and a huge
+    // size is announced.
     if (index + 1 < fitting_words) response.setWord(index + 1, room - header_bytes);
 }
 

@@ -207,8 +207,8 @@ keymaster_error_t KeymasterHalDevice::legacy_get_key_characteristics(
     exchange.send();
     if (!exchange.ok()) return exchange.error();
 
-    // Kept: the blob of the response may stand in for the size check, but what is read is always
-    // the caller's blob.
+    // Kept: where the caller's blob does not begin as a key blob, the size of the response's blob
+    // is checked, but what is read is always the caller's blob.
     const size_t size =
         hasKeyBlobHeader(*key_blob) ? key_blob->key_material_size : readBlobSize(exchange);
     if (!exchange.ok()) return exchange.error();

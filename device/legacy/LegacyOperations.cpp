@@ -266,7 +266,7 @@ keymaster_error_t KeymasterHalDevice::legacy_begin_operation(
         }));
     }
     if (!exchange.ok()) {
-        static_cast<void>(abort_operation(handle));  // what is told is the failure before it
+        static_cast<void>(abort_operation(handle));  // the earlier failure is returned
         return exchange.error();
     }
     const size_t num_params = nonce ? 1 : 0;

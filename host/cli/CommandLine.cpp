@@ -45,7 +45,7 @@ int report(const Failure& failure, const std::string& command, bool as_json) {
     error["message"] = message;
     try {
         print({{"error", error}}, true);
-    } catch (const Failure&) {  // standard output cannot be written: the line above has to do
+    } catch (const Failure&) {  // standard output cannot be written; the line above is out
     }
     return status;
 }

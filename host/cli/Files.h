@@ -45,7 +45,7 @@ class Input {
   private:
     std::string name_;
     FileDescriptor file_;
-    bool at_end_ = false;  // a terminal would have to be told a second time
+    bool at_end_ = false;  // a terminal would wait for a second end of input
 };
 
 // The whole of a small file: a key, a signature, a token. Throws Failure where it is larger than

@@ -62,7 +62,7 @@ void requireService(SecurityLevel level) {
     const bool known = status.kind != TransportStatus::ok;
     const std::string why = known ? status.message
                                   : message +
-                                        "; restart the secure application if it was told other "
+                                        "; restart the secure application if it was given other "
                                         "versions before, see LUMO_PROPERTIES";
     endProcess(Failure(known ? statusOf(status.kind) : Exit::transport,
                        "the keymaster service cannot go on: " + why));

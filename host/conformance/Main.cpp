@@ -15,7 +15,7 @@ using android::sp;
 using android::hardware::keymaster::V4_1::ErrorCode;
 using android::hardware::keymaster::V4_1::IKeymasterDevice;
 
-// False if the service cannot be had; says why.
+// False if there is no such service; says why.
 bool publish(keymaster_security_level_t level, IKeymasterDevice* (*create)(), const char* name) {
     const lumo::TransportStatus status = lumo::checkTransport(level);
     if (status.kind != lumo::TransportStatus::ok) {

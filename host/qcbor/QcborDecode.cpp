@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr uint8_t kSmallestLongSimple = 32;
+constexpr uint8_t kMinLongSimple = 32;
 constexpr uint64_t kFirstUnflaggedTag = 63;
 
 // ---- What libcbor makes of one head, as an item ----
@@ -149,7 +149,7 @@ bool isUnnamedSimple(uint8_t majorType, uint8_t info) {
 int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item) {
     const uint8_t value = info == CBOR_SIMPLEV_ONEBYTE ? unread(context)[1] : info;
     context.uPosition += headSize(info);
-    if (info == CBOR_SIMPLEV_ONEBYTE && value < kSmallestLongSimple) {
+    if (info == CBOR_SIMPLEV_ONEBYTE && value < kMinLongSimple) {
         return QCBOR_ERR_INVALID_CBOR;
     }
     item.uDataType = QCBOR_TYPE_UKNOWN_SIMPLE;

@@ -11,7 +11,7 @@
 
 namespace lumo::secureapp {
 
-// What a running operation still owes the rules of its key.
+// What the rules of its key still require of a running operation.
 struct Admission {
     Bytes key_id;
     bool authorized_by_handle = false;  // every call needs a token for its handle

@@ -22,7 +22,7 @@ std::optional<AuthToken> openAuthToken(ByteView record, ByteView shared_key);
 // The record of a token, with its MAC; authenticators make these.
 Bytes makeAuthToken(const AuthToken& token, ByteView shared_key);
 
-// What one instance vouches for to another.
+// What one instance confirms to another.
 struct VerificationToken {
     uint64_t challenge = 0;
     uint64_t timestamp = 0;  // milliseconds since boot

@@ -1,4 +1,4 @@
-// The keys that sign attestations, and the certificates that vouch for them: a root, and under it
+// The keys that sign attestations, and the certificates for them: a root, and under it
 // one batch key for RSA and one for EC.
 #pragma once
 

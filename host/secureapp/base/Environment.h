@@ -39,8 +39,9 @@ class State {
   public:
     virtual ~State() = default;
     virtual std::optional<Bytes> read(const std::string& name) = 0;
-    // Replaces the record by what `change` makes of it, with every other writer locked out; nothing
-    // in, nothing out: an absent record. After a crash either the old or the new record is there.
+    // Replaces the record by what `change` makes of it, with every other writer locked out;
+    // std::nullopt stands for an absent record. After a crash either the old or the new record is
+    // there.
     virtual void update(
         const std::string& name,
         const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) = 0;

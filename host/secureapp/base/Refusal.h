@@ -1,4 +1,4 @@
-// How everything within the secure application says no.
+// How everything within the secure application refuses.
 #pragma once
 
 #include <hardware/keymaster_defs.h>

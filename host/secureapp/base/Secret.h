@@ -1,4 +1,4 @@
-// Bytes that leave no trace in memory.
+// Bytes that are wiped when they are released.
 #pragma once
 
 #include <openssl/crypto.h>

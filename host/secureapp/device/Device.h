@@ -1,4 +1,5 @@
-// One device on the workstation: its state directory, its configuration and its two secure applications.
+// One device on the workstation: its state directory, its configuration and its two secure
+// applications.
 #pragma once
 
 #include <map>

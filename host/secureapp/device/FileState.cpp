@@ -93,7 +93,7 @@ void requireOwnFolder(const std::string& path, mode_t forbidden) {
     requireOwn(status, path, forbidden);
 }
 
-// Records are named by the secure application, not by clients; a name is still only a name.
+// Records are named by the secure application, not by clients; no name may lead out of the folder.
 void requireName(const std::string& name) {
     const bool plain =
         !name.empty() && name[0] != '.' && std::all_of(name.begin(), name.end(), [](char c) {

@@ -21,7 +21,7 @@ void prepareStateDirectory(const std::string& path);
 
 class FileState : public State {
   public:
-    // Opens the folder `instance` in `directory`, which prepareStateDirectory() has seen.
+    // Opens the folder `instance` in `directory`, which prepareStateDirectory() has checked.
     FileState(const std::string& directory, const std::string& instance);
 
     std::optional<Bytes> read(const std::string& name) override;

@@ -121,7 +121,7 @@ void Keymaster::deviceLocked(bool password_only) {
 
 void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
     if (verified_boot_key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
-    // Keys hang on the root of trust, so it cannot change under them.
+    // Keys are bound to the root of trust, so it cannot change once one was used.
     if (root_of_trust_set_ || keys_.used()) {
         refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
     }

@@ -31,7 +31,7 @@ class OperationTable {
     // The handle of the new operation: random, and neither of the two that callers use for "none".
     uint64_t add(RunningOperation operation);
 
-    // One call to a running operation. The operation ends with the call unless it is told to go on:
+    // One call to a running operation. The operation ends with the call unless goOn() was called:
     // whatever fails in between ends it.
     class Call {
       public:

@@ -34,7 +34,7 @@ struct BlobRoots {
     bool device_locked = false;
 };
 
-// The secret that all blobs of this device in this boot state hang on.
+// The secret from which the sealing keys of this device in this boot state are derived.
 Bytes deriveBlobSecret(const BlobRoots& roots);
 // The sealing key of one key: absent and empty id or data are the same.
 Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding);

@@ -42,8 +42,8 @@ std::optional<ByteView> readElement(ByteView& data, uint8_t tag) {
     return content;
 }
 
-// Whether an EC key in PKCS#8 names a curve that is none of ours. Asked without libcrypto, whose
-// makers disagree about which curves are worth parsing.
+// Whether an EC key in PKCS#8 names a curve that is none of ours. Parsed without libcrypto:
+// BoringSSL and OpenSSL know different curves.
 bool namesForeignCurve(ByteView pkcs8) {
     constexpr uint8_t kInteger = 0x02;
     constexpr uint8_t kOid = 0x06;

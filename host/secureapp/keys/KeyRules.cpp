@@ -82,9 +82,9 @@ std::optional<Param> stored(const Param& param) {
     const keymaster_tag_type_t type = keymaster_tag_get_type(param.tag);
     if (type == KM_INVALID || isTagIn(kDroppedTags, param.tag)) return std::nullopt;
     if (type != KM_BOOL) return param;
-    // The older name of the same promise; a promise that is made must be kept.
+    // The older tag of the same property, which is granted under the newer one.
     if (param.tag == KM_TAG_ROLLBACK_RESISTANT) return boolParam(KM_TAG_ROLLBACK_RESISTANCE);
-    return boolParam(param.tag);  // being there is what counts
+    return boolParam(param.tag);  // its presence counts, whatever the value
 }
 
 ParamSet withoutRepetition(const ParamSet& params) {

@@ -17,8 +17,8 @@ struct CreationContext {
     bool user_presence = false;
 };
 
-// The facts of a key that its material alone tells. For a key to be generated the caller's wishes,
-// with what follows from them.
+// The facts of a key that its material alone tells. For a key to be generated what the caller asks
+// for, with what follows from them.
 struct KeyFacts {
     uint32_t algorithm = 0;
     uint64_t bits = 0;
@@ -26,7 +26,7 @@ struct KeyFacts {
     std::optional<uint64_t> exponent;  // RSA
 };
 
-// The caller's parameters without those that have no business in a key, each value once. Refuses
+// The caller's parameters without those that do not belong in a key, each value once. Refuses
 // unknown algorithms, tags that only the secure side may set, contradictions and what this device
 // cannot do.
 ParamSet acceptCreation(const ParamSet& params, const CreationContext& context);

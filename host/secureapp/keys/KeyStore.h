@@ -23,7 +23,7 @@ class KeyStore {
     Bytes seal(ByteView material, const Bytes& id, ParamSet authorizations, const ParamSet& binding,
                ByteView replaced);
     // KM_ERROR_INVALID_KEY_BLOB for a blob that is damaged, was sealed under other secrets or
-    // another binding, or was deleted: damage is told before anything else about the key.
+    // another binding, or was deleted: damage is reported before anything else.
     OpenedKey open(ByteView blob, const ParamSet& binding);
 
     // Whether another rollback-resistant key can be made.

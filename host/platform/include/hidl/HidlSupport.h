@@ -1,7 +1,7 @@
 #pragma once
 
 // Stand-in for the HIDL runtime's value types: vectors, strings, arrays and handles, with the
-// published layouts and operations. Three hazards of the original are mended, where no correct
+// published layouts and operations. Three hazards of the platform's are removed, where no correct
 // caller can tell: a moved-from vector is empty, moving a vector onto itself keeps it, and
 // assigning a view of a vector's own buffer to that vector copies before it frees. hidl_memory and
 // arrays of more than one dimension are left out.

@@ -1,7 +1,7 @@
 #pragma once
 
-// Stand-in for the HIDL runtime's call results. As in the original, an error that nobody looked at
-// ends the process when its Return dies; the knob that softens this is left out.
+// Stand-in for the HIDL runtime's call results. As with the platform's, an error that nobody looked
+// at ends the process when its Return dies; the knob that softens this is left out.
 
 #include <hidl/HidlInternal.h>
 #include <utils/Errors.h>

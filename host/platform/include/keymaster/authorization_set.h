@@ -1,8 +1,8 @@
 #pragma once
 
 // Stand-in for libkeymaster's AuthorizationSet: a parameter set that owns its parameters and their
-// bytes. Serialisation, typed tags and the set operations are left out. Unlike the original, a set
-// may be loaded from or extended with its own content.
+// bytes. Serialisation, typed tags and the set operations are left out. Unlike the platform's, a
+// set may be loaded from or extended with its own content.
 
 #include <hardware/keymaster_defs.h>
 
