@@ -49,10 +49,12 @@ function(lumo_precompile name)
     endif()
 endfunction()
 
-# For code whose speed nobody feels: optimising it is most of what compiling it costs. The preset
-# dev alone asks for debug information and optimisation at once.
+# For code whose speed nobody feels: optimising it is most of what compiling it costs. Of the presets
+# that ask for debug information and optimisation at once, bench measures and keeps the latter.
 function(lumo_build_quickly name)
-    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
+    if(NOT LUMO_BENCH)
+        target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
+    endif()
 endfunction()
 
 function(lumo_test name)
