@@ -1,7 +1,10 @@
 #include "CommandLine.h"
 
+#include <string.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <new>
 
 #include "Command.h"
@@ -56,9 +59,31 @@ bool asksForJson(int argc, char** argv) {
                        [](const char* word) { return word == std::string("--json"); });
 }
 
+std::array<CommandGroup, 5> allCommands() {
+    return {deviceCommands(), keyCommands(), operationCommands(), attestationCommands(),
+            sharingCommands()};
+}
+
+// The one command that is named among the words; none where no word names one, or several do.
+const char* onlyCommand(int argc, char** argv) {
+    const char* only = nullptr;
+    for (const CommandGroup& group : allCommands()) {
+        for (const Command& command : group.commands) {
+            const auto times = std::count_if(argv + 1, argv + argc, [&](const char* word) {
+                return strcmp(word, command.name) == 0;
+            });
+            if (times == 0) continue;
+            if (times > 1 || only != nullptr) return nullptr;
+            only = command.name;
+        }
+    }
+    return only;
+}
+
 class CommandLine {
   public:
-    CommandLine() : app_(kDescription, "lumokm") {
+    // Knows all commands, or only the one of that name.
+    explicit CommandLine(const char* only = nullptr) : app_(kDescription, "lumokm") {
         app_.set_version_flag("--version", "lumokm 4.1");
         app_.add_flag("--strongbox", common_.strongbox, "use the StrongBox keymaster");
         app_.add_option("--service", common_.service,
@@ -69,9 +94,20 @@ class CommandLine {
         app_.add_flag("-v,--verbose", common_.verbose, "show the library's log");
         app_.require_subcommand(1);
         app_.footer(kFooter);
-        for (const CommandGroup& group : {deviceCommands(), keyCommands(), operationCommands(),
-                                          attestationCommands(), sharingCommands()}) {
-            for (const Command& command : group.commands) add(group.title, command);
+        for (const CommandGroup& group : allCommands()) {
+            for (const Command& command : group.commands) {
+                if (only == nullptr || strcmp(only, command.name) == 0) add(group.title, command);
+            }
+        }
+    }
+
+    // Whether the words can be carried out as they are: help is not wanted and nothing is wrong.
+    bool accepts(int argc, char** argv) {
+        try {
+            app_.parse(argc, argv);
+            return true;
+        } catch (const CLI::ParseError&) {
+            return false;
         }
     }
 
@@ -84,12 +120,26 @@ class CommandLine {
             return report(Failure(Exit::usage, explain(error) + seeHelp()), chosen(),
                           asksForJson(argc, argv));
         }
+        return carryOut();
+    }
+
+    // After parsing.
+    int carryOut() {
         if (!common_.service.empty()) {
             common_.strongbox = common_.service == "strongbox";
             useRegisteredServices();
         }
         routeLog(common_.verbose, [this](const Failure& failure) { reportFailure(failure); });
-        return carryOut();
+        try {
+            action_();
+            return static_cast<int>(Exit::ok);
+        } catch (const Failure& failure) {
+            return reportFailure(failure);
+        } catch (const std::bad_alloc&) {
+            return reportFailure(Failure(Exit::other, "out of memory"));
+        } catch (const std::exception& error) {
+            return reportFailure(Failure(Exit::other, error.what()));
+        }
     }
 
   private:
@@ -129,19 +179,6 @@ class CommandLine {
         return report(failure, chosen(), common_.json);
     }
 
-    int carryOut() {
-        try {
-            action_();
-            return static_cast<int>(Exit::ok);
-        } catch (const Failure& failure) {
-            return reportFailure(failure);
-        } catch (const std::bad_alloc&) {
-            return reportFailure(Failure(Exit::other, "out of memory"));
-        } catch (const std::exception& error) {
-            return reportFailure(Failure(Exit::other, error.what()));
-        }
-    }
-
     Common common_;
     CLI::App app_;
     Action action_;
@@ -150,6 +187,12 @@ class CommandLine {
 }  // namespace
 
 int run(int argc, char** argv) {
+    // Declaring every command takes longer than carrying most of them out. Help and mistakes are
+    // answered with all of them known.
+    if (const char* only = onlyCommand(argc, argv)) {
+        CommandLine command_line(only);
+        if (command_line.accepts(argc, argv)) return command_line.carryOut();
+    }
     return CommandLine().run(argc, argv);
 }
 
