@@ -6,6 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 
+// The word in which the maker's copy counts bytes; in 64 bits it matters which.
+#ifndef CONTRACT_COPY_SIZE
+#define CONTRACT_COPY_SIZE size_t
+#endif
+
 namespace keymasterutils {
 
 class KeymasterUtils {
@@ -22,7 +27,8 @@ class KeymasterUtils {
     void* vaultlink_dev_init();
     int32_t send_cmd(void* request, unsigned int request_length, void* response,
                      unsigned int response_capacity);
-    size_t km_memscpy(void* dst, size_t dst_size, const void* src, size_t src_size);
+    CONTRACT_COPY_SIZE km_memscpy(void* dst, CONTRACT_COPY_SIZE dst_size, const void* src,
+                                  CONTRACT_COPY_SIZE src_size);
 };
 
 }  // namespace keymasterutils
