@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 #include <hidl/GtestPrinter.h>
 #include <hidl/ServiceManagement.h>
-#include <mini/Keys.h>
+
+#include "DeviceTest.h"
 
 static bool prepared = false;
 
@@ -12,9 +13,7 @@ struct Environment : testing::Environment {
     void SetUp() override { prepared = ntohq(htonq(1)) == 1; }
 };
 
-struct KeyTest : testing::TestWithParam<std::string> {
-    android::sp<IKeymasterDevice> device = IKeymasterDevice::getService(GetParam());
-};
+struct KeyTest : DeviceTest {};
 
 TEST_P(KeyTest, Generate) {
     ASSERT_TRUE(prepared);

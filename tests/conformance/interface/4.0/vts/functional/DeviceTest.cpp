@@ -1,0 +1,5 @@
+#include "DeviceTest.h"
+
+void DeviceTest::SetUp() {
+    device = IKeymasterDevice::getService(GetParam());
+}
