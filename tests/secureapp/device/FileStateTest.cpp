@@ -100,12 +100,13 @@ TEST(FileState, WritersTakeTurns) {
             });
         }
     };
-    std::thread other(count_up);
+    // Forked first: a child would inherit the lock that a thread holds, and keep it.
     const pid_t child = ::fork();
     if (child == 0) {
         count_up();
         ::_exit(0);
     }
+    std::thread other(count_up);
     count_up();
     other.join();
     int status = -1;
