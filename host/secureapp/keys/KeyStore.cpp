@@ -48,7 +48,7 @@ Bytes KeyStore::seal(ByteView material, const Bytes& id, ParamSet authorizations
         authorizations.removeAll(kTagHardwareType);
         authorizations.add(intParam(kTagHardwareType, options_.level));
     }
-    const Secret blob_key(deriveBlobKey(blobSecret(), binding));
+    const Secret blob_key = blobKey(binding);
     Bytes blob = sealBlob({material, std::move(authorizations), id}, version,
                           options_.early_boot_blobs, blob_key.bytes(), random_);
     if (resistant && replaced.empty()) registry_.add(blob);
@@ -57,7 +57,7 @@ Bytes KeyStore::seal(ByteView material, const Bytes& id, ParamSet authorizations
 }
 
 OpenedKey KeyStore::open(ByteView blob, const ParamSet& binding) {
-    const Secret blob_key(deriveBlobKey(blobSecret(), binding));
+    const Secret blob_key = blobKey(binding);
     OpenedKey key = openBlob(blob, blob_key.bytes());
     if (isRollbackResistant(key.authorizations) && !registry_.lists(blob)) {
         refuse(KM_ERROR_INVALID_KEY_BLOB);
@@ -79,6 +79,16 @@ const Bytes& KeyStore::blobSecret() {
                                                 config_.verified_boot_key, config_.device_locked}));
     }
     return blob_secret_.bytes();
+}
+
+Secret KeyStore::blobKey(const ParamSet& binding) {
+    const bool bound = !binding.bytes(KM_TAG_APPLICATION_ID).empty() ||
+                       !binding.bytes(KM_TAG_APPLICATION_DATA).empty();
+    if (bound) return Secret(deriveBlobKey(blobSecret(), binding));
+    if (unbound_key_.bytes().empty()) {
+        unbound_key_ = Secret(deriveBlobKey(blobSecret(), binding));
+    }
+    return Secret(unbound_key_.bytes());
 }
 
 }  // namespace lumo::secureapp

@@ -40,6 +40,8 @@ class KeyStore {
 
   private:
     const Bytes& blobSecret();
+    // What the blob of a key with this binding is sealed under.
+    Secret blobKey(const ParamSet& binding);
 
     const KeymasterOptions& options_;
     const DeviceConfig& config_;
@@ -48,6 +50,7 @@ class KeyStore {
     RandomSource& random_;
     RollbackRegistry registry_;
     Secret blob_secret_;  // empty until it is needed
+    Secret unbound_key_;  // for keys without a binding; empty until it is needed
 };
 
 }  // namespace lumo::secureapp

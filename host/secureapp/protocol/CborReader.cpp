@@ -2,6 +2,8 @@
 
 #include <cbor.h>
 
+#include <algorithm>
+
 #include "secureapp/base/Refusal.h"
 
 namespace lumo::secureapp {
@@ -68,6 +70,10 @@ bool isInteger(const CborItem& item) {
     return item.type == Type::kUnsigned || item.type == Type::kNegative;
 }
 
+bool isLabel(const CborItem& item, Label label) {
+    return item.type == Type::kUnsigned && item.number == static_cast<uint64_t>(label);
+}
+
 }  // namespace
 
 CborItem CborReader::peek() const {
@@ -97,13 +103,13 @@ CborReader::CborReader(ByteView message) : message_(message) {
 
 bool CborReader::at(Label label) const {
     if (entries_left_ == 0) return false;
-    const CborItem item = peek();
-    return item.type == Type::kUnsigned && item.number == static_cast<uint64_t>(label);
+    return isLabel(peek(), label);
 }
 
 CborItem CborReader::value(Label label) {
-    if (!at(label)) refuseMalformed();
-    next();
+    if (entries_left_ == 0) refuseMalformed();
+    const CborItem found = next();
+    if (!isLabel(found, label)) refuseMalformed();
     --entries_left_;
     return next();
 }
@@ -144,7 +150,10 @@ void CborReader::skipDate(Label label) {
 ParamSet CborReader::params() {
     const uint64_t count = number(Label::kParamCount);
     if (count > entries_left_) refuseMalformed();
+    constexpr size_t kMinEntryBytes = 2;
+    const size_t possible = (message_.size() - position_) / kMinEntryBytes;
     ParamSet params;
+    params.reserve(static_cast<size_t>(std::min<uint64_t>(count, possible)));
     for (uint64_t i = 0; i < count; ++i) params.add(param());
     return params;
 }

@@ -10,6 +10,7 @@ namespace lumo::secureapp {
 namespace {
 
 constexpr size_t kMaxHeadBytes = 9;
+constexpr size_t kUsualBytes = 64;  // an answer without a key or a certificate
 constexpr uint32_t kTagTypeMask = 0xF0000000;
 
 // Appends what one of libcbor's encoders makes of `value`.
@@ -23,6 +24,7 @@ void appendHead(Bytes& message, size_t (*encode)(Value, unsigned char*, size_t),
 }  // namespace
 
 CborWriter::CborWriter(size_t entries) {
+    message_.reserve(kUsualBytes);
     appendHead(message_, cbor_encode_map_start, entries);
 }
 
