@@ -7,7 +7,7 @@
 namespace lumo::secureapp {
 namespace {
 
-// Keys whose rates and counts are kept at a time; secure memory is small.
+// How many keys are tracked at a time, for rates and for counts each; secure memory is small.
 constexpr size_t kTrackedKeys = 64;
 constexpr uint64_t kMillisPerSecond = 1000;
 constexpr uint32_t kPassword = 1;  // a bit of the authenticator type
@@ -21,7 +21,7 @@ bool isAuthorizedByHandle(const ParamSet& key) {
     return needsAuthentication(key) && !key.contains(KM_TAG_AUTH_TIMEOUT);
 }
 
-// Whether the token is of a user and of a kind that the key accepts. The id 0 is nobody's.
+// Whether the key accepts the user and the authenticator type of the token. Id 0 means no user.
 bool suits(const AuthToken& token, const ParamSet& key) {
     const auto lists = [&key](uint64_t id) {
         return id != 0 && key.contains(KM_TAG_USER_SECURE_ID, id);
@@ -111,7 +111,7 @@ void AccessControl::confirmPresence() {
     presence_proven_ = presence_wanted_;
 }
 
-// Whose token it is does not matter here: somebody unlocked the device after it was locked.
+// Any user's token counts here: it shows that the device was unlocked after it was locked.
 void AccessControl::unlockWith(const std::optional<AuthToken>& token) {
     if (!locked_ || !token || token->timestamp <= locked_at_) return;
     if (password_only_ && (token->authenticator_type & kPassword) == 0) return;

@@ -25,19 +25,19 @@ class AccessControl {
     // `trusted_clock`: whether dates are enforced here.
     AccessControl(Clock& clock, bool trusted_clock);
 
-    // The rules of begin, all but those of public-key operations, which are exempt. Throws
-    // Refusal. A token in `params` that unlocks the device does so for good.
+    // The rules of begin; public-key operations are exempt and do not come here. Throws Refusal.
+    // A token in `params` that unlocks the device unlocks it for later calls too.
     void checkBegin(uint32_t purpose, const OpenedKey& key, const ParamSet& params,
                     ByteView shared_key);
 
-    // The operation takes place: counts the use. Only after checkBegin.
+    // Counts the use, once the operation has started. Only after checkBegin.
     Admission admit(const OpenedKey& key);
 
     // The rules of update and finish. Throws Refusal.
     void checkUse(const Admission& admission, uint64_t handle, const ParamSet& params,
                   ByteView shared_key) const;
 
-    // The operation is over, in whatever way.
+    // The operation has ended: finished, failed or aborted.
     void release(const Admission& admission);
 
     void lockDevice(bool password_only);

@@ -19,15 +19,16 @@ struct HmacSharingParameters {
 class SharedHmac {
   public:
     // StrongBox keeps a stored seed; the trusted environment's is empty. Both keep the pre-shared
-    // secret of the device in `shared_state`, common to the instances that are to agree. Before the
-    // first agreement the key follows from the own parameters alone.
+    // secret of the device in `shared_state`, which the instances that agree have in common. Before
+    // the first agreement the key is derived from the instance's own parameters alone.
     SharedHmac(State& own_state, State& shared_state, RandomSource& random,
                keymaster_security_level_t level);
 
     const HmacSharingParameters& ownParameters() const { return own_; }
 
     // Agrees on the key of `all`, in the order given, and returns the 32-byte sharing check.
-    // KM_ERROR_INVALID_ARGUMENT when the own parameters are not among them; the old key stays.
+    // KM_ERROR_INVALID_ARGUMENT when the instance's own parameters are not among them; the old key
+    // stays.
     Bytes agree(const std::vector<HmacSharingParameters>& all);
 
     const Bytes& key() const { return key_; }
@@ -40,7 +41,7 @@ class SharedHmac {
     Bytes key_;
 };
 
-// H from K and the parameters; and the check value that proves it.
+// The shared key of the device secret and the parameters; and the check value that proves it.
 Bytes deriveSharedKey(ByteView pre_shared_secret, const std::vector<HmacSharingParameters>& all);
 Bytes sharingCheck(ByteView shared_key);
 

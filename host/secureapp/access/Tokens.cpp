@@ -10,8 +10,8 @@ namespace {
 constexpr std::string_view kVerificationLabel = "Auth Verification";
 constexpr std::string_view kConfirmationLabel = "confirmation token";
 
-// The auth token record, packed. The first three numbers are in the order of the hosts that the
-// platform runs on, little-endian; the last two are big-endian.
+// The auth token record, packed. The first three numbers are in host byte order, which is
+// little-endian on every platform device; the last two are big-endian.
 constexpr uint8_t kAuthTokenVersion = 0;
 constexpr size_t kChallengeOffset = 1;
 constexpr size_t kUserIdOffset = 9;

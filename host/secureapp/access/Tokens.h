@@ -17,7 +17,7 @@ struct AuthToken {
 };
 constexpr size_t kAuthTokenBytes = 69;
 
-// Nothing when the record is no valid token under `shared_key`: wrong size, version or MAC.
+// nullopt when the record is not a valid token under `shared_key`: wrong size, version or MAC.
 std::optional<AuthToken> openAuthToken(ByteView record, ByteView shared_key);
 // The record of a token, with its MAC; authenticators make these.
 Bytes makeAuthToken(const AuthToken& token, ByteView shared_key);

@@ -17,24 +17,24 @@ struct KeyDescription {
     Bytes unique_id;            // empty or 16 bytes
     ParamSet software;          // with the attestation application id
     ParamSet hardware;          // with the attested device ids
-    RootOfTrust root_of_trust;  // stands in the hardware list
+    RootOfTrust root_of_trust;  // encoded within the hardware list
 };
 
 Bytes encodeKeyDescription(const KeyDescription& description);
 
-// Which validity and key usage the leaf has; `authorizations` are all of the key's.
+// `authorizations` are all of the key's; validity and key usage of the leaf follow from them.
 struct LeafRequest {
     KeyDescription description;
     ParamSet authorizations;
     Bytes public_key;  // SubjectPublicKeyInfo
-    uint64_t now = 0;  // wall clock in milliseconds, for a key that has no date of its own
+    uint64_t now = 0;  // wall clock in milliseconds, for a key without a creation date
 };
 
 // The certificate of an attested key, signed by the batch key.
 Bytes makeLeafCertificate(const LeafRequest& request, EVP_PKEY* batch_key,
                           ByteView batch_certificate);
 
-// 16 bytes that name the device to one application for 30 days.
+// 16 bytes that identify the device to one application for 30 days.
 Bytes uniqueId(ByteView secret, uint64_t creation_millis, ByteView application_id,
                bool reset_since_rotation);
 

@@ -108,7 +108,7 @@ AttestationKey decodeRecord(const std::string& name, ByteView record) {
     return decoded;
 }
 
-// What is kept under `name`; what `make` makes when nothing is yet.
+// The record `name`; made by `make` where there is none yet.
 template <typename Make>
 AttestationKey storedKey(State& state, const std::string& name, Make make) {
     std::optional<Bytes> record = state.read(name);

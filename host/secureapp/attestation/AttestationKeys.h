@@ -15,8 +15,8 @@ struct AttestationKey {
 };
 
 // The batch key for keys of `algorithm`, RSA or EC. Made at its first use and kept in `state`; with
-// DeviceConfig::test_attestation_keys the fixed one, which is the same everywhere and which nobody
-// may trust. StateError when what is kept is damaged.
+// DeviceConfig::test_attestation_keys the fixed one, which is the same everywhere and must not be
+// trusted. StateError when the stored record is damaged.
 AttestationKey attestationKey(State& state, const DeviceConfig& config,
                               keymaster_security_level_t level, uint32_t algorithm);
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kMaxChallengeBytes = 128;
 constexpr size_t kMaxApplicationIdBytes = 1024;
-constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // there once the device ids are gone
+constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // exists once the device ids are destroyed
 
 bool isDeviceId(keymaster_tag_t tag) {
     return tag == KM_TAG_ATTESTATION_ID_BRAND || tag == KM_TAG_ATTESTATION_ID_DEVICE ||

@@ -7,8 +7,8 @@
 
 namespace lumo::secureapp {
 
-// Refuses keys of algorithms that have no certificate, and parameters that are missing, too long or
-// ask for what this device does not have.
+// Refuses keys that are neither RSA nor EC, and parameters that are missing, too long or ask for
+// what this device does not have.
 void checkAttestationRequest(uint32_t algorithm, const ParamSet& params,
                              keymaster_security_level_t level);
 
@@ -16,7 +16,7 @@ void checkAttestationRequest(uint32_t algorithm, const ParamSet& params,
 // KM_ERROR_CANNOT_ATTEST_IDS for others, and for all once the ids are destroyed.
 ParamSet matchedDeviceIds(const ParamSet& params, const DeviceConfig& config, State& state);
 
-// From now on and for good no device id is attested.
+// Permanent: from then on no device id is attested.
 void destroyDeviceIds(State& state);
 
 }  // namespace lumo::secureapp

@@ -55,8 +55,8 @@ struct Date {
     uint64_t year, month, day;
 };
 
-// The Gregorian date of a day since 1970-01-01. Not by the C library, whose time ends in 2038 where
-// it has 32 bits. Years begin in March, so that the leap day comes last.
+// The Gregorian date of a day since 1970-01-01. The C library's functions end in 2038 where time_t
+// has 32 bits. Years begin in March, so that the leap day comes last.
 Date dateOf(uint64_t days) {
     constexpr uint64_t kDaysTo1970 = 719468;  // from 0000-03-01
     constexpr uint64_t kDaysPerEra = 146097;  // 400 years
@@ -126,7 +126,7 @@ Bytes commonName(std::string_view name) {
 Bytes certificateTime(uint64_t millis) {
     constexpr uint64_t kLastSecond = 253402300799;  // 9999-12-31 23:59:59
     constexpr uint64_t kFirstYearOfGeneralizedTime = 2050;
-    constexpr size_t kCenturyDigits = 2;  // which UTCTime has not
+    constexpr size_t kCenturyDigits = 2;  // which UTCTime omits
     const uint64_t seconds = std::min(millis / 1000, kLastSecond);
     const Date date = dateOf(seconds / kSecondsPerDay);
     Bytes text;
@@ -143,7 +143,7 @@ Bytes certificateTime(uint64_t millis) {
 
 Bytes extension(ByteView object_identifier, bool critical, ByteView value) {
     std::vector<Bytes> parts = {object_identifier.copy()};
-    if (critical) parts.push_back(der::boolean(true));  // DER leaves the default, false, out
+    if (critical) parts.push_back(der::boolean(true));  // DER omits the default, false
     parts.push_back(der::octetString(value));
     return listOf(der::kSequence, parts);
 }

@@ -23,7 +23,7 @@ struct CertificateFields {
 // Version 3, signed with SHA-256 by an RSA or EC key.
 Bytes signCertificate(const CertificateFields& fields, EVP_PKEY* issuer_key);
 
-// What a subordinate certificate takes over; KM_ERROR_INVALID_ARGUMENT for what is no certificate.
+// What a subordinate certificate copies; KM_ERROR_INVALID_ARGUMENT for anything but a certificate.
 // The views are into `certificate`.
 struct IssuerFields {
     ByteView subject;
@@ -46,7 +46,7 @@ enum class KeyUsage : uint8_t {
 // At least one usage.
 Bytes keyUsageExtension(const std::vector<KeyUsage>& usages);
 
-// Which key is certified, and which one signed; verifiers tell apart issuers of one name by it.
+// Which key is certified, and which one signed; verifiers distinguish issuers of one name by it.
 Bytes subjectKeyIdentifierExtension(EVP_PKEY* key);
 Bytes authorityKeyIdentifierExtension(EVP_PKEY* issuer_key);
 

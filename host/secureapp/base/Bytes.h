@@ -23,7 +23,7 @@ class ByteView {
     const uint8_t* begin() const { return data_; }
     const uint8_t* end() const { return data_ + size_; }
     uint8_t operator[](size_t i) const { return data_[i]; }
-    // At most `size` bytes from `offset` on; what lies outside is left out.
+    // At most `size` bytes from `offset` on, cut at the end of the view.
     ByteView sub(size_t offset, size_t size = SIZE_MAX) const;
     Bytes copy() const { return {begin(), end()}; }
 

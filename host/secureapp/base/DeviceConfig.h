@@ -1,5 +1,5 @@
-// The facts of the device that a secure application stands for: what boot loader and factory would
-// tell it.
+// The facts of the device that a secure application represents: what boot loader and factory would
+// report.
 #pragma once
 
 #include <hardware/keymaster_defs.h>

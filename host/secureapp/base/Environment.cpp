@@ -6,7 +6,7 @@ Bytes lastingSecret(State& state, RandomSource& random, const std::string& name,
     std::optional<Bytes> secret = state.read(name);
     if (!secret) {
         state.update(name, [&](const std::optional<Bytes>& present) {
-            // Another instance may have been quicker.
+            // Another instance may have created it in the meantime.
             secret = present ? *present : random.bytes(count);
             return secret;
         });

@@ -1,5 +1,5 @@
-// What a secure application gets from its surroundings: clock, randomness and lasting storage.
-// Tests give their own.
+// What a secure application gets from its environment: clock, randomness and persistent storage.
+// Tests provide their own.
 #pragma once
 
 #include <functional>
@@ -45,19 +45,19 @@ class State {
     virtual void update(
         const std::string& name,
         const std::function<std::optional<Bytes>(const std::optional<Bytes>&)>& change) = 0;
-    // Removes the record, whatever it holds; none is fine.
+    // Removes the record, whatever it holds; no error when there is none.
     virtual void remove(const std::string& name) = 0;
-    // Differs from an earlier one if the record has changed since; nothing where that is not known.
+    // Differs from an earlier stamp if the record has changed since; nullopt where that is unknown.
     virtual std::optional<Bytes> stamp(const std::string& /*name*/) { return std::nullopt; }
 };
 
-// The secrets that everything else is derived from: a record of the instance's own, and one that
+// The secrets from which everything else is derived: a record of the instance's own, and one that
 // the instances of one device share.
 constexpr char kDeviceKeyRecord[] = "device-key";
 constexpr char kSharedSecretRecord[] = "shared-secret";
 constexpr size_t kSecretRecordBytes = 32;
 
-// The record `name`; made of `count` random bytes when it is not there yet.
+// The record `name`; created with `count` random bytes where there is none yet.
 Bytes lastingSecret(State& state, RandomSource& random, const std::string& name, size_t count);
 
 }  // namespace lumo::secureapp

@@ -18,7 +18,7 @@ Param bytesParam(keymaster_tag_t tag, ByteView value) {
 }
 
 void ParamSet::add(const ParamSet& others) {
-    // By index and with room made first: `others` may be this very list.
+    // By index and after reserving: `others` may be this very list.
     const size_t count = others.params_.size();
     params_.reserve(params_.size() + count);
     for (size_t i = 0; i < count; ++i) params_.push_back(others.params_[i]);

@@ -1,4 +1,4 @@
-// What a request comes back with, in one shape from the keymaster to whoever shows it.
+// The result of a request, in one shape from the keymaster to whoever shows it.
 #pragma once
 
 #include <hardware/keymaster_defs.h>
@@ -9,7 +9,7 @@
 
 namespace lumo::secureapp {
 
-// What stands behind an error.
+// What caused an error.
 enum class Cause : uint32_t {
     kNone = 0,     // success
     kRefusal = 1,  // the secure application refused
@@ -19,8 +19,8 @@ enum class Cause : uint32_t {
 struct Reply {
     // The command's outcome, on both protocols.
     keymaster_error_t error = KM_ERROR_OK;
-    // The message that answers a CBOR command. Of a record the whole answer with its status word,
-    // also after an error; empty only where not even a status fits.
+    // For a CBOR command the message that answers it. For a record the whole answer with its status
+    // word, also after an error; empty only where not even a status fits.
     Bytes body;
     // Beside the protocol, which has no field for them.
     Cause cause = Cause::kNone;

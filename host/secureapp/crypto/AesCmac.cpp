@@ -55,7 +55,7 @@ void addInto(AesBlock& block, ByteView data) {
 
 }  // namespace
 
-// By hand: BoringSSL has only CMAC_*, which OpenSSL 3 deprecates for an interface of its own.
+// Written out, because BoringSSL has only CMAC_*, which OpenSSL 3 deprecates in favour of EVP_MAC.
 Bytes aesCmac(ByteView key, ByteView data) {
     constexpr uint8_t kPadding = 0x80;
     AesBlockCipher cipher(key);

@@ -8,7 +8,7 @@
 namespace lumo::secureapp {
 
 Bytes aesGcmSeal(ByteView key, ByteView nonce, ByteView aad, ByteView plaintext);
-// Nothing when the tag does not match.
+// nullopt when the tag does not match.
 std::optional<Bytes> aesGcmOpen(ByteView key, ByteView nonce, ByteView aad, ByteView sealed);
 
 }  // namespace lumo::secureapp

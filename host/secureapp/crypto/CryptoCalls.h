@@ -10,7 +10,7 @@ namespace lumo::secureapp {
 // KM_ERROR_UNKNOWN_ERROR. Leaves libcrypto's own error queue empty, so that it never grows.
 void requireCrypto(bool success);
 
-// libcrypto takes a null pointer for "not given", which empty data is not.
+// libcrypto reads a null pointer as "not given"; empty data is given.
 const uint8_t* nonNull(ByteView data);
 
 // A length where one libcrypto takes a size_t and the other an int.
@@ -20,7 +20,7 @@ struct CryptoLength {
     operator int() const;
 };
 
-// A context for the key, brought into its mode by one of the EVP_PKEY_*_init functions.
+// A context for the key, initialized by one of the EVP_PKEY_*_init functions.
 CryptoPtr<EVP_PKEY_CTX> keyContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*));
 // The same with one of libcrypto's RSA paddings.
 CryptoPtr<EVP_PKEY_CTX> rsaContext(EVP_PKEY* key, int (*init)(EVP_PKEY_CTX*), int padding);

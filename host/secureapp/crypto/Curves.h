@@ -18,7 +18,7 @@ struct Curve {
 
 const std::array<Curve, 4>& curves();
 
-// Null where there is none.
+// Null for an unknown one.
 const Curve* findCurve(uint64_t curve);
 const Curve* findCurveOfBits(uint64_t bits);
 const Curve* findCurveOfNid(int nid);

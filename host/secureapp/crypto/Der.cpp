@@ -71,7 +71,7 @@ size_t Reader::length() {
     const uint8_t first = byte();
     if ((first & kMore) == 0) return first;
     const size_t count = first & kDigitBits;
-    check(count > 0 && count <= sizeof(uint32_t));  // none is the indefinite form
+    check(count > 0 && count <= sizeof(uint32_t));  // 0 is the indefinite form
     uint32_t size = 0;
     for (size_t i = 0; i < count; ++i) {
         const uint8_t digit = byte();

@@ -44,9 +44,9 @@ struct Item {
     ByteView encoding;  // the contents with their identifier and length
 };
 
-// Takes items off borrowed bytes, front to back. Strict: definite lengths only, identifiers,
-// lengths and integers in the fewest bytes. What is malformed, cut off or not what was asked for
-// throws Refusal(KM_ERROR_INVALID_ARGUMENT).
+// Reads items from borrowed bytes, front to back. Strict: definite lengths only, and identifiers,
+// lengths and integers in the fewest bytes. Throws Refusal(KM_ERROR_INVALID_ARGUMENT) for an item
+// that is malformed, cut short or of another tag than expected.
 class Reader {
   public:
     explicit Reader(ByteView data) : rest_(data) {}

@@ -1,4 +1,4 @@
-// Digests and HMAC over data that is at hand.
+// Digests, and HMAC over whole messages.
 #pragma once
 
 #include <openssl/evp.h>

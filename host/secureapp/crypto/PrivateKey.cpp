@@ -12,8 +12,8 @@
 namespace lumo::secureapp {
 namespace {
 
-// Whether the private part undoes the public one. BoringSSL looks at more than OpenSSL does while
-// it parses.
+// Whether the private part inverts the public one. Asked explicitly, because OpenSSL checks less
+// than BoringSSL while it parses.
 bool rsaRoundTrips(EVP_PKEY* key) {
     constexpr uint8_t kMessage = 2;
     const int size = EVP_PKEY_size(key);
@@ -33,7 +33,7 @@ bool rsaRoundTrips(EVP_PKEY* key) {
            back_size == block.size() && back == block;
 }
 
-// The key in the one form that is given out: named curve, uncompressed point.
+// The key in the one form that is exported: named curve, uncompressed point.
 CryptoPtr<EVP_PKEY> ecKeyInStandardForm(EC_KEY* key) {
     EC_KEY_set_asn1_flag(key, OPENSSL_EC_NAMED_CURVE);
     EC_KEY_set_conv_form(key, POINT_CONVERSION_UNCOMPRESSED);
@@ -77,8 +77,8 @@ Bytes copyEncoding(uint8_t* encoding, int size) {
     return Bytes(encoding, encoding + size);
 }
 
-// An EC key as encodePrivateKey writes it, without the multiplication with which libcrypto checks
-// that the two halves belong together; null for what is written in another way.
+// Reads an EC key as encodePrivateKey writes it, without the multiplication by which libcrypto
+// checks that the two halves belong together; null for any other encoding.
 CryptoPtr<EVP_PKEY> openStandardEcKey(ByteView pkcs8) {
     constexpr der::Tag kPublicKeyTag = der::context(1);
     CryptoPtr<EC_KEY> key;
@@ -96,7 +96,7 @@ CryptoPtr<EVP_PKEY> openStandardEcKey(ByteView pkcs8) {
         inner.next(der::kInteger);
         const ByteView scalar = inner.next(der::kOctetString).contents;
         const ByteView bits = inner.enter(kPublicKeyTag).next(der::kBitString).contents;
-        const ByteView point = bits.sub(1);  // behind the number of unused bits
+        const ByteView point = bits.sub(1);  // after the number of unused bits
         key.reset(EC_KEY_new_by_curve_name(curve->nid));
         const CryptoPtr<BIGNUM> number(BN_bin2bn(scalar.data(), CryptoLength{scalar}, nullptr));
         requireCrypto(key != nullptr && number != nullptr);

@@ -9,8 +9,8 @@ namespace lumo::secureapp {
 // Unencrypted PKCS#8 (RFC 5208) to a key and back; null when it does not parse or is inconsistent.
 // Trailing bytes are refused.
 CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8);
-// The same for material that was checked when it came and has been sealed since: saves the private
-// operation that the check takes. KM_ERROR_UNKNOWN_ERROR when it does not parse after all.
+// The same for material that was checked before it was sealed: saves the private operation of the
+// check. KM_ERROR_UNKNOWN_ERROR when it does not parse.
 CryptoPtr<EVP_PKEY> openPrivateKey(ByteView pkcs8);
 Bytes encodePrivateKey(EVP_PKEY* key);
 // DER SubjectPublicKeyInfo.

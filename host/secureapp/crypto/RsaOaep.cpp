@@ -10,7 +10,7 @@ namespace lumo::secureapp {
 std::optional<Bytes> rsaOaepDecrypt(EVP_PKEY* key, uint32_t digest, ByteView ciphertext) {
     const auto context = rsaContext(key, EVP_PKEY_decrypt_init, RSA_PKCS1_OAEP_PADDING);
     EVP_PKEY_CTX* c = context.get();
-    // Both libraries would take the OAEP digest for MGF1 too.
+    // By default both libraries use the OAEP digest for MGF1 too.
     requireCrypto(EVP_PKEY_CTX_set_rsa_oaep_md(c, evpDigest(digest)) == 1 &&
                   EVP_PKEY_CTX_set_rsa_mgf1_md(c, EVP_sha1()) == 1);
     Bytes plaintext(static_cast<size_t>(EVP_PKEY_size(key)));

@@ -9,7 +9,7 @@
 
 namespace lumo::secureapp {
 
-// With the given digest, MGF1 with SHA-1 and an empty label; nothing when it does not open.
+// With the given digest, MGF1 with SHA-1 and an empty label; nullopt when the padding is wrong.
 std::optional<Bytes> rsaOaepDecrypt(EVP_PKEY* key, uint32_t digest, ByteView ciphertext);
 
 }  // namespace lumo::secureapp

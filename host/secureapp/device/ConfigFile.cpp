@@ -12,7 +12,7 @@ namespace {
 constexpr size_t kHashBytes = 32;
 constexpr size_t kMaxTextBytes = 64;
 
-// A value that cannot be understood; what is expected instead, in words.
+// A value that cannot be read; the text says what is expected instead.
 class BadValue : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -195,7 +195,7 @@ DeviceSettings parseDeviceConfig(const std::string& text, const std::string& fil
 
 std::string defaultConfigText() {
     std::string text =
-        "# The facts of the device that this software secure application stands for.\n"
+        "# The facts of the device that this software secure application represents.\n"
         "# They are read at start. A key that is missing has the value shown here.\n";
     for (const Key& key : kKeys) {
         if (*key.comment != 0) {

@@ -1,6 +1,6 @@
 // The facts of the device in one commented file, world.conf in the state directory: what boot
-// loader and factory would tell. An engineer changes it and starts again to rehearse an update, an
-// unlock or a rollback.
+// loader and factory would report. Change it and restart to rehearse an update, an unlock or a
+// rollback.
 #pragma once
 
 #include <string>
@@ -19,14 +19,14 @@ struct DeviceSettings {
 
 constexpr char kConfigFileName[] = "world.conf";
 
-// Lines of `key = value`; empty ones and those that begin with # say nothing, an empty value means
+// Lines of `key = value`; empty ones and those that begin with # are ignored, an empty value means
 // that the fact is absent. Throws StateError naming `file` and the line for anything else.
 DeviceSettings parseDeviceConfig(const std::string& text, const std::string& file);
 
 // The file's first content: every key with its meaning and default.
 std::string defaultConfigText();
 
-// Reads the file in `directory` and writes it first where there is none.
+// Reads the file in `directory`; writes it with the defaults first where there is none.
 DeviceSettings loadDeviceConfig(const std::string& directory);
 
 }  // namespace lumo::secureapp

@@ -27,15 +27,15 @@ class Device {
 
     const Profile& profile() const { return profile_; }
 
-    // StrongBox's secure application, or the trusted environment's for every other level; made at
-    // the first call, which is its boot. Throws StateError. Safe from several threads.
+    // StrongBox's secure application, or the trusted environment's for every other level; created
+    // by the first call, which is its boot. Throws StateError. Safe from several threads.
     SecureApp& app(keymaster_security_level_t level);
 
     // Aborts what the client left open. Safe from several threads.
     void endClient(uint64_t client);
 
   private:
-    // What an application refers to lives as long as it.
+    // The application refers to the state, so the state is destroyed last.
     struct Instance {
         std::unique_ptr<FileState> state;
         std::unique_ptr<SecureApp> app;

@@ -35,7 +35,7 @@ std::string environment(const char* name) {
     return value == nullptr ? "" : value;
 }
 
-// Whoever else could read or write it would hold the secrets.
+// Any other user who could read or write it would know the secrets.
 void requireOwn(const struct stat& status, const std::string& path, mode_t forbidden) {
     if (status.st_uid != ::geteuid()) {
         throw StateError(path +
@@ -51,7 +51,8 @@ void requireOwn(const struct stat& status, const std::string& path, mode_t forbi
 }
 
 FileHandle openFile(const std::string& path, int flags) {
-    // A pipe in the place of a file is opened without waiting for its other end, and then refused.
+    // O_NONBLOCK: a pipe in place of a file is opened without waiting for its other end, and
+    // refused later.
     constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     return FileHandle(::open(path.c_str(), flags | kAlways, kFileMode));
 }
@@ -141,7 +142,8 @@ FileHandle lockFile(const std::string& path) {
     for (;;) {
         if (FileHandle held = tryLockFile(path)) return held;
         if (std::chrono::steady_clock::now() >= deadline) {
-            throw StateError(path + " is held by another process that does not let go");
+            throw StateError(
+                path + " is locked by another process; wait for it or end it, then try again");
         }
         std::this_thread::sleep_for(kLockPause);
     }
@@ -165,7 +167,7 @@ std::optional<Bytes> readPrivateFile(const std::string& path) {
 
 void writePrivateFile(const std::string& path, ByteView content) {
     const std::string fresh = path + kNewSuffix;
-    // One that a crash left behind.
+    // A temporary file that a crash left.
     if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) failSystem("replace", fresh, errno);
     const FileHandle file = openFile(fresh, O_WRONLY | O_CREAT | O_EXCL);
     if (!file) failSystem("make", fresh, errno);
@@ -214,8 +216,8 @@ void FileState::removeFile(const std::string& file) {
     syncFolderAt(folder_);
 }
 
-// Every change makes a new file. The kernel's clock ticks slowly and numbers of files come back, so
-// a file as young as that could be taken for another.
+// Every change creates a new file. File times are coarse and inode numbers are reused, so two files
+// that follow each other within one clock tick could look the same.
 std::optional<Bytes> FileState::stamp(const std::string& name) {
     constexpr std::time_t kSettledSeconds = 2;
     struct stat status = {};

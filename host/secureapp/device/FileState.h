@@ -1,6 +1,6 @@
-// Lasting records as files: one folder for each instance below the state directory.
+// Persistent records as files: one folder for each instance below the state directory.
 //
-// Folders have mode 0700 and files 0600, and belong to the user; anything looser is refused. A
+// Folders have mode 0700 and files 0600, and belong to the user; wider permissions are refused. A
 // record is replaced by writing a new file and renaming it, so that a crash at any moment leaves
 // the old or the new one. Writers of one folder, in this and other processes, take turns.
 #pragma once
@@ -15,8 +15,8 @@ namespace lumo::secureapp {
 // LUMO_STATE_DIR; else lumokeymaster4 in XDG_STATE_HOME; else in ~/.local/state.
 std::string defaultStateDirectory();
 
-// Makes `path` where it is missing, its parents too, for the owner alone. Throws StateError when it
-// is not a directory of the user's own that nobody else can write to.
+// Creates `path` and its parents where they are missing, for the owner alone. Throws StateError
+// when it is not a directory of the user's own that nobody else can write to.
 void prepareStateDirectory(const std::string& path);
 
 class FileState : public State {
@@ -39,8 +39,8 @@ class FileState : public State {
     std::string folder_;
 };
 
-// Takes the lock file `path`, made when missing, until the handle closes; no handle when another
-// holds it.
+// Locks the file `path`, creating it when missing, until the handle closes; an empty handle when
+// another holds it.
 FileHandle tryLockFile(const std::string& path);
 // Waits at most ten seconds for it and then throws StateError.
 FileHandle lockFile(const std::string& path);
@@ -48,10 +48,10 @@ FileHandle lockFile(const std::string& path);
 // The lock file of a folder's writers.
 constexpr char kLockName[] = ".lock";
 
-// The whole file, or nothing when there is none. Throws StateError for a file that is not the
+// The whole file, or nullopt when there is none. Throws StateError for a file that is not the
 // user's own and private.
 std::optional<Bytes> readPrivateFile(const std::string& path);
-// Replaces the file in one step, lastingly.
+// Replaces the file atomically and flushes it to the disk.
 void writePrivateFile(const std::string& path, ByteView content);
 
 }  // namespace lumo::secureapp

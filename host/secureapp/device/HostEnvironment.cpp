@@ -48,7 +48,7 @@ uint64_t HostClock::wallMillis() {
 HostRandom::HostRandom(const std::optional<Bytes>& seed)
     : seeded_(seed.has_value()), pool_(sha256(seed.value_or(Bytes()))) {}
 
-// HMAC of a counter under the pool, over the kernel's bytes.
+// The kernel's bytes XOR the HMAC of a counter under the pool.
 Bytes HostRandom::bytes(size_t count) {
     const std::lock_guard<std::mutex> lock(mutex_);
     Bytes result(count, 0);

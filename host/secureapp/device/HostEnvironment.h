@@ -9,7 +9,7 @@ namespace lumo::secureapp {
 
 class HostClock : public Clock {
   public:
-    // With a fixed time both clocks stand still there.
+    // With a fixed time both clocks always show it.
     explicit HostClock(std::optional<uint64_t> fixed_time = std::nullopt)
         : fixed_time_(fixed_time) {}
 
@@ -20,8 +20,8 @@ class HostClock : public Clock {
     std::optional<uint64_t> fixed_time_;
 };
 
-// The kernel's random bytes, with what was mixed in on top; with a seed, bytes that follow from the
-// seed alone. May be called from several threads.
+// The kernel's random bytes, combined with what was mixed in; with a seed, bytes that follow from
+// the seed alone. May be called from several threads.
 class HostRandom : public RandomSource {
   public:
     explicit HostRandom(const std::optional<Bytes>& seed = std::nullopt);

@@ -14,7 +14,7 @@ constexpr size_t kVerifiedBootKeyBytes = 32;
 constexpr size_t kMaxOperations = 16;
 constexpr size_t kMaxStrongBoxOperations = 4;
 
-// The number for attestations, which orders the states otherwise than the boot loader's colours.
+// The number that attestations use; the boot loader's colours are in another order.
 uint32_t verifiedBootState(uint32_t color) {
     switch (static_cast<BootColor>(color)) {
         case BootColor::kGreen:
@@ -29,7 +29,7 @@ uint32_t verifiedBootState(uint32_t color) {
     refuse(KM_ERROR_INVALID_ARGUMENT);
 }
 
-// The values that configure is about, in one order.
+// The values that configure() sets, in a fixed order.
 ParamSet configuredValues(const ParamSet& params) {
     ParamSet values;
     for (const keymaster_tag_t tag :
@@ -40,8 +40,8 @@ ParamSet configuredValues(const ParamSet& params) {
     return values;
 }
 
-// A HAL that knows no dates sends its vendor patch level without a day. As a date it would be
-// wrong wherever it is read, so it is left out.
+// A HAL without date support sends its vendor patch level without a day. Read as a date it would be
+// wrong, so it is left out.
 void addPatchDate(ParamSet& versions, keymaster_tag_t tag, std::optional<uint64_t> value) {
     if (value && isPatchDate(*value)) versions.add(intParam(tag, *value));
 }
@@ -129,8 +129,7 @@ void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
     root_of_trust_set_ = true;
 }
 
-// The boot loader's idea of the system's version is not used: the HAL delivers that, and a HAL that
-// tells otherwise must not find its keys bound to something else.
+// The boot loader's system version is not used: keys are bound to the version that the HAL sends.
 void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_version*/,
                              uint32_t /*system_patchlevel*/) {
     const uint32_t state = verifiedBootState(color);

@@ -48,9 +48,8 @@ class Keymaster {
     const KeymasterOptions& options() const { return options_; }
     const DeviceConfig& config() const { return config_; }
 
-    // One set of OS version and patch levels a boot; the same again is fine, another is refused
-    // with KM_ERROR_INVALID_ARGUMENT. Until then other calls give
-    // KM_ERROR_KEYMASTER_NOT_CONFIGURED.
+    // OS version and patch levels, once per boot: the same values again are accepted, others are
+    // KM_ERROR_INVALID_ARGUMENT. Until then other calls give KM_ERROR_KEYMASTER_NOT_CONFIGURED.
     void configure(const ParamSet& params);
     void addEntropy(ByteView entropy);
 
@@ -75,9 +74,9 @@ class Keymaster {
     Bytes finish(uint64_t handle, const ParamSet& params, ByteView input, ByteView signature);
     void abort(uint64_t handle);
 
-    // Who makes the calls that follow; a carrier with several clients numbers them.
+    // The client of the calls that follow; a transport with several clients numbers them.
     void serve(uint64_t client);
-    // The client is gone: aborts what it began and never ended, which would else keep others out.
+    // Aborts the operations that a client left open, so that they do not block others.
     void abortAllOf(uint64_t client);
     bool isRunning(uint64_t handle) const { return operations_.contains(handle); }
 
@@ -87,12 +86,12 @@ class Keymaster {
 
     void earlyBootEnded();
     void deviceLocked(bool password_only);
-    // From the boot loader, before anything else. Once set, or once a key was made or opened, it
-    // stands for this boot: KM_ERROR_ROOT_OF_TRUST_ALREADY_SET. `color` is a BootColor.
+    // From the boot loader, before anything else. Once set, or once a key was made or opened, it is
+    // fixed for this boot: KM_ERROR_ROOT_OF_TRUST_ALREADY_SET. `color` is a BootColor.
     void setRootOfTrust(ByteView verified_boot_key);
     void setBootState(bool locked, uint32_t color, uint32_t system_version,
                       uint32_t system_patchlevel);
-    // Stands for the user's finger on the button, for the operation that waits for it.
+    // The user has pressed the button: for the operation that waits for it.
     void confirmPresence();
 
   private:
@@ -108,7 +107,7 @@ class Keymaster {
     OpenedKey open(ByteView blob, const ParamSet& binding);
     // KM_ERROR_KEY_REQUIRES_UPGRADE for a key that was made for other versions.
     OpenedKey openCurrent(ByteView blob, const ParamSet& binding);
-    // And KM_ERROR_INVALID_KEY_BLOB for one that may not be used here.
+    // As openCurrent, and KM_ERROR_INVALID_KEY_BLOB for a key that only the boot loader may use.
     OpenedKey openForUse(ByteView blob, const ParamSet& binding);
     OpenedKey openForExport(uint32_t format, ByteView blob, const ParamSet& binding);
     // The key that signs attestations of keys of `algorithm`; read once a boot.

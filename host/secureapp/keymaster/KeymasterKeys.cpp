@@ -1,4 +1,4 @@
-// Keys made, read in, opened, given out, upgraded and deleted.
+// Keys: generated, imported, opened, exported, upgraded and deleted.
 #include "secureapp/base/Params.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/base/Secret.h"

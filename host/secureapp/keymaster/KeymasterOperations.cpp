@@ -1,4 +1,4 @@
-// Operations: begun under the rules of access, then data in and out.
+// Operations: begun after access control, then data in and out.
 #include "secureapp/base/Params.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/keymaster/Keymaster.h"
@@ -17,7 +17,7 @@ BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& pa
     running.controlled = !isPublicKeyOperation(purpose, key.algorithm());
     if (running.controlled) access_.checkBegin(purpose, key, params, hmac_.key());
     running.operation = startOperation(purpose, key, params, options_.level, random_, hmac_.key());
-    // Never at the cost of a running operation: which one to give up is the caller's choice.
+    // A running operation is never dropped for a new one: the caller chooses which one to abort.
     if (operations_.full()) refuse(KM_ERROR_TOO_MANY_OPERATIONS);
 
     if (running.controlled) running.admission = access_.admit(key);

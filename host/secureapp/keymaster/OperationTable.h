@@ -28,7 +28,7 @@ class OperationTable {
     bool full() const { return operations_.size() >= capacity_; }
     bool contains(uint64_t handle) const { return operations_.count(handle) != 0; }
 
-    // The handle of the new operation: random, and neither of the two that callers use for "none".
+    // Returns the handle of the new operation: random, and neither of the two that mean "none".
     uint64_t add(RunningOperation operation);
 
     // One call to a running operation. The operation ends with the call unless goOn() was called:

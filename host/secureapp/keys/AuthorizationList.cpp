@@ -110,7 +110,7 @@ void decodeSet(der::Reader& reader, keymaster_tag_t tag, ParamSet& params) {
 }
 
 void decodeRepeatable(der::Reader& reader, keymaster_tag_t tag, ParamSet& params) {
-    // Sources differ about this one; both forms are in use.
+    // USER_SECURE_ID comes as an INTEGER or as a SET OF them; both are in use.
     der::Reader ahead = reader;
     if (tag == KM_TAG_USER_SECURE_ID && ahead.next().tag == der::kInteger) {
         params.add(intParam(tag, reader.nextUnsigned()));

@@ -15,14 +15,14 @@ struct RootOfTrust {
 };
 
 // The list of an attestation: the authorizations that its schema has a field for; the others are
-// left out, since a reader of the fixed schema gives up on the whole record. `version` is the
-// attestation's: 4 has fields that 3 has not. `root_of_trust` may be null.
+// left out, since a reader of the fixed schema rejects the whole record. `version` is the
+// attestation's: 4 has fields that 3 lacks. `root_of_trust` may be null.
 Bytes encodeAttestedList(const ParamSet& params, const RootOfTrust* root_of_trust,
                          uint32_t version);
 
-// `encoding` is the whole SEQUENCE. Every tag that a key can be created with is understood, and the
-// ones that creation refuses by name; KM_ERROR_INVALID_ARGUMENT for any other, for malformed ones
-// and for values too big for their tag. The root of trust comes as its encoding.
+// `encoding` is the whole SEQUENCE. Reads every tag that a key can be created with and those that
+// creation refuses by name; KM_ERROR_INVALID_ARGUMENT for any other, for malformed elements and for
+// values too big for their tag. The root of trust is returned as its encoding.
 ParamSet decodeAuthorizationList(ByteView encoding);
 
 }  // namespace lumo::secureapp

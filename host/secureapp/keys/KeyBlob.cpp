@@ -26,7 +26,7 @@ constexpr size_t kSealedAt = kClearBytes + kNonceBytes;
 // Id, the lengths of material and authorizations.
 constexpr size_t kMinSealedBytes = kKeyIdBytes + 4 + 4;
 static_assert(kSealedAt + kMinSealedBytes + kTagBytes > kMaxRefusedBlobBytes,
-              "the smallest blob is one that the HAL takes");
+              "the HAL accepts the smallest blob");
 
 constexpr uint64_t kMillisPerSecond = 1000;
 
@@ -44,7 +44,7 @@ struct ArrayField {
     size_t width;
 };
 
-// A tag that stands once. `flag` says that it is there; a boolean's flag is its value, and the
+// A tag that occurs once. `flag` says that it is there; a boolean's flag is its value, and the
 // hardware type has no flag (kNoFlag): it is always there.
 struct Field {
     keymaster_tag_t tag;
@@ -142,7 +142,7 @@ void appendPrefixed(Bytes& to, ByteView bytes) {
     append(to, bytes);
 }
 
-// Fills the clear part; what it has no room for is left over.
+// Fills the clear part and collects what has no field in it.
 class ClearWriter {
   public:
     ClearWriter(uint64_t version, bool early_boot_byte)
@@ -241,7 +241,7 @@ Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
     for (const Param& param : sealed) size += 4 + 8 + 4 + param.bytes.size();
 
     Bytes plain;
-    plain.reserve(size);  // so that no copy of the material is left behind by growing
+    plain.reserve(size);  // so that growing leaves no copy of the material behind
     append(plain, contents.id);
     appendLittle(plain, contents.material.size(), 4);
     append(plain, contents.material);
@@ -255,7 +255,7 @@ Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
     return plain;
 }
 
-// Reads what encodeSealed wrote; anything else is no key blob.
+// Reads what encodeSealed wrote; anything else is KM_ERROR_INVALID_KEY_BLOB.
 class SealedReader {
   public:
     explicit SealedReader(ByteView data) : rest_(data) {}

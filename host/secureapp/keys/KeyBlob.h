@@ -1,5 +1,5 @@
-// Key blobs: what is known about a key in clear at fixed places, for the HAL to read, and behind it
-// the key itself, sealed together with everything the clear part has no place for.
+// Key blobs: a clear part with the characteristics at fixed places, for the HAL to read, then
+// the key itself, sealed together with everything that has no field in the clear part.
 //
 // All integers are little-endian and packed. Clear part: kClearBytes. Then a 12-byte nonce and
 // AES-256-GCM over the sealed part, tag last, with the whole clear part as associated data. The
@@ -16,7 +16,7 @@ namespace lumo::secureapp {
 
 constexpr size_t kKeyIdBytes = 16;
 
-// The HAL takes anything up to this size for no key blob at all.
+// The HAL refuses anything up to this size as a key blob.
 constexpr size_t kMaxRefusedBlobBytes = 394;
 
 struct BlobContents {
@@ -25,7 +25,7 @@ struct BlobContents {
     Bytes id;
 };
 
-// What a sealing key is derived from, APPLICATION_ID and APPLICATION_DATA excepted.
+// What a sealing key is derived from, besides APPLICATION_ID and APPLICATION_DATA.
 struct BlobRoots {
     ByteView device_key;
     ByteView shared_secret;
@@ -39,8 +39,8 @@ Bytes deriveBlobSecret(const BlobRoots& roots);
 // The sealing key of one key: absent and empty id or data are the same.
 Bytes deriveBlobKey(ByteView blob_secret, const ParamSet& binding);
 
-// Whether the clear part counts the tag among the software-enforced ones, in the versions that have
-// a field for it.
+// Whether the clear part lists the tag as software-enforced, in the versions that have a field for
+// it.
 bool isSoftwareEnforced(keymaster_tag_t tag);
 
 // Whether blobs of this version have the byte that says EARLY_BOOT_ONLY.
@@ -50,7 +50,7 @@ bool reportsEarlyBoot(uint64_t version);
 Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_byte,
                ByteView blob_key, RandomSource& random);
 
-// KM_ERROR_INVALID_KEY_BLOB for everything that sealBlob did not make with the same key.
+// KM_ERROR_INVALID_KEY_BLOB for anything that sealBlob did not make with the same key.
 OpenedKey openBlob(ByteView blob, ByteView blob_key);
 
 }  // namespace lumo::secureapp

@@ -28,8 +28,8 @@ Bytes numberBytes(const BIGNUM* number) {
     return bytes;
 }
 
-// The content of the DER element `tag` at the start of `data`, which moves behind it. Lengths of up
-// to two octets suffice for what is looked at here.
+// The content of the DER element `tag` at the start of `data`, which is advanced past it. Lengths
+// of up to two octets suffice here.
 std::optional<ByteView> readElement(ByteView& data, uint8_t tag) {
     if (data.size() < 2 || data[0] != tag) return std::nullopt;
     const size_t octets = data[1] < 0x80 ? 0 : data[1] - 0x80U;

@@ -1,4 +1,4 @@
-// Making keys, reading them in, and giving their public half out.
+// Key material: generation, checks on import, and the public half.
 #pragma once
 
 #include "secureapp/base/Bytes.h"
@@ -11,12 +11,12 @@ namespace lumo::secureapp {
 // PKCS#8 of RSA and EC keys, the bytes of others.
 Secret makeMaterial(const KeyFacts& facts, RandomSource& random);
 
-// Refuses what an importer hands in when it is no key of the algorithm:
+// Refuses imported data that is not a key of the algorithm:
 // KM_ERROR_UNSUPPORTED_KEY_FORMAT, INVALID_ARGUMENT (does not parse), INCOMPATIBLE_ALGORITHM or
-// UNSUPPORTED_EC_CURVE. What passes is the material as it stands.
+// UNSUPPORTED_EC_CURVE. What passes is the material, unchanged.
 void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data);
 
-// What the material says of the key; it passed checkMaterial or came from makeMaterial.
+// The facts of material that passed checkMaterial or came from makeMaterial.
 KeyFacts materialFacts(uint32_t algorithm, ByteView material);
 
 // The public key as its parts, for old applications that leave the encoding to the HAL.

@@ -20,7 +20,7 @@ constexpr keymaster_tag_t kForbiddenTags[] = {
     KM_TAG_IDENTITY_CREDENTIAL_KEY,
 };
 
-// Arguments of operations and attestations, and what the secure side states itself.
+// Arguments of operations and attestations, and tags that the secure side adds itself.
 constexpr keymaster_tag_t kDroppedTags[] = {
     KM_TAG_OS_VERSION,
     KM_TAG_OS_PATCHLEVEL,
@@ -77,7 +77,7 @@ bool isStrongBox(keymaster_security_level_t level) {
     return level == KM_SECURITY_LEVEL_STRONGBOX;
 }
 
-// As the caller's parameter stands in a key, or nothing when it does not belong there.
+// The caller's parameter as an authorization of the key; nullopt when it does not become one.
 std::optional<Param> stored(const Param& param) {
     const keymaster_tag_type_t type = keymaster_tag_get_type(param.tag);
     if (type == KM_INVALID || isTagIn(kDroppedTags, param.tag)) return std::nullopt;

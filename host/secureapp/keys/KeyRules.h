@@ -9,7 +9,7 @@
 
 namespace lumo::secureapp {
 
-// What the device can do, and where in its life it stands.
+// What the device can do, and whether it is in early boot.
 struct CreationContext {
     keymaster_security_level_t level = KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
     bool early_boot = false;
@@ -34,8 +34,8 @@ ParamSet acceptCreation(const ParamSet& params, const CreationContext& context);
 // What key to generate.
 KeyFacts planGeneration(const ParamSet& params, keymaster_security_level_t level);
 
-// Compares a key that was parsed with the caller's parameters, then asks whether the level supports
-// it: a contradiction comes before a lack of support.
+// Compares a parsed key with the caller's parameters, then checks whether the level supports it: a
+// mismatch is reported before a lack of support.
 void checkImport(const ParamSet& params, const KeyFacts& facts, keymaster_security_level_t level);
 
 // The rules on digests and MAC lengths of HMAC and AES-GCM keys.

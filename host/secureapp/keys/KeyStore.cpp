@@ -15,7 +15,7 @@ bool isRollbackResistant(const ParamSet& authorizations) {
            authorizations.contains(KM_TAG_ROLLBACK_RESISTANT);
 }
 
-// The version of a new blob: a later one where only that can report what the key is.
+// The version of a new blob: 4.4 where only that can report early boot.
 uint64_t blobVersion(const KeymasterOptions& options, const ParamSet& authorizations) {
     const bool report_early_boot = options.early_boot_blobs &&
                                    options.blob_version >= kBlobVersion4_1 &&

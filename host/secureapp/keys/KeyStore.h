@@ -19,7 +19,7 @@ class KeyStore {
              State& shared_state, RandomSource& random);
 
     // The blob of a key. `binding` carries APPLICATION_ID and APPLICATION_DATA. `replaced` is the
-    // blob that the new one stands in for, or empty.
+    // blob that the new one replaces, or empty.
     Bytes seal(ByteView material, const Bytes& id, ParamSet authorizations, const ParamSet& binding,
                ByteView replaced);
     // KM_ERROR_INVALID_KEY_BLOB for a blob that is damaged, was sealed under other secrets or
@@ -28,10 +28,10 @@ class KeyStore {
 
     // Whether another rollback-resistant key can be made.
     bool hasRollbackRoom() { return registry_.hasRoom(); }
-    // The key was opened to be used: from then on an older blob of it opens no more.
+    // The key was opened for use: from then on older blobs of it are refused.
     void use(ByteView blob, const OpenedKey& key);
 
-    // Only blobs of rollback-resistant keys can be removed; of others nothing is stored.
+    // Only rollback-resistant keys are registered and can be removed; of others nothing is stored.
     void remove(ByteView blob) { registry_.remove(blob); }
     void removeAll() { registry_.clear(); }
 

@@ -1,4 +1,4 @@
-// The versions of what is installed, which keys are bound to.
+// The versions of the installed system, to which keys are bound.
 #pragma once
 
 #include "secureapp/base/Params.h"
@@ -15,11 +15,11 @@ bool isPatchDate(uint64_t value);
 // Replaces the version tags in `authorizations`.
 void setVersions(ParamSet& authorizations, const ParamSet& versions);
 
-// Whether a key is bound to just these versions.
+// Whether a key is bound to exactly these versions.
 bool isCurrent(const ParamSet& authorizations, const ParamSet& versions);
 
-// Whether upgrading would bind the key to something older. A system of version 0 is one in
-// development, on which keys may follow downwards.
+// Whether upgrading would bind the key to something older. Version 0 is a system in development,
+// to which keys may be downgraded.
 bool wouldDowngrade(const ParamSet& authorizations, const ParamSet& versions);
 
 }  // namespace lumo::secureapp

@@ -1,4 +1,4 @@
-// Which keymaster is played: what stays the same for as long as it runs.
+// What kind of keymaster is simulated; fixed for as long as it runs.
 #pragma once
 
 #include <hardware/keymaster_defs.h>
@@ -7,7 +7,8 @@
 
 namespace lumo::secureapp {
 
-// Versions of key blobs, as the library tells them apart: major in the high half, minor in the low.
+// Versions of key blobs as the library distinguishes them: major in the high half, minor in the
+// low.
 constexpr uint64_t kBlobVersion3_0 = 0x300000000;
 constexpr uint64_t kBlobVersion4_0 = 0x400000000;
 constexpr uint64_t kBlobVersion4_1 = 0x400000001;
@@ -20,8 +21,8 @@ struct KeymasterOptions {
     uint64_t blob_version = kBlobVersion4_1;
     // Whether blobs of keys for early boot may have version 4.4, whose clear part reports that.
     bool early_boot_blobs = true;
-    // Whether the wall clock can be trusted. Otherwise the dates of a key are its caller's to
-    // enforce.
+    // Whether the wall clock can be trusted. Otherwise enforcing the dates of a key is left to the
+    // caller.
     bool trusted_clock = false;
 };
 

@@ -1,4 +1,4 @@
-// A key blob opened.
+// An opened key blob.
 #pragma once
 
 #include "secureapp/base/Params.h"
@@ -11,9 +11,9 @@ struct OpenedKey {
     Bytes id;         // 16 random bytes, kept through upgrades
     uint64_t version = 0;
 
-    // All that the key is bound to, in this order: the hardware-enforced and the software-enforced
-    // ones that the clear part reports, then those that it has no field for, which are enforced
-    // but not reported.
+    // All authorizations, in this order: the hardware-enforced ones and the software-enforced ones
+    // that the clear part reports, then those without a field there, which are enforced but not
+    // reported.
     ParamSet authorizations;
     size_t hardware_count = 0;
     size_t software_count = 0;

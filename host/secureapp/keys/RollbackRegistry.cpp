@@ -10,8 +10,8 @@
 namespace lumo::secureapp {
 namespace {
 
-// The SHA-256 of each blob, one behind the other. The blobs of one key, where it has several, stand
-// behind an entry that says how many follow: this text and their number, the oldest first.
+// The record: the SHA-256 of each blob, one after the other. Where a key has several blobs, an
+// entry of this text and their number precedes their digests, the oldest first.
 constexpr char kRecord[] = "rollback-registry";
 constexpr std::string_view kGroupText = "these are blobs of one key: ";
 constexpr size_t kCountBytes = 4;
@@ -66,7 +66,7 @@ std::optional<Place> findKey(const Bytes& record, const Bytes& digest) {
     return found;
 }
 
-// The digests of the key, from `digest` on: what stands before it is older.
+// The digests of the key from `digest` on; those before it are older.
 std::vector<Bytes> digestsFrom(const Bytes& record, const Place& place, const Bytes& digest) {
     std::vector<Bytes> digests;
     for (size_t at = place.first; at < place.end; at += kSha256Bytes) {
@@ -76,7 +76,7 @@ std::vector<Bytes> digestsFrom(const Bytes& record, const Place& place, const By
     return digests;
 }
 
-// Puts a key with these digests in the place of another; none: removes it.
+// Replaces the entry of a key by these digests; with none, removes it.
 void replaceKey(Bytes& record, const Place& place, const std::vector<Bytes>& digests) {
     Bytes key;
     if (digests.size() > 1) {
@@ -146,7 +146,7 @@ void RollbackRegistry::addBeside(ByteView replaced, ByteView blob) {
             findKey(record, old).value_or(Place{record.size(), record.size(), record.size()});
         std::vector<Bytes> digests = digestsFrom(record, place, old);
         digests.push_back(sha256(blob));
-        // Upgraded again and again from the oldest blob, which stays.
+        // The oldest blob was upgraded repeatedly; it stays.
         if (digests.size() > kMaxBlobsOfKey) digests.erase(digests.begin() + 1);
         replaceKey(record, place, digests);
         return std::optional<Bytes>(std::move(record));

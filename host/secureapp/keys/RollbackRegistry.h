@@ -1,8 +1,8 @@
-// The list of rollback-resistant keys that are alive. It names their blobs, not their ids: whoever
-// deletes a key need not be able to open it.
+// The list of rollback-resistant keys that are not deleted. It lists their blobs, not their ids,
+// because a key can be deleted by a caller who cannot open it.
 //
-// Upgrading gives a key another blob, which its owner may fail to store. So old and new blob are
-// one registration: either opens until the new one is first used.
+// Upgrading gives a key another blob, which its owner may fail to store. So the old and the new
+// blob share one registration: both open until the new one is first used.
 #pragma once
 
 #include <optional>
@@ -24,11 +24,11 @@ class RollbackRegistry {
     void add(ByteView blob);
     // Registers `blob` beside `replaced`, the same key's.
     void addBeside(ByteView replaced, ByteView blob);
-    // The key is used by this blob: the older ones that it replaces are dropped.
+    // The key is used through this blob: the older ones that it replaces are dropped.
     void use(ByteView blob);
     // Removes the key with all its blobs.
     void remove(ByteView blob);
-    // Works whatever the record holds.
+    // Works on a damaged record too.
     void clear();
 
   private:

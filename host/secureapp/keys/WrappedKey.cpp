@@ -59,7 +59,7 @@ ParamSet resolveSecureIds(const ParamSet& params, uint64_t password_sid, uint64_
     if ((authenticators & HW_AUTH_FINGERPRINT) != 0) {
         resolved.add(intParam(KM_TAG_USER_SECURE_ID, biometric_sid));
     }
-    // Without any the key would need no authentication at all.
+    // Without any id the key would need no authentication at all.
     if (!resolved.contains(KM_TAG_USER_SECURE_ID)) refuse(KM_ERROR_INVALID_ARGUMENT);
     return resolved;
 }

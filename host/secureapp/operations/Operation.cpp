@@ -41,7 +41,7 @@ std::unique_ptr<Operation> startEngine(const OperationRequest& request) {
     }
 }
 
-// A signature that is given out only for data that the user confirmed: the confirmation token is a
+// A signature that is released only for data that the user confirmed: the confirmation token is a
 // MAC, under the shared key, over this label and the data before any digest.
 class ConfirmedOperation : public Operation {
   public:

@@ -13,13 +13,13 @@ class Operation {
   public:
     virtual ~Operation() = default;
 
-    // Takes all of `input`, buffering what it cannot work on yet. Associated data in `params` goes
-    // before the input. Throws Refusal; the caller then drops the operation.
+    // Consumes all of `input`, buffering what cannot be processed yet. Associated data in `params`
+    // comes before the input. Throws Refusal; the caller then drops the operation.
     virtual Bytes update(const ParamSet& params, ByteView input) = 0;
-    // `signature` is looked at only when verifying.
+    // `signature` is used only when verifying.
     virtual Bytes finish(const ParamSet& params, ByteView input, ByteView signature) = 0;
 
-    // What begin hands back: the nonce, when one was made.
+    // What begin returns: the nonce, when one was generated.
     const ParamSet& outParams() const { return out_params_; }
 
   protected:

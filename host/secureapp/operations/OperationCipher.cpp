@@ -62,7 +62,7 @@ Bytes CipherStream::tag(size_t tag_bytes) {
 }
 
 bool CipherStream::tagFits(ByteView tag) {
-    Bytes copy = tag.copy();  // libcrypto takes no pointer to const
+    Bytes copy = tag.copy();  // libcrypto's parameter is not const
     requireCrypto(EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_SET_TAG,
                                       static_cast<int>(copy.size()), copy.data()) == 1);
     return finishes();
@@ -76,7 +76,7 @@ constexpr uint32_t kMaxGcmTagBits = 128;
 struct Mode {
     uint64_t mode;
     size_t nonce_bytes;
-    bool pads;  // works on whole blocks, which PKCS7 may fill up
+    bool pads;  // processes whole blocks, so PKCS7 padding applies
 };
 constexpr Mode kAesModes[] = {
     {KM_MODE_ECB, 0, true},
@@ -185,7 +185,7 @@ class CipherOperation : public Operation {
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         Bytes out;
         process(input, out);
-        // CTR counts as a cipher of one-byte blocks.
+        // For libcrypto CTR has blocks of one byte.
         if (partialBytes() != 0) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         return out;
     }

@@ -7,13 +7,13 @@
 
 namespace lumo::secureapp {
 
-// AES or triple DES in one direction. Works without padding: whole blocks come out as they fill up.
+// AES or triple DES in one direction. No padding: whole blocks are output as they fill up.
 class CipherStream {
   public:
     CipherStream(const EVP_CIPHER* cipher, ByteView key, ByteView nonce, bool encrypt);
 
     size_t blockBytes() const;
-    // Appends what comes out to `out`.
+    // Appends the output to `out`.
     void add(ByteView input, Bytes& out);
     // GCM only, before any data.
     void addAssociatedData(ByteView data);

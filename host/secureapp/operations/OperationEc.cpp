@@ -8,8 +8,8 @@
 namespace lumo::secureapp {
 namespace {
 
-// ECDSA with DER signatures. Without a digest the data itself stands for it: libcrypto uses the
-// leftmost bits of it, as many as the group order has, so no byte beyond those need be kept.
+// ECDSA with DER signatures. Without a digest the data takes its place: libcrypto uses its leftmost
+// bits, as many as the group order has, so bytes beyond those are not kept.
 class EcOperation : public Operation {
   public:
     EcOperation(uint32_t purpose, CryptoPtr<EVP_PKEY> key, uint32_t digest)

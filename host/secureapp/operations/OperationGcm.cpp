@@ -56,7 +56,8 @@ class GcmEncryption : public GcmOperation {
     void process(ByteView input, Bytes& out) override { stream_.add(input, out); }
 };
 
-// The tag is the end of all input, wherever that falls: as many bytes are always held back.
+// The tag is the last bytes of all input, wherever updates split it: that many bytes are always
+// held back.
 class GcmDecryption : public GcmOperation {
   public:
     using GcmOperation::GcmOperation;

@@ -10,7 +10,7 @@ namespace lumo::secureapp {
 HmacStream::HmacStream(uint32_t digest, ByteView key) : context_(HMAC_CTX_new()) {
     const EVP_MD* md = evpDigest(digest);
     requireCrypto(context_ != nullptr && md != nullptr && key.size() <= UINT16_MAX);
-    // The libcryptos disagree on the type of the length; this one widens to both.
+    // BoringSSL and OpenSSL declare the length with different types; this one widens to both.
     const uint16_t key_bytes = static_cast<uint16_t>(key.size());
     requireCrypto(HMAC_Init_ex(context_.get(), nonNull(key), key_bytes, md, nullptr) == 1);
 }
@@ -61,7 +61,7 @@ class HmacVerify : public Operation {
         return {};
     }
 
-    // The signature itself says how much of the MAC it holds.
+    // The length of the signature decides how much of the MAC is compared.
     Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
         mac_.add(input);
         if (signature.size() < min_bits_ / 8) refuse(KM_ERROR_INVALID_MAC_LENGTH);

@@ -12,7 +12,7 @@
 
 namespace lumo::secureapp {
 
-// What begin asked for, the purpose checked already. Borrows everything.
+// The request of begin, its purpose already checked. Borrows everything.
 struct OperationRequest {
     uint32_t purpose;
     uint32_t algorithm;
@@ -57,7 +57,7 @@ class MessageCollector {
     void add(ByteView input);
     // More than `limit` bytes came; never true when hashing.
     bool overflowed() const { return overflowed_; }
-    // The digest or what was kept. Once only, after everything was added.
+    // The digest, or the data that was kept. Once only, after everything was added.
     Bytes finish();
 
   private:

@@ -54,8 +54,8 @@ uint32_t chooseRsaDigest(const OperationRequest& request, uint32_t padding, size
     return digest;
 }
 
-// The content of a type 2 block: 00 02, at least eight bytes other than 00, 00, content. By hand,
-// because a libcrypto may answer bad padding with made-up content, and without branching on bytes.
+// The content of a type 2 block: 00 02, at least eight bytes other than 00, 00, content. Written
+// out, because a libcrypto may answer bad padding with random content; does not branch on bytes.
 Bytes contentOfEncryptionBlock(const Bytes& block) {
     uint32_t bad = static_cast<uint32_t>(block[0]) | (block[1] ^ 2u);
     uint32_t searching = 1;
@@ -84,7 +84,7 @@ class RsaOperation : public Operation {
 
     Bytes update(const ParamSet&, ByteView input) override {
         message_.add(input);
-        // A message too long for a signature to stand for it is one that does not verify.
+        // No signature fits a message that is too long, so it does not verify.
         if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
             refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         }
@@ -110,7 +110,7 @@ class RsaOperation : public Operation {
   private:
     size_t keyBytes() const { return modulus_.size(); }
 
-    // The longest message that can be worked on; without meaning where it is hashed.
+    // The longest message that can be processed; unused where it is hashed.
     size_t maxMessage() const {
         if (purpose_ == KM_PURPOSE_DECRYPT) return keyBytes();
         switch (padding_) {
@@ -218,7 +218,7 @@ class RsaOperation : public Operation {
             if (!belowModulus(ciphertext)) refuse(KM_ERROR_INVALID_ARGUMENT);
             return rawPrivate(ciphertext);
         }
-        // From here on every fault looks the same, so that nothing tells about the padding.
+        // From here on every error is the same, so that none reveals the padding.
         if (!whole || !belowModulus(ciphertext)) refuse(KM_ERROR_UNKNOWN_ERROR);
         if (padding_ == KM_PAD_RSA_PKCS1_1_5_ENCRYPT) {
             return contentOfEncryptionBlock(rawPrivate(ciphertext));

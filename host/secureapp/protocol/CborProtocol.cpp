@@ -12,7 +12,7 @@
 namespace lumo::secureapp {
 namespace {
 
-// Commands whose answer the client does not look at.
+// For commands whose answer the client ignores.
 const Bytes kNoBody;
 
 void requireNoBody(ByteView body) {
@@ -76,7 +76,7 @@ Bytes attestKey(Keymaster& keymaster, ByteView body) {
     CborReader request(body);
     const ParamSet params = request.params();
     const ByteView blob = request.bytes(Label::kKeyBlob);
-    // The dates repeat what stands in the blob, where the keymaster takes them from.
+    // The dates repeat those in the blob, which the keymaster uses.
     request.skipDate(Label::kActiveDate);
     request.skipDate(Label::kExpiryDate);
     request.finish();
@@ -120,7 +120,7 @@ Bytes destroyDeviceIds(Keymaster& keymaster, ByteView body) {
     return kNoBody;
 }
 
-// Takes the purpose, which follows the client's own parameters, off the end of the set.
+// Removes the purpose, which follows the client's own parameters, from the end of the set.
 uint32_t removePurpose(ParamSet& params) {
     if (params.empty()) refuse(KM_ERROR_INVALID_ARGUMENT);
     const Param last = params[params.size() - 1];

@@ -14,7 +14,7 @@ class CborProtocol {
 
     // The body of the answer. Throws what the keymaster throws, KM_ERROR_UNIMPLEMENTED for a
     // command that this level and protocol do not have, and KM_ERROR_INVALID_ARGUMENT for a
-    // request that differs in anything from the command's message.
+    // request that differs from the command's message in any way.
     Bytes handle(uint32_t command, ByteView request);
 
   private:

@@ -60,7 +60,7 @@ class CborReader {
     // The count and as many key parameters.
     ParamSet params();
 
-    // To be called when all is read: no entry and no byte may be left.
+    // After the last entry: refuses a request with entries or bytes left.
     void finish() const;
 
   private:

@@ -13,7 +13,7 @@ constexpr size_t kMaxHeadBytes = 9;
 constexpr size_t kUsualBytes = 64;  // an answer without a key or a certificate
 constexpr uint32_t kTagTypeMask = 0xF0000000;
 
-// Appends what one of libcbor's encoders makes of `value`.
+// Appends `value` as one of libcbor's encoders writes it.
 template <typename Value>
 void appendHead(Bytes& message, size_t (*encode)(Value, unsigned char*, size_t), Value value) {
     uint8_t head[kMaxHeadBytes];
@@ -38,7 +38,7 @@ void CborWriter::appendSigned(uint64_t bits) {
 }
 
 void CborWriter::appendBytes(ByteView value) {
-    // With room for the heads around it: the entry behind a long value would move it again.
+    // Reserves room for the next heads too: growing for them would move a long value again.
     const size_t needed = message_.size() + value.size() + 4 * kMaxHeadBytes;
     if (needed > message_.capacity()) message_.reserve(std::max(needed, 2 * message_.capacity()));
     appendHead(message_, cbor_encode_bytestring_start, value.size());

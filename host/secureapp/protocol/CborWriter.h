@@ -13,7 +13,7 @@ class CborWriter {
 
     void number(Label label, uint64_t value);
     void bytes(Label label, ByteView value);
-    // Tags go out as positive labels, other than in requests: the client refuses negative ones.
+    // Tags are written as positive labels, unlike in requests: the client refuses negative ones.
     void params(const ParamSet& params);
 
     Bytes finish() { return std::move(message_); }

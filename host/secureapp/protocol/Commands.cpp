@@ -68,8 +68,8 @@ std::optional<Command> findRecordCommand(uint32_t id, keymaster_security_level_t
     if (id == kNone) return std::nullopt;
     for (const CommandRow& row : kCommands) {
         if (idOf(row.record, level) != id) continue;
-        // The characteristics have no message of their own, yet a CBOR client never asks for them:
-        // they are not among what it sends as records.
+        // There is no CBOR message for the characteristics, but a CBOR client never asks for them:
+        // it does not send that record either.
         const bool cbor_client_sends =
             !exists(row.cbor) && row.command != Command::kGetCharacteristics;
         if (!legacy && !cbor_client_sends) return std::nullopt;

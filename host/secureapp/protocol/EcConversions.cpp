@@ -16,12 +16,12 @@ T* require(T* object) {
 
 CryptoPtr<BIGNUM> number(ByteView bytes) {
     if (bytes.size() > UINT16_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
-    // The two libcryptos differ in the type of a length; this one fits both.
+    // BoringSSL and OpenSSL declare the length with different types; this one fits both.
     const uint16_t length = static_cast<uint16_t>(bytes.size());
     return CryptoPtr<BIGNUM>(require(BN_bin2bn(bytes.data(), length, nullptr)));
 }
 
-// A null place asks for the size only.
+// A null output returns the size only.
 size_t encode(const ECDSA_SIG* signature, uint8_t** place) {
     const int size = i2d_ECDSA_SIG(signature, place);
     if (size <= 0) refuse(KM_ERROR_UNKNOWN_ERROR);

@@ -1,4 +1,4 @@
-// Which secure application is played.
+// Which secure application is simulated.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ struct Profile {
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
     uint64_t blob_version = kBlobVersion4_1;
-    bool date_support = true;         // false: the probe is answered with KM_ERROR_INVALID_TAG
+    bool date_support = true;         // false: the probe returns KM_ERROR_INVALID_TAG
     bool converts_ec_keys = true;     // false: takes EC private keys as records
     bool encodes_public_keys = true;  // false: gives public keys as their parts
 };

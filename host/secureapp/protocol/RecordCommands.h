@@ -21,11 +21,11 @@ struct RecordCall {
     size_t capacity = 0;
 };
 
-// The answer that says no more than success.
+// An answer with only the status of success.
 Bytes statusReply();
-// Of several commands: the new or unchanged key blob.
+// The answer of several commands: the new or unchanged key blob.
 Bytes blobReply(ByteView blob);
-// What a key may be bound to, as the keymaster takes it.
+// The binding parameters of a key, as the keymaster expects them.
 ParamSet bindingOf(ByteView client_id, ByteView app_data);
 
 // Where the client wants output of no fixed size: the pair (offset, room) at word `offset_word` of

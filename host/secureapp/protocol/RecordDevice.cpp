@@ -84,8 +84,8 @@ Bytes setRootOfTrust(Keymaster& keymaster, const RecordCall& call) {
 
 Bytes setBootState(Keymaster& keymaster, const RecordCall& call) {
     // The second request of the boot loader. Its header says that the body lies at byte 16; the
-    // sender places it behind what it sent in the first request, at byte 60, and what lies between
-    // is left over from there.
+    // sender places it after the content of the first request, at byte 60, and the bytes between
+    // are left over from that request.
     enum BootStateRequest : size_t {
         kBootStateZero = 1,
         kBootStateOffset,

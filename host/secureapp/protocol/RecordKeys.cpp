@@ -46,7 +46,7 @@ EcKeyParts readEcKey(const RecordReader& request) {
     const auto part = [&](size_t index) {
         return request.itemAt(record.word(index), record.word(index + 1));
     };
-    // In place of a length the header gives the end of the last number.
+    // The header gives the end of the last number instead of its length.
     const uint64_t end = uint64_t{record.word(kEcY)} + record.word(kEcY + 1);
     if (request.word(kImportData + 1) != end) refuse(KM_ERROR_INVALID_ARGUMENT);
     return {record.word(kEcBits), part(kEcScalar), part(kEcX), part(kEcY)};
@@ -68,7 +68,7 @@ Bytes importKey(Keymaster& keymaster, const Profile& profile, const RecordCall& 
 }
 
 Bytes importWrappedKey(Keymaster& keymaster, const RecordCall& call) {
-    // The vectors stand in this order.
+    // The vectors come in this order.
     enum WrappedRequest : size_t {
         kPasswordSid = 1,
         kBiometricSid = 3,
@@ -136,8 +136,7 @@ Bytes exportKey(Keymaster& keymaster, const Profile& profile, const RecordCall& 
 
 // The offsets in the table of certificates count from the table's start.
 Bytes attestKey(Keymaster& keymaster, const RecordCall& call) {
-    // The dates (words 5 to 22) repeat what stands in the blob, where the keymaster takes them
-    // from.
+    // The dates (words 5 to 22) repeat those in the blob, which the keymaster uses.
     enum AttestRequest : size_t { kAttestBlob = 1, kAttestParams = 3, kAttestRequestWords = 23 };
     enum AttestReply : size_t {
         kCertificateTable = 2,

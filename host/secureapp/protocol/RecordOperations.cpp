@@ -22,7 +22,7 @@ enum BeginReply : size_t {
 };
 constexpr size_t kNonceArea = (kNonceLength - kNonce) * kWordBytes;
 
-// Update and finish begin alike; abort has the handle only.
+// Update and finish share the first words; abort has the handle only.
 enum OperationRequest : size_t {
     kHandle = 1,
     kAbortRequestWords = 3,
@@ -111,7 +111,7 @@ Bytes RecordOperations::update(const RecordCall& call) {
     const ByteView input = request.item(kInput);
     const OutputPlace place = readOutputPlace(call, kOutput, kUpdateReplyWords);
 
-    // An operation whose update fails is over.
+    // A failed update ends the operation.
     auto tracked = ec_operations_.extract(handle);
     const UpdateResult result = keymaster_.update(handle, params, input);
     if (result.output.size() > place.room) {

@@ -17,7 +17,7 @@ class RecordOperations {
     Bytes finish(const RecordCall& call);
     Bytes abort(const RecordCall& call);
 
-    // Forgets operations that ended in another way than by a request.
+    // Forgets operations that ended other than by a request.
     void forgetEnded();
 
     // The answer to a request that was refused: the status, and zeros for the words behind it that
@@ -25,8 +25,8 @@ class RecordOperations {
     static Bytes refusalReply(keymaster_error_t status);
 
   private:
-    // A running signature or verification with an EC key: the client turns its signatures into
-    // bare numbers and back.
+    // A running signature or verification with an EC key: the client sends and expects
+    // signatures as bare numbers.
     struct EcOperation {
         bool signs = false;
         size_t width = 0;  // bytes of r and of s; only for signing

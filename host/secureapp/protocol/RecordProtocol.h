@@ -17,7 +17,7 @@ class RecordProtocol {
     // request whose words do not fit together.
     Bytes handle(const RecordCall& call);
 
-    // Forgets operations that ended in another way than by a request.
+    // Forgets operations that ended other than by a request.
     void forgetEnded() { operations_.forgetEnded(); }
 
   private:

@@ -62,8 +62,8 @@ ParamSet RecordReader::params(size_t index) const {
     ByteView previous;
     for (size_t i = 0; i < count; ++i) {
         const ByteView record = array.sub(i * kParamBytes, kParamBytes);
-        // For a parameter of a type that it does not know the client sends the record before once
-        // more. Said twice or once, a parameter means the same.
+        // For a parameter of unknown type the client sends the previous record again. A repeated
+        // parameter means no more than a single one.
         if (equal(record, previous)) continue;
         previous = record;
         if (std::optional<Param> read = param(record)) params.add(std::move(*read));
@@ -71,7 +71,7 @@ ParamSet RecordReader::params(size_t index) const {
     return params;
 }
 
-// Words that a type does not need are left over from earlier parameters and not looked at.
+// Words that a type does not need are left over from earlier parameters and ignored.
 std::optional<Param> RecordReader::param(ByteView record) const {
     const uint32_t tag = loadWord(record, 0);
     // A parameter of unknown type that comes first in its set: nothing was written.
@@ -94,7 +94,7 @@ std::optional<Param> RecordReader::param(ByteView record) const {
             param.integer = first | static_cast<uint64_t>(second) << 32;
             return param;
         case KM_BOOL:
-            // A boolean that is false is one that is not there.
+            // A false boolean counts as absent.
             if ((first & 0xFF) == 0) return std::nullopt;
             param.integer = 1;
             return param;

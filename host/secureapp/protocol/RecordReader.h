@@ -11,7 +11,7 @@ namespace lumo::secureapp {
 
 constexpr size_t kWordBytes = 4;
 
-// The word at byte offset `offset`, which the caller knows to be there.
+// The word at byte offset `offset`, which must lie within `bytes`.
 uint32_t loadWord(ByteView bytes, size_t offset);
 
 class RecordReader {

@@ -17,13 +17,13 @@ KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t l
     KeymasterOptions options;
     options.level = level;
     options.blob_version = profile.blob_version;
-    // The fixed-layout clients do not know the field that these blobs have in addition.
+    // Fixed-layout clients do not know the additional field of these blobs.
     options.early_boot_blobs = !profile.legacy;
     options.trusted_clock = config.trusted_clock;
     return options;
 }
 
-// Carries one request out; every way in which it can fail becomes a reply.
+// Runs one request; every failure becomes a reply.
 template <typename Work>
 Reply replyOf(Work work) {
     try {

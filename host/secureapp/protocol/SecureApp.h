@@ -11,8 +11,8 @@
 
 namespace lumo::secureapp {
 
-// The calls may come from several threads; they are carried out one at a time. `client` tells apart
-// who shares the application.
+// The calls may come from several threads; they run one at a time. `client` distinguishes the
+// clients that share the application.
 class SecureApp {
   public:
     SecureApp(const Profile& profile, keymaster_security_level_t level, const DeviceConfig& config,
@@ -29,7 +29,7 @@ class SecureApp {
     // have prepared with offsets beforehand: `area` is its start.
     Reply exchangeRecord(ByteView request, ByteView area, size_t capacity, uint64_t client = 0);
 
-    // The client will not come again: aborts the operations that it left open.
+    // The client has disconnected: aborts the operations that it left open.
     void endClient(uint64_t client);
 
     // The user proves presence, as with a button of the device.
