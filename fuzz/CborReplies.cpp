@@ -81,7 +81,7 @@ const struct {
     {[](auto& d, auto& o) { return d.get_hmac_sharing_parameters(&o.hmac); }, nothing},
     {[](auto& d, auto& o) { return d.compute_shared_hmac({o.hmac}, o.check); }, hasCheck},
     {[](auto& d, auto&) { return d.configure(&kParams); }, nothing},
-    // Without places for what the answer brings.
+    // Without outputs for the answer.
     {[](auto& d, auto& o) {
          return d.begin_operation(KM_PURPOSE_SIGN, &kKey, &kParams, nullptr, &o.handle);
      },

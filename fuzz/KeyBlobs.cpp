@@ -14,7 +14,7 @@ namespace {
 using keymasterdevice::EarlyBootRule;
 using lumo::fuzz::Outputs;
 
-// From the back of a little-endian number.
+// Reads a little-endian number from its last byte on.
 uint64_t numberAt(const uint8_t* blob, size_t offset, size_t width) {
     uint64_t value = 0;
     while (width-- > 0) value = value << 8 | blob[offset + width];

@@ -75,7 +75,7 @@ struct Outputs {
     bool flag = false;
 
   private:
-    // A place without memory tells no length.
+    // An output without memory has no length.
     void readAll() const {
         REQUIRE(key.key_material != nullptr || key.key_material_size == 0);
         touch(key.key_material, key.key_material_size);

@@ -1,10 +1,10 @@
 // Hostile requests to the software secure application, by both protocols.
 //
 // Input: a byte that picks the protocol and the security level, two for the capacity of a record's
-// answer, then requests, each behind its two bytes of length; the first two bytes of a CBOR request
-// are its command. The surroundings stand still, so that a blob or an operation handle that one
-// answer gives is good in a later request. Beyond not crashing, nothing throws, every request is
-// answered with a published error, and an answer stays within its capacity.
+// answer, then requests, each after its two bytes of length; the first two bytes of a CBOR request
+// are its command. Clock and randomness are fixed, so that a blob or an operation handle from one
+// answer is valid in a later request. Beyond not crashing, nothing throws, every request gets
+// a published error, and an answer stays within its capacity.
 
 #include <memory>
 #include <vector>

@@ -23,14 +23,14 @@ using Device = km::V4_0::IKeymasterDevice;
 using Device41 = km::V4_1::IKeymasterDevice;
 
 // The service object of a level, 4.0 or 4.1: a new one, or after useRegisteredServices() the one
-// that is registered under the level's name. What the service would end the process for or wait for
-// without end is looked at first: Failure says what is missing.
+// that is registered under the level's name. What would make the service end the process or wait
+// forever is checked first: Failure says what is missing.
 sp<Device> connect(SecurityLevel level);
 sp<Device41> connect41(SecurityLevel level);
 void useRegisteredServices();
 
-// Lines of the library's log go to standard error, or nowhere. A fatal one is handed to `report` as
-// the Failure that it means, and then ends the process with that Failure's status.
+// Lines of the library's log go to standard error, or nowhere. A fatal one is passed to `report` as
+// a Failure and then ends the process with that Failure's status.
 void routeLog(bool verbose, std::function<void(const Failure&)> report);
 
 // Throws the Failure of a call that did not end in OK; `doing` completes "could not ...".

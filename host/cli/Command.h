@@ -12,7 +12,7 @@
 
 namespace lumo::cli {
 
-// What may be given with every command.
+// The arguments of every command.
 struct Common {
     bool strongbox = false;
     std::string service;  // the name of a registered one; empty: a new one of this process
@@ -24,13 +24,13 @@ struct Common {
     }
 };
 
-// Carries a command out; throws Failure where it cannot.
+// Runs a command; throws Failure where it fails.
 using Action = std::function<void()>;
 
 struct Command {
     const char* name;
     const char* summary;
-    const char* notes;  // examples and what is worth knowing, for the command's help
+    const char* notes;  // examples and notes for the command's help
     // Adds the command's arguments to its part of the command line. The action runs after parsing,
     // while `common` still lives.
     Action (*declare)(CLI::App& app, const Common& common);
@@ -75,7 +75,7 @@ void addAuthToken(CLI::App& app, std::string& path);
 // standard error. An empty sentence is left out.
 void conclude(const Common& common, const Report& report, const std::string& sentence = "");
 
-// What a command says of a file that it wrote, for conclude().
+// The sentence about a file that a command wrote, for conclude().
 Report writtenTo(const std::string& path);
 
 // Throws Failure where a report would be mixed with the data on standard output.

@@ -156,8 +156,8 @@ class CommandLine {
         return commands.empty() ? "" : commands.front()->get_name();
     }
 
-    // CLI11 lists what it does not know back to front, and asks for a subcommand also where it was
-    // given one that does not exist.
+    // CLI11 lists unknown arguments in reverse, and asks for a subcommand even where it was given
+    // one that does not exist.
     std::string explain(const CLI::ParseError& error) const {
         const std::string message = error.what();
         if (chosen().empty()) {

@@ -3,7 +3,7 @@
 
 namespace lumo::cli {
 
-// Parses, carries out the command and reports its failure on standard error. Returns the exit
+// Parses, runs the command and reports its failure on standard error. Returns the exit
 // status.
 int run(int argc, char** argv);
 

@@ -15,7 +15,7 @@ std::optional<uint64_t> parseDate(const std::string& text) {
         if (end == nullptr || *end != '\0') continue;
         const int day = fields.tm_mday;
         const time_t seconds = timegm(&fields);
-        // The 31st of a shorter month would have become a day of the next one.
+        // The 31st of a shorter month is normalized to a day of the next one.
         if (seconds < 0 || fields.tm_mday != day) return std::nullopt;
         return static_cast<uint64_t>(seconds) * 1000;
     }

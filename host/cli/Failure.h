@@ -14,9 +14,9 @@ enum class Exit : int {
     ok = 0,
     other = 1,      // a file, the machine
     usage = 2,      // the command line, the environment, an input of the wrong form
-    refused = 3,    // the keymaster said no
+    refused = 3,    // the keymaster refused
     transport = 4,  // the secure application cannot be reached
-    check = 5,      // a signature, a tag or an agreement is not the right one
+    check = 5,      // a signature, a tag or an agreement does not match
     state = 6,      // the secure application's state cannot be used
 };
 

@@ -39,7 +39,7 @@ class Input {
     // Fills `buffer` up to `size` bytes; fewer only at the end.
     size_t read(uint8_t* buffer, size_t size);
 
-    // Bytes in the file; nothing where that is not known beforehand.
+    // Bytes in the file; nullopt where that is not known beforehand.
     std::optional<uint64_t> size() const;
 
   private:
@@ -84,11 +84,11 @@ class Output {
     std::string path_;       // of the regular file that commit() makes; empty for a stream
     std::string name_;       // for messages
     std::string temporary_;  // a named file to be removed; empty where it has no name
-    FileDescriptor stream_;  // where a stream's bytes end
-    FileDescriptor file_;    // what is written to, unless that is the stream itself
+    FileDescriptor stream_;  // the output of a stream
+    FileDescriptor file_;    // the file written to, unless that is the stream itself
 };
 
-// Writes one text or record in whole.
+// Writes one whole text or record.
 void writeFile(const std::string& path, const Bytes& bytes, Output::Kind kind = Output::Kind::data);
 
 }  // namespace lumo::cli

@@ -1,4 +1,4 @@
-// Commands that make, describe, export, upgrade and delete keys.
+// Commands that generate, import, describe, export, upgrade and delete keys.
 
 #include "Command.h"
 #include "Failure.h"
@@ -95,7 +95,7 @@ bool isAlgorithm(const std::vector<KeyParameter>& parameters, Algorithm algorith
     return algorithmOf(parameters) == static_cast<uint32_t>(algorithm);
 }
 
-// What generate, import and import-wrapped give back.
+// The result of generate, import and import-wrapped.
 struct NewKey {
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     Bytes blob;
@@ -333,8 +333,8 @@ Action declareExport(CLI::App& app, const Common& common) {
     };
 }
 
-// The service takes no empty set. What upgrading does not look at stands in where nothing is
-// needed.
+// The service refuses an empty set. Where no parameter is needed, one that upgrading ignores is
+// sent.
 std::vector<KeyParameter> upgradeParameters(const KeyArguments& key) {
     std::vector<KeyParameter> parameters = key.binding();
     if (parameters.empty()) parameters.push_back(makeBool(Tag::NO_AUTH_REQUIRED));
@@ -369,7 +369,8 @@ Action declareUpgrade(CLI::App& app, const Common& common) {
     };
 }
 
-// What deleting a key means: a keymaster says OK for anything, even for what is no key.
+// What deletion means for a key: a keymaster returns OK for anything, even for bytes that are no
+// key.
 enum class Deletion { kFinal, kFileRemains, kNoKey };
 
 Deletion deletionOf(const sp<Device>& device, const Bytes& blob, const KeyArguments& key) {

@@ -18,7 +18,7 @@ size_t padded(size_t size) {
     return (size + 3) / 4 * 4;
 }
 
-// The version in one metadata text; empty for that of another library.
+// The version in one metadata text; empty where it is of another library.
 std::string versionIn(std::string_view text) {
     const auto metadata = nlohmann::json::parse(text.substr(0, text.find('\0')), nullptr, false);
     if (!metadata.is_object() || metadata.value("name", "") != "liblumokeymaster4") return {};

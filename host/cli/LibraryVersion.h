@@ -1,4 +1,4 @@
-// Which library answers: the version that its ELF file names.
+// Which library is in use: the version in its ELF file.
 #pragma once
 
 #include <string>

@@ -10,7 +10,7 @@
 
 namespace lumo::cli {
 
-// What is handed to begin; the token goes with every call of the operation.
+// The arguments of begin; the token is sent with every call of the operation.
 struct OperationRequest {
     km::V4_0::KeyPurpose purpose{};
     Bytes key;
@@ -22,7 +22,7 @@ struct OperationRequest {
 using Sink = std::function<void(const Bytes& output)>;
 
 // Aborts the operation where it was not finished. Every call throws Failure where it is refused,
-// and the operation is over then.
+// which also ends the operation.
 class Operation {
   public:
     // Largest input of one update.

@@ -32,7 +32,7 @@ constexpr TagOption kCipherOptions[] = {
     {"--nonce", Tag::NONCE, "nonce; the data then does not begin with it"},
 };
 
-// What all four commands take.
+// The arguments of all four commands.
 struct OperationArguments {
     KeyArguments key;
     TagOptions options;
@@ -109,7 +109,7 @@ Action declareVerify(CLI::App& app, const Common& common) {
     };
 }
 
-// What encrypt and decrypt take.
+// The arguments of encrypt and decrypt.
 struct CipherArguments : OperationArguments {
     std::string associated_data;
     std::string nonce_file;
@@ -172,7 +172,8 @@ uint32_t integerOf(const std::vector<KeyParameter>& parameters, Tag tag) {
     return 0;
 }
 
-// Bytes at the start of the data that are its nonce. The key itself tells its block length.
+// Bytes at the start of the data that are its nonce. Its length follows from the key's block
+// length.
 size_t leadingNonceBytes(const sp<Device>& device, const CipherArguments& arguments,
                          const OperationRequest& request) {
     if (arguments.options.has(Tag::NONCE)) return 0;

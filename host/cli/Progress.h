@@ -1,4 +1,4 @@
-// Tells a person at a terminal how far long work has come.
+// Shows the progress of long work on a terminal.
 #pragma once
 
 #include <chrono>
@@ -8,8 +8,8 @@
 
 namespace lumo::cli {
 
-// Writes one line on standard error, over and over, once the work has taken a while; nothing where
-// standard error is no terminal. The line is wiped at the end.
+// Rewrites one line on standard error once the work has taken a while; nothing where standard error
+// is not a terminal. The line is cleared at the end.
 class Progress {
   public:
     Progress(std::string verb, std::optional<uint64_t> total);

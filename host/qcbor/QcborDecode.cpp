@@ -8,7 +8,7 @@ namespace {
 constexpr uint8_t kMinLongSimple = 32;
 constexpr uint64_t kFirstUnflaggedTag = 63;
 
-// ---- What libcbor makes of one head, as an item ----
+// ---- One head, as libcbor reports it ----
 
 // Receives what libcbor's callbacks report.
 struct Head {
@@ -181,8 +181,8 @@ int readUnnamedSimple(QCBORDecodeContext& context, uint8_t info, QCBORItem& item
     return hitEnd(context);
 }
 
-// Where size_t has 32 bits libcbor cuts longer lengths off. What such a length counts cannot be
-// there, so the head is consumed and refused. Returns QCBOR_SUCCESS for every other head.
+// Where size_t has 32 bits libcbor truncates longer lengths. No input holds that much content, so
+// the head is consumed and refused. Returns QCBOR_SUCCESS for every other head.
 int refuseOverlong(QCBORDecodeContext& context) {
     constexpr size_t kHeadSize = 9;
     if (sizeof(size_t) == sizeof(uint64_t) || unreadSize(context) < kHeadSize) {
@@ -359,8 +359,8 @@ uint32_t entriesOf(const QCBORDecodeContext& context, const QCBORItem& item) {
     return labelsAreItems ? 2 * count : count;
 }
 
-// Counts the item in its parent, then goes into it if it has content; if not, leaves the levels
-// that it was the last entry of.
+// Counts the item in its parent, then enters it if it has content; if not, leaves the levels whose
+// last entry it was.
 void moveOn(QCBORDecodeContext& context, const QCBORItem& item, uint32_t entries) {
     if (context.uLevel > 0) {
         --context.Levels[context.uLevel].uRemaining;

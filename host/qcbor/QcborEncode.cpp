@@ -47,7 +47,7 @@ void close(QCBOROutBuf& out) {
     out.UB.len = out.uUsed;
 }
 
-// Takes `size` more bytes of the buffer; false if they do not fit.
+// Claims `size` more bytes of the buffer; false if they do not fit.
 bool take(QCBOROutBuf& out, size_t size) {
     if (size > room(out)) {
         close(out);
@@ -76,7 +76,7 @@ void appendHead(QCBOROutBuf& out, HeadEncoder<Argument> encode, Argument argumen
     }
 }
 
-// Appends to a buffer that is there and has room for any head.
+// Appends to a buffer that is not null and has room for any head.
 template <typename Argument>
 void appendFittingHead(QCBOROutBuf& out, HeadEncoder<Argument> encode, Argument argument) {
     out.uUsed += encode(argument, bytesOf(out) + out.uUsed, kMaxHead);
@@ -114,7 +114,7 @@ HeadEncoder<uint64_t> integerEncoder(int64_t value) {
     return value < 0 ? cbor_encode_negint : cbor_encode_uint;
 }
 
-// A negative number's argument is -1 - value: all bits the other way round.
+// A negative number's argument is -1 - value: all bits inverted.
 uint64_t integerArgument(int64_t value) {
     return static_cast<uint64_t>(value < 0 ? ~value : value);
 }
@@ -154,7 +154,7 @@ void addLabelAndTag(QCBOREncodeContext& context, const char* textLabel, int64_t 
     }
 }
 
-// Whether two heads can be written and counted without a look at either.
+// Whether two heads can be written and counted without checking either.
 bool takesTwoHeads(const QCBOREncodeContext& context) {
     const QCBOROutBuf& out = context.OutBuf;
     return !failed(context) && stores(out) && room(out) >= 2 * kMaxHead &&
@@ -170,7 +170,7 @@ void addLabelledItem(QCBOREncodeContext& context, const char* textLabel, int64_t
         addItem(context, encode, argument);
         return;
     }
-    // What nearly every entry is.
+    // The usual entry.
     appendFittingHead(context.OutBuf, integerEncoder(label), integerArgument(label));
     appendFittingHead(context.OutBuf, encode, argument);
     innermost(context).uCount = static_cast<uint16_t>(innermost(context).uCount + 2);

@@ -14,7 +14,7 @@ bool hasBytes(const keymaster_key_param_t& param) {
     return type == KM_BYTES || type == KM_BIGNUM;
 }
 
-// Whether every pointer that has a length leads somewhere.
+// Whether no pointer with a length is null.
 bool isComplete(const keymaster_key_param_set_t& set) {
     if (set.params == nullptr) return set.length == 0;
     for (size_t i = 0; i < set.length; ++i) {
@@ -130,7 +130,7 @@ void WipeAndFree::operator()(void* block) const {
     free(block);
 }
 
-// The new content is complete before the old one goes: the sources may be (parts of) this set.
+// The new content is complete before the old one is freed: the sources may be (parts of) this set.
 bool AuthorizationSet::replaceBy(const keymaster_key_param_set_t& first,
                                  const keymaster_key_param_set_t& second) {
     if (!isComplete(first) || !isComplete(second)) return fail(MALFORMED_DATA);

@@ -59,7 +59,7 @@ void hidl_string::release() {
     if (ownsBuffer_) delete[] static_cast<const char*>(buffer_);
 }
 
-// Copies before the old buffer goes: the source may lie in it.
+// Copies before the old buffer is freed: the source may lie in it.
 void hidl_string::assignCopy(const char* text, size_t length) {
     if (length == 0) return clear();
     char* copy = new char[length + 1];

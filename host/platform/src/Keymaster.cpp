@@ -22,7 +22,7 @@ std::string numberToString(uint64_t value) {
 }  // namespace
 
 // Reads the bytes of the union, not its members: whichever was written, the others may hold bits
-// that are no value of their type.
+// that are not a value of their type.
 std::string toString(const KeyParameter::IntegerParams& value) {
     uint64_t wide;
     uint32_t word;

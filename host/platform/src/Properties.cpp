@@ -48,7 +48,7 @@ bool parseLine(const std::string& line, Properties* properties) {
     return true;
 }
 
-// Returns what is wrong with the file, or nothing.
+// Returns what is wrong with the file; empty if it was loaded.
 std::string readFile(const std::string& path, Properties* properties) {
     std::ifstream in(path);
     if (!in) return "cannot open the property file " + path + ": " + strerror(errno);
@@ -60,7 +60,7 @@ std::string readFile(const std::string& path, Properties* properties) {
     return in.bad() ? "cannot read the property file " + path : "";
 }
 
-// What libbase's store holds already was set on purpose, and stays.
+// A property that libbase's store already holds was set explicitly and stays.
 Store loadStore() {
     Store store;
     store.file.path = propertiesPath();
@@ -77,7 +77,7 @@ const Store& store() {
     return loaded;
 }
 
-// libbase's store does not tell an empty property from a missing one; the file does.
+// libbase's store does not distinguish an empty property from a missing one; the file does.
 bool exists(const std::string& name) {
     return store().properties.count(name) != 0 || !android::base::GetProperty(name, "").empty();
 }

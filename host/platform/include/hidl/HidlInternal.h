@@ -1,6 +1,6 @@
 #pragma once
 
-// Stand-in for the HIDL runtime's internals that interface code meets: pointer representation,
+// Stand-in for the HIDL runtime's internals that interface code uses: pointer representation,
 // interface mark, fatal log.
 
 #include <cstddef>
@@ -24,8 +24,8 @@ std::string toHexString(Integer value) {
     return hexString(static_cast<std::make_unsigned_t<Integer>>(value));
 }
 
-// A pointer that occupies 8 bytes on every ABI, so that records look alike to 32- and 64-bit
-// processes.
+// A pointer that occupies 8 bytes on every ABI, so that 32- and 64-bit processes share
+// one layout.
 template <typename T>
 struct hidl_pointer {
     hidl_pointer() : pad_(0) {}

@@ -215,8 +215,8 @@ struct hidl_vec {
         if (ownsBuffer_) delete[] static_cast<T*>(buffer_);
     }
 
-    // Copies before the old buffer goes: the source may lie in it. Elements are not cleared first,
-    // and those of a trivial type are copied as one block.
+    // Copies before the old buffer is freed: the source may lie in it. Elements are not cleared
+    // first, and those of a trivial type are copied as one block.
     template <typename Iterator>
     void adoptCopy(Iterator from, size_t count) {
         hidl_vec copy = own(new T[checkedSize(count)], count);
@@ -346,7 +346,7 @@ static_assert(std::is_trivially_copyable_v<hidl_array<uint8_t, 32>>, "published 
 
 // ---- handles ------------------------------------------------------------------------------------
 
-// File descriptors and integers under way between processes. Copies clone and own them.
+// File descriptors and integers passed between processes. Copies clone and own them.
 struct hidl_handle {
     hidl_handle() = default;
     ~hidl_handle() { release(); }
@@ -423,8 +423,8 @@ std::string elementsToString(const Elements& elements) {
     return text + "}";
 }
 
-// The names of the values whose bits are all set, joined by " | ", then what is left over, then all
-// bits in parentheses.
+// The names of the values whose bits are all set, joined by " | ", then the remaining bits, then
+// all bits in parentheses.
 template <typename Enum>
 std::string bitsToString(std::underlying_type_t<Enum> bits) {
     using Bits = std::underlying_type_t<Enum>;
@@ -457,5 +457,5 @@ std::string toString(const hidl_array<T, kSize>& elements) {
 
 }  // namespace android::hardware
 
-// The published header brings Status and Return along; they build on what stands above.
+// The published header includes Status and Return; they need the types above.
 #include <hidl/Status.h>

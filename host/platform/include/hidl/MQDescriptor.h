@@ -1,4 +1,4 @@
 #pragma once
 
-// Stand-in for the HIDL message-queue header, which interface code includes as a matter of course.
+// Stand-in for the HIDL message-queue header, which interface code always includes.
 // The keymaster interfaces use no message queues, so there is nothing to declare.

@@ -60,7 +60,7 @@ class Return;
 
 namespace details {
 
-// What every Return has: a status that must be looked at before it dies if it is an error.
+// The base of every Return: a status that must be checked before it is destroyed if it is an error.
 class return_status {
   public:
     return_status() = default;
