@@ -23,6 +23,16 @@ struct Free {
 // Holds the largest finish that a client may reasonably send in one piece.
 constexpr size_t kRequestCapacity = 1 << 20;
 
+// The secure application that a level means: StrongBox's has a level of its own, every other is the
+// trusted environment's. The level comes from any caller and is compared as a word, since one
+// without an enumerator must not be read as the enumeration.
+keymaster_security_level_t served(const keymaster_security_level_t& level) {
+    uint32_t word = 0;
+    std::memcpy(&word, &level, sizeof(word));
+    return word == KM_SECURITY_LEVEL_STRONGBOX ? KM_SECURITY_LEVEL_STRONGBOX
+                                               : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
+}
+
 }  // namespace
 
 struct KeymasterUtils::Impl {
@@ -57,7 +67,7 @@ struct KeymasterUtils::Impl {
 };
 
 KeymasterUtils::KeymasterUtils(keymaster_security_level_t level)
-    : impl_(std::make_unique<Impl>(level)) {}
+    : impl_(std::make_unique<Impl>(served(level))) {}
 
 KeymasterUtils::~KeymasterUtils() = default;
 

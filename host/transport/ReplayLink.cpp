@@ -50,9 +50,11 @@ keymaster_error_t ReplayLink::replayAll() {
                             path_.c_str());
     }
     for (const Exchange& exchange : start_up_) {
-        const keymaster_error_t error = replay(exchange);
+        const int32_t error = replay(exchange);
         // It went away once more: the next call begins anew.
-        if (error == KM_ERROR_SECURE_HW_COMMUNICATION_FAILED) return error;
+        if (error == KM_ERROR_SECURE_HW_COMMUNICATION_FAILED) {
+            return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
+        }
         __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s: sent command 0x%x again: %d",
                             path_.c_str(), exchange.command, error);
     }
@@ -60,7 +62,7 @@ keymaster_error_t ReplayLink::replayAll() {
     return KM_ERROR_OK;
 }
 
-keymaster_error_t ReplayLink::replay(const Exchange& exchange) {
+int32_t ReplayLink::replay(const Exchange& exchange) {
     if (exchange.kind == FrameKind::kCbor) {
         ByteView response;
         return socket_.exchangeCbor(exchange.command, exchange.request, response);
@@ -69,7 +71,7 @@ keymaster_error_t ReplayLink::replay(const Exchange& exchange) {
     const keymaster_error_t error =
         socket_.exchangeRecord(exchange.request, response.data(), response.size());
     if (error != KM_ERROR_OK) return error;
-    return static_cast<keymaster_error_t>(statusOf(response.data(), response.size()));
+    return statusOf(response.data(), response.size());
 }
 
 void ReplayLink::store(Exchange exchange) {

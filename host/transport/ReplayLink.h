@@ -39,7 +39,8 @@ class ReplayLink : public Link {
     template <typename Work>
     keymaster_error_t around(Work exchange);
     keymaster_error_t replayAll();
-    keymaster_error_t replay(const Exchange& exchange);
+    // The exchange's error, else the status of a record's answer, which may be any word.
+    int32_t replay(const Exchange& exchange);
     void store(Exchange exchange);
 
     const keymaster_security_level_t level_;
