@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <utility>
 
@@ -120,8 +121,16 @@ std::optional<uint64_t> Input::size() const {
 
 Bytes readSmallFile(const std::string& path) {
     Input input(path);
-    Bytes bytes(kMaxSmallFileBytes + 1);
-    bytes.resize(input.read(bytes.data(), bytes.size()));
+    // One byte more than there should be, to meet the end. A file of unknown size or one that grows
+    // gets the most that there may be.
+    const uint64_t expected = std::min<uint64_t>(input.size().value_or(0), kMaxSmallFileBytes);
+    Bytes bytes(static_cast<size_t>(expected) + 1);
+    size_t filled = input.read(bytes.data(), bytes.size());
+    if (filled == bytes.size()) {
+        bytes.resize(kMaxSmallFileBytes + 1);
+        filled += input.read(bytes.data() + filled, bytes.size() - filled);
+    }
+    bytes.resize(filled);
     if (bytes.size() > kMaxSmallFileBytes) {
         throw Failure(Exit::usage, input.name() + " is larger than 1 MiB; give the right file");
     }
@@ -129,7 +138,7 @@ Bytes readSmallFile(const std::string& path) {
 }
 
 Output::Output(const std::string& path, Kind kind, Flow flow)
-    : name_(isStandard(path) ? "standard output" : path) {
+    : kind_(kind), name_(isStandard(path) ? "standard output" : path) {
     struct stat status;
     const bool exists = !isStandard(path) && stat(path.c_str(), &status) == 0;
     if (isStandard(path) || (exists && !S_ISREG(status.st_mode))) {
@@ -182,7 +191,8 @@ void Output::commit() {
 }
 
 void Output::publishFile() {
-    if (fsync(file_.get()) != 0) throw fileFailure("write", name_, errno);
+    // A signature is made again if the system goes down now; a key is not.
+    if (kind_ == Kind::secret && fsync(file_.get()) != 0) throw fileFailure("write", name_, errno);
     if (temporary_.empty()) {
         const std::string name = path_ + "." + std::to_string(getpid()) + ".tmp";
         const std::string nameless = "/proc/self/fd/" + std::to_string(file_.get());

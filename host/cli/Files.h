@@ -59,7 +59,7 @@ class Output {
   public:
     enum class Kind {
         data,    // the user's usual permissions
-        secret,  // readable by the owner alone
+        secret,  // readable by the owner alone, and on the disk when commit() returns
     };
     enum class Flow {
         direct,  // what cannot be replaced whole is written as it comes
@@ -81,6 +81,7 @@ class Output {
     void publishFile();
     void copyToStream();
 
+    const Kind kind_;
     std::string path_;       // of the regular file that commit() makes; empty for a stream
     std::string name_;       // for messages
     std::string temporary_;  // a named file to be removed; empty where it has no name
