@@ -9,6 +9,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <memory>
+
 #include "Failure.h"
 #include "LibraryVersion.h"
 #include "ServiceSource.h"
@@ -52,9 +54,13 @@ void require(const TransportStatus& status) {
     if (status.kind != TransportStatus::ok) throw Failure(statusOf(status.kind), status.message);
 }
 
-void requireService(SecurityLevel level) {
+// Throws where a service object could not start. What was opened for it stays open while the result
+// lives.
+std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     requireProperties();
-    require(checkTransport(static_cast<keymaster_security_level_t>(level)));
+    auto check = std::make_unique<TransportCheck>(static_cast<keymaster_security_level_t>(level));
+    require(check->status());
+    return check;
 }
 
 [[noreturn]] void endAfterFatalLog(const std::string& message) {
@@ -71,7 +77,7 @@ void requireService(SecurityLevel level) {
 // What a device's service process does before clients come: one 4.1 object for a level.
 void registerOnce(SecurityLevel level) {
     if (Device::tryGetService(serviceName(level)) != nullptr) return;
-    requireService(level);
+    const auto opened = requireService(level);
     const sp<Device41> made = level == SecurityLevel::STRONGBOX
                                   ? ::keymaster::V4_1::CreateSbKeymasterDevice()
                                   : ::keymaster::V4_1::CreateKeymasterDevice();
@@ -93,7 +99,7 @@ sp<Device> openDevice(SecurityLevel level, bool registered) {
         registerOnce(level);
         return Device::getService(serviceName(level));
     }
-    requireService(level);
+    const auto opened = requireService(level);
     return level == SecurityLevel::STRONGBOX ? ::keymaster::V4_0::CreateSbKeymasterDevice()
                                              : ::keymaster::V4_0::CreateKeymasterDevice();
 }
@@ -103,7 +109,7 @@ sp<Device41> openDevice41(SecurityLevel level, bool registered) {
         registerOnce(level);
         return Device41::getService(serviceName(level));
     }
-    requireService(level);
+    const auto opened = requireService(level);
     return level == SecurityLevel::STRONGBOX ? ::keymaster::V4_1::CreateSbKeymasterDevice()
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }

@@ -79,10 +79,20 @@ std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
 
 }  // namespace transport
 
+struct TransportCheck::Opened {
+    std::unique_ptr<transport::Link> link;
+};
+
+TransportCheck::TransportCheck(keymaster_security_level_t level)
+    : opened_(std::make_unique<Opened>()) {
+    opened_->link = transport::makeLink(level);
+    if (opened_->link->open() != KM_ERROR_OK) status_ = lastTransportFailure();
+}
+
+TransportCheck::~TransportCheck() = default;
+
 TransportStatus checkTransport(keymaster_security_level_t level) {
-    const std::unique_ptr<transport::Link> link = transport::makeLink(level);
-    if (link->open() == KM_ERROR_OK) return {};
-    return lastTransportFailure();
+    return TransportCheck(level).status();
 }
 
 TransportStatus lastTransportFailure() {

@@ -13,6 +13,7 @@
 
 #include <hardware/keymaster_defs.h>
 
+#include <memory>
 #include <string>
 
 namespace lumo {
@@ -30,7 +31,24 @@ struct TransportStatus {
 
 // Opens what LUMO_TRANSPORT names, without a command that changes anything. For programs that want
 // to end politely before they create a service object, whose start cannot fail any other way than
-// by ending the process.
+// by ending the process. A secure application in this process that an object is to use as well is
+// started once if the check lives until the object does.
+class TransportCheck {
+  public:
+    explicit TransportCheck(keymaster_security_level_t level);
+    ~TransportCheck();
+    TransportCheck(const TransportCheck&) = delete;
+    TransportCheck& operator=(const TransportCheck&) = delete;
+
+    const TransportStatus& status() const { return status_; }
+
+  private:
+    struct Opened;
+    std::unique_ptr<Opened> opened_;
+    TransportStatus status_;
+};
+
+// The same for programs that create no object next.
 TransportStatus checkTransport(keymaster_security_level_t level);
 
 // The most recent failure of a transport of this process; ok when there was none.
