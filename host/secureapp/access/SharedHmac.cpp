@@ -26,29 +26,34 @@ bool hasRightSizes(const HmacSharingParameters& params) {
 
 SharedHmac::SharedHmac(State& own_state, State& shared_state, RandomSource& random,
                        keymaster_security_level_t level)
-    : pre_shared_secret_(
-          lastingSecret(shared_state, random, kSharedSecretRecord, kSecretRecordBytes)) {
+    : pre_shared_secret_(shared_state, random, kSharedSecretRecord, kSecretRecordBytes) {
     if (level == KM_SECURITY_LEVEL_STRONGBOX) {
-        own_.seed = lastingSecret(own_state, random, kSeedRecord, kSeedBytes);
+        seed_.emplace(own_state, random, kSeedRecord, kSeedBytes);
     }
     own_.nonce = random.bytes(kNonceBytes);
-    key_ = derive({own_});
+}
+
+const HmacSharingParameters& SharedHmac::ownParameters() {
+    if (seed_) own_.seed = seed_->bytes();
+    return own_;
+}
+
+const Bytes& SharedHmac::key() {
+    if (key_.empty()) key_ = deriveSharedKey(pre_shared_secret_.bytes(), {ownParameters()});
+    return key_;
 }
 
 Bytes SharedHmac::agree(const std::vector<HmacSharingParameters>& all) {
-    const auto is_own = [this](const HmacSharingParameters& params) {
-        return params.seed == own_.seed && params.nonce == own_.nonce;
+    const HmacSharingParameters& own = ownParameters();
+    const auto is_own = [&own](const HmacSharingParameters& params) {
+        return params.seed == own.seed && params.nonce == own.nonce;
     };
     if (!std::all_of(all.begin(), all.end(), hasRightSizes) ||
         std::none_of(all.begin(), all.end(), is_own)) {
         refuse(KM_ERROR_INVALID_ARGUMENT);
     }
-    key_ = derive(all);
+    key_ = deriveSharedKey(pre_shared_secret_.bytes(), all);
     return sharingCheck(key_);
-}
-
-Bytes SharedHmac::derive(const std::vector<HmacSharingParameters>& all) const {
-    return deriveSharedKey(pre_shared_secret_, all);
 }
 
 Bytes deriveSharedKey(ByteView pre_shared_secret, const std::vector<HmacSharingParameters>& all) {

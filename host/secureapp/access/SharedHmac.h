@@ -4,6 +4,7 @@
 
 #include <hardware/keymaster_defs.h>
 
+#include <optional>
 #include <vector>
 
 #include "secureapp/base/Bytes.h"
@@ -19,26 +20,27 @@ struct HmacSharingParameters {
 class SharedHmac {
   public:
     // StrongBox keeps a stored seed; the trusted environment's is empty. Both keep the pre-shared
-    // secret of the device in `shared_state`, which the instances that agree have in common. Before
-    // the first agreement the key is derived from the instance's own parameters alone.
+    // secret of the device in `shared_state`, which the instances that agree have in common. What
+    // is stored is read here, and stored by the first call below that needs it: that takes the disk
+    // some milliseconds. Before the first agreement the key is derived from the instance's own
+    // parameters alone. Every call may throw StateError.
     SharedHmac(State& own_state, State& shared_state, RandomSource& random,
                keymaster_security_level_t level);
 
-    const HmacSharingParameters& ownParameters() const { return own_; }
+    const HmacSharingParameters& ownParameters();
 
     // Agrees on the key of `all`, in the order given, and returns the 32-byte sharing check.
     // KM_ERROR_INVALID_ARGUMENT when the instance's own parameters are not among them; the old key
     // stays.
     Bytes agree(const std::vector<HmacSharingParameters>& all);
 
-    const Bytes& key() const { return key_; }
+    const Bytes& key();
 
   private:
-    Bytes derive(const std::vector<HmacSharingParameters>& all) const;
-
-    Bytes pre_shared_secret_;
+    LastingSecret pre_shared_secret_;
+    std::optional<LastingSecret> seed_;
     HmacSharingParameters own_;
-    Bytes key_;
+    Bytes key_;  // empty until it is needed
 };
 
 // The shared key of the device secret and the parameters; and the check value that proves it.

@@ -57,6 +57,23 @@ constexpr char kDeviceKeyRecord[] = "device-key";
 constexpr char kSharedSecretRecord[] = "shared-secret";
 constexpr size_t kSecretRecordBytes = 32;
 
+// A secret in the record `name` of `state`, both of which outlive it.
+class LastingSecret {
+  public:
+    // Reads the record; where there is none, draws `count` random bytes for it.
+    LastingSecret(State& state, RandomSource& random, std::string name, size_t count);
+
+    // The record, stored first where there was none: nothing may be derived from a secret that a
+    // crash can undo. Another instance may have stored its own in the meantime.
+    const Bytes& bytes();
+
+  private:
+    State& state_;
+    const std::string name_;
+    Bytes bytes_;
+    bool stored_;
+};
+
 // The record `name`; created with `count` random bytes where there is none yet.
 Bytes lastingSecret(State& state, RandomSource& random, const std::string& name, size_t count);
 

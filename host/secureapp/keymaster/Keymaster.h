@@ -80,7 +80,7 @@ class Keymaster {
     void abortAllOf(uint64_t client);
     bool isRunning(uint64_t handle) const { return operations_.contains(handle); }
 
-    const HmacSharingParameters& hmacSharingParameters() const { return hmac_.ownParameters(); }
+    const HmacSharingParameters& hmacSharingParameters() { return hmac_.ownParameters(); }
     Bytes computeSharedHmac(const std::vector<HmacSharingParameters>& all);
     VerificationToken verifyAuthorization(uint64_t challenge);
 
@@ -112,7 +112,7 @@ class Keymaster {
     OpenedKey openForExport(uint32_t format, ByteView blob, const ParamSet& binding);
     // The key that signs attestations of keys of `algorithm`; read once a boot.
     const AttestationKey& batchKey(uint32_t algorithm);
-    void checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params) const;
+    void checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params);
 
     const KeymasterOptions options_;
     DeviceConfig config_;

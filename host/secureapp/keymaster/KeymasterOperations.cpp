@@ -25,8 +25,7 @@ BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& pa
     return {operations_.add(std::move(running)), key.algorithm(), out_params};
 }
 
-void Keymaster::checkUse(uint64_t handle, const RunningOperation& running,
-                         const ParamSet& params) const {
+void Keymaster::checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params) {
     if (running.controlled) access_.checkUse(running.admission, handle, params, hmac_.key());
 }
 
