@@ -220,7 +220,8 @@ DeviceSettings loadDeviceConfig(const std::string& directory) {
     }
     const std::string text = defaultConfigText();
     const Bytes content(text.begin(), text.end());
-    writePrivateFile(path, content);
+    // An empty file says the same.
+    writePrivateFile(path, content, Crash::kMayEmpty);
     return parseDeviceConfig(text, path);
 }
 

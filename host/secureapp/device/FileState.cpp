@@ -165,16 +165,17 @@ std::optional<Bytes> readPrivateFile(const std::string& path) {
     }
 }
 
-void writePrivateFile(const std::string& path, ByteView content) {
+void writePrivateFile(const std::string& path, ByteView content, Crash crash) {
     const std::string fresh = path + kNewSuffix;
     // A temporary file that a crash left.
     if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) failSystem("replace", fresh, errno);
     const FileHandle file = openFile(fresh, O_WRONLY | O_CREAT | O_EXCL);
     if (!file) failSystem("make", fresh, errno);
     writeAll(file, content, fresh);
-    if (::fsync(file.get()) != 0) failSystem("write", fresh, errno);
+    const bool sync = crash == Crash::kKeeps;
+    if (sync && ::fsync(file.get()) != 0) failSystem("write", fresh, errno);
     if (::rename(fresh.c_str(), path.c_str()) != 0) failSystem("replace", path, errno);
-    syncFolderAt(std::filesystem::path(path).parent_path().string());
+    if (sync) syncFolderAt(std::filesystem::path(path).parent_path().string());
 }
 
 FileState::FileState(const std::string& directory, const std::string& instance)

@@ -51,7 +51,10 @@ constexpr char kLockName[] = ".lock";
 // The whole file, or nullopt when there is none. Throws StateError for a file that is not the
 // user's own and private.
 std::optional<Bytes> readPrivateFile(const std::string& path);
-// Replaces the file atomically and flushes it to the disk.
-void writePrivateFile(const std::string& path, ByteView content);
+// What a crash of the system soon after may do to a file: nothing, which takes some milliseconds to
+// be sure of, or leave it empty or missing.
+enum class Crash { kKeeps, kMayEmpty };
+// Replaces the file atomically.
+void writePrivateFile(const std::string& path, ByteView content, Crash crash = Crash::kKeeps);
 
 }  // namespace lumo::secureapp
