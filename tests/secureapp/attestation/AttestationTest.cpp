@@ -164,9 +164,10 @@ TEST(Attestation3, SaysWhatIsEnforced) {
     ParamSet key = ecKey();
     for (const keymaster_tag_t tag : tags) key.add(boolParam(tag));
     const std::string leaf = toHex(device->attestKey(device->generateKey(key), kAttest).front());
-    for (const uint32_t tag : tags) {
-        const Bytes element = der::item(der::context(tag & 0x0FFFFFFF), der::item(der::kNull, {}));
-        EXPECT_NE(leaf.find(toHex(element)), std::string::npos) << std::hex << tag;
+    for (const keymaster_tag_t tag : tags) {
+        const uint32_t number = static_cast<uint32_t>(tag) & 0x0FFFFFFF;
+        const Bytes element = der::item(der::context(number), der::item(der::kNull, {}));
+        EXPECT_NE(leaf.find(toHex(element)), std::string::npos) << number;
     }
     const Bytes vendor =
         der::item(der::context(kTagVendorPatchlevel & 0x0FFFFFFF), der::integer(20201105));
