@@ -94,8 +94,9 @@ std::vector<std::string> bootPropertyMismatches(const BootState& boot) {
     for (const auto& [name, value] : wanted) {
         const std::string property = ::android::base::GetProperty(name, "");
         if (property.empty() || property == value) continue;
-        mismatches.push_back(std::string(name) + " is " + property + ", the keymaster attests " +
-                             value);
+        std::string mismatch = name;
+        mismatch.append(" is ").append(property).append(", the keymaster attests ").append(value);
+        mismatches.push_back(std::move(mismatch));
     }
     return mismatches;
 }

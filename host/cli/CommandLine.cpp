@@ -159,7 +159,7 @@ class CommandLine {
     // CLI11 lists unknown arguments in reverse, and asks for a subcommand even where it was given
     // one that does not exist.
     std::string explain(const CLI::ParseError& error) const {
-        const std::string message = error.what();
+        std::string message = error.what();
         if (chosen().empty()) {
             const std::vector<std::string> rest = app_.remaining();
             return rest.empty() ? "a command is required"

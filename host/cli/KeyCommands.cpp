@@ -261,7 +261,7 @@ struct UnwrapArguments {
     Bytes maskingKey() const {
         if (masking_key.empty()) return Bytes(kMaskingKeyBytes);
         const auto plain = fromHex(masking_key);
-        const Bytes bytes = plain ? *plain : parseBytes("--masking-key", masking_key);
+        Bytes bytes = plain ? *plain : parseBytes("--masking-key", masking_key);
         if (bytes.size() == kMaskingKeyBytes) return bytes;
         throw Failure(Exit::usage, "--masking-key: it has " + std::to_string(bytes.size()) +
                                        " bytes and needs " + std::to_string(kMaskingKeyBytes) +

@@ -131,7 +131,11 @@ void __android_log_assert(const char* /*condition*/, const char* /*tag*/, const 
     char message[1024] = "";
     va_list arguments;
     va_start(arguments, format);
-    if (format != nullptr) vsnprintf(message, sizeof(message), format, arguments);
+    if (format != nullptr) {
+        // The analyzer loses the va_start above when it has seen another file before this one.
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+        vsnprintf(message, sizeof(message), format, arguments);
+    }
     va_end(arguments);
     lumo::cli::endAfterFatalLog(message);
 }

@@ -42,6 +42,7 @@ class Keymaster {
     // `shared_state` holds what all instances of one device share; see SharedHmac.
     Keymaster(const KeymasterOptions& options, DeviceConfig config, State& state,
               State& shared_state, Clock& clock, RandomSource& random);
+    ~Keymaster() = default;
     Keymaster(const Keymaster&) = delete;
     Keymaster& operator=(const Keymaster&) = delete;
 
