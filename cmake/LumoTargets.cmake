@@ -57,6 +57,14 @@ function(lumo_build_quickly name)
     endif()
 endfunction()
 
+# Decoded memory is allocated with array new and released with free, as the interfaces say; both are
+# one heap on the platform. Nothing else is switched off.
+function(lumo_test_environment test)
+    set_tests_properties(${test} PROPERTIES
+        ENVIRONMENT "ASAN_OPTIONS=alloc_dealloc_mismatch=0:detect_leaks=1;UBSAN_OPTIONS=print_stacktrace=1"
+        TIMEOUT 300)
+endfunction()
+
 function(lumo_test name)
     cmake_parse_arguments(arg "" "" "LIBS" ${ARGN})
     lumo_executable(${name} ${arg_UNPARSED_ARGUMENTS})
@@ -68,9 +76,5 @@ function(lumo_test name)
     endif()
     add_test(NAME ${name} COMMAND ${name})
     add_dependencies(all_tests ${name})
-    # Decoded memory is allocated with array new and released with free, as the interfaces say; both
-    # are one heap on the platform. Nothing else is switched off.
-    set_tests_properties(${name} PROPERTIES
-        ENVIRONMENT "ASAN_OPTIONS=alloc_dealloc_mismatch=0:detect_leaks=1;UBSAN_OPTIONS=print_stacktrace=1"
-        TIMEOUT 300)
+    lumo_test_environment(${name})
 endfunction()
