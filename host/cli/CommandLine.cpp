@@ -10,6 +10,7 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Report.h"
+#include "Version.h"
 
 namespace lumo::cli {
 
@@ -84,7 +85,7 @@ class CommandLine {
   public:
     // Knows all commands, or only the one of that name.
     explicit CommandLine(const char* only = nullptr) : app_(kDescription, "lumokm") {
-        app_.set_version_flag("--version", "lumokm 4.1");
+        app_.set_version_flag("--version", "lumokm " LUMO_KEYMASTER_VERSION);
         app_.add_flag("--strongbox", common_.strongbox, "use the StrongBox keymaster");
         app_.add_option("--service", common_.service,
                         "use the registered service of this name: default or strongbox")
