@@ -1,5 +1,5 @@
 // Service objects of another process, for the client as a device binary: in place of
-// host/cli/WorkstationServices.cpp. A StrongBox or 4.1 interface that is not registered is said to
+// host/cli/workstation/. A StrongBox or 4.1 interface that is not registered is said to
 // be missing; nothing is waited for.
 #include "Failure.h"
 #include "ServiceSource.h"
@@ -33,6 +33,10 @@ sp<Device41> openDevice41(SecurityLevel level, bool /*registered*/) {
 
 // What the service met on its way is in the device's log alone.
 void requireWayThere() {}
+
+std::vector<CommandGroup> furtherCommands() {
+    return {};
+}
 
 void describeWayThere(Report& report) {
     report["transport"] = "registered service";

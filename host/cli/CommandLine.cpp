@@ -4,12 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <new>
 
 #include "Command.h"
 #include "Failure.h"
 #include "Report.h"
+#include "ServiceSource.h"
 #include "Version.h"
 
 namespace lumo::cli {
@@ -60,9 +60,11 @@ bool asksForJson(int argc, char** argv) {
                        [](const char* word) { return word == std::string("--json"); });
 }
 
-std::array<CommandGroup, 5> allCommands() {
-    return {deviceCommands(), keyCommands(), operationCommands(), attestationCommands(),
-            sharingCommands()};
+std::vector<CommandGroup> allCommands() {
+    std::vector<CommandGroup> all = {deviceCommands(), keyCommands(), operationCommands(),
+                                     attestationCommands(), sharingCommands()};
+    for (CommandGroup& group : furtherCommands()) all.push_back(std::move(group));
+    return all;
 }
 
 // The one command that is named among the words; none where no word names one, or several do.

@@ -1,8 +1,10 @@
-// Where the client's service objects come from. On a workstation it makes them in this process
-// (WorkstationServices.cpp); on a device another process has registered them.
+// What differs between the client on a workstation (workstation/) and as a device binary: where its
+// service objects come from, made in this process or registered by another, and which commands it
+// has beside those that both have.
 #pragma once
 
 #include "Client.h"
+#include "Command.h"
 #include "Failure.h"
 #include "Report.h"
 
@@ -22,6 +24,9 @@ const char* serviceName(SecurityLevel level);
 // Throws the Failure that the way to the secure application met last, if it is known to have met
 // one. It says more than the error that became of it.
 void requireWayThere();
+
+// Commands of this program alone.
+std::vector<CommandGroup> furtherCommands();
 
 // Adds to a report how the keymaster is reached.
 void describeWayThere(Report& report);
