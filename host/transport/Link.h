@@ -8,8 +8,8 @@
 
 namespace lumo::transport {
 
-// A link notes each failure (see Failures.h) and returns a code for it: none of these functions
-// throws anything but std::bad_alloc.
+// A link notes how each exchange ended (see Failures.h) and returns a code for it: none of these
+// functions throws anything but std::bad_alloc.
 class Link {
   public:
     virtual ~Link() = default;

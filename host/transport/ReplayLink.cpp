@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "Failures.h"
 #include "secureapp/protocol/Commands.h"
 #include "secureapp/protocol/RecordReader.h"
 
@@ -31,7 +32,10 @@ template <typename Work>
 keymaster_error_t ReplayLink::around(Work exchange) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     const keymaster_error_t error = exchange();
-    if (socket_.bootId() != prepared_boot_id_) static_cast<void>(open());
+    if (socket_.bootId() != prepared_boot_id_) {
+        const KeptReason kept;
+        static_cast<void>(open());
+    }
     return error;
 }
 

@@ -40,12 +40,10 @@ keymaster_error_t SimLink::open() {
         app_ = &device_->app(level_);
         return KM_ERROR_OK;
     } catch (const secureapp::StateError& error) {
-        noteFailure(TransportStatus::state, error.what());
-        return KM_ERROR_SECURE_HW_ACCESS_DENIED;
+        return noteFailure(TransportStatus::state, KM_ERROR_SECURE_HW_ACCESS_DENIED, error.what());
     } catch (const secureapp::Refusal& error) {
-        noteFailure(TransportStatus::transport,
-                    std::string("the secure application does not start: ") + error.what());
-        return error.code();
+        return noteFailure(TransportStatus::transport, error.code(),
+                           std::string("the secure application does not start: ") + error.what());
     }
 }
 
@@ -57,7 +55,7 @@ secureapp::ServerFacts SimLink::facts() {
 keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     Reply reply = app_->exchangeCbor(command, request);
-    noteCause(reply.cause, reply.reason);
+    noteAnswer(reply.error, reply.cause, reply.reason);
     response_ = std::move(reply.body);
     response = response_;
     return reply.error;
@@ -66,7 +64,7 @@ keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, Byte
 keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     const Reply reply = app_->exchangeRecord(request, ByteView(response, capacity), capacity);
-    noteCause(reply.cause, reply.reason);
+    noteAnswer(reply.error, reply.cause, reply.reason);
     std::copy(reply.body.begin(), reply.body.end(), response);
     return recordExchangeResult(reply.error, reply.body);
 }

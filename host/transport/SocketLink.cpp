@@ -12,6 +12,8 @@ using namespace secureapp;
 // Making a large RSA key may take long, and other clients come first.
 constexpr std::chrono::minutes kReplyPatience{2};
 
+constexpr keymaster_error_t kNotReached = KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
+
 // The connection is good, but not for the call that was to be made.
 class CallRefused : public ChannelError {
   public:
@@ -26,14 +28,14 @@ keymaster_error_t SocketLink::guarded(Work work) {
     try {
         return work();
     } catch (const CallRefused& error) {
-        noteFailure(TransportStatus::transport, path_ + ": " + error.what());
+        return noteFailure(TransportStatus::transport, kNotReached, path_ + ": " + error.what());
     } catch (const ChannelError& error) {
         channel_.reset();
-        noteFailure(TransportStatus::transport,
-                    std::string(error.what()) +
-                        "; is the daemon running? (lumo-secureapp --listen unix:" + path_ + ")");
+        return noteFailure(TransportStatus::transport, kNotReached,
+                           std::string(error.what()) +
+                               "; is the daemon running? (lumo-secureapp --listen unix:" + path_ +
+                               ")");
     }
-    return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
 }
 
 RequestFrame SocketLink::frame(FrameKind kind) const {
@@ -77,7 +79,7 @@ void SocketLink::send(const RequestFrame& request) {
 ReplyFrame SocketLink::call(const RequestFrame& request) {
     send(request);
     const ReplyFrame reply = readReply(*channel_, kReplyPatience);
-    noteCause(reply.cause, reply.reason);
+    noteAnswer(reply.error, reply.cause, reply.reason);
     return reply;
 }
 

@@ -1,7 +1,5 @@
 #include "lumo/Transport.h"
 
-#include <mutex>
-
 #include "Failures.h"
 #include "Link.h"
 #include "ReplayLink.h"
@@ -13,15 +11,23 @@ namespace lumo {
 namespace transport {
 namespace {
 
-// The one record of the process.
-struct FailureRecord {
-    std::mutex mutex;
-    TransportStatus last;
-};
+ExchangeReason& latest() {
+    static thread_local ExchangeReason reason;
+    return reason;
+}
 
-FailureRecord& failureRecord() {
-    static FailureRecord record;
-    return record;
+ExchangeReason::Cause causeOf(TransportStatus::Kind kind) {
+    switch (kind) {
+        case TransportStatus::ok:
+            return ExchangeReason::none;
+        case TransportStatus::usage:
+            return ExchangeReason::usage;
+        case TransportStatus::transport:
+            return ExchangeReason::transport;
+        case TransportStatus::state:
+            return ExchangeReason::storage;
+    }
+    return ExchangeReason::transport;
 }
 
 // Stands for a transport that could not be understood.
@@ -40,8 +46,8 @@ class RefusedLink : public Link {
 
   private:
     keymaster_error_t refuse() const {
-        noteFailure(TransportStatus::usage, message_);
-        return KM_ERROR_SECURE_HW_COMMUNICATION_FAILED;
+        return noteFailure(TransportStatus::usage, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED,
+                           message_);
     }
 
     std::string message_;
@@ -49,15 +55,23 @@ class RefusedLink : public Link {
 
 }  // namespace
 
-void noteFailure(TransportStatus::Kind kind, const std::string& message) {
-    const std::lock_guard<std::mutex> lock(failureRecord().mutex);
-    failureRecord().last = {kind, message};
+keymaster_error_t noteFailure(TransportStatus::Kind kind, keymaster_error_t code,
+                              std::string message) {
+    latest() = {code, causeOf(kind), std::move(message)};
+    return code;
 }
 
-void noteCause(secureapp::Cause cause, std::string_view reason) {
-    if (cause == secureapp::Cause::kStorage) {
-        noteFailure(TransportStatus::state, std::string(reason));
-    }
+void noteAnswer(keymaster_error_t code, secureapp::Cause cause, std::string_view reason) {
+    ExchangeReason& noted = latest();
+    noted.code = code;
+    noted.cause = code == KM_ERROR_OK                   ? ExchangeReason::none
+                  : cause == secureapp::Cause::kStorage ? ExchangeReason::storage
+                                                        : ExchangeReason::refusal;
+    noted.text = reason;
+}
+
+KeptReason::~KeptReason() {
+    latest() = std::move(kept_);
 }
 
 keymaster_error_t recordExchangeResult(keymaster_error_t error, secureapp::ByteView answer) {
@@ -95,9 +109,24 @@ TransportStatus checkTransport(keymaster_security_level_t level) {
     return TransportCheck(level).status();
 }
 
+const ExchangeReason& lastExchangeReason() {
+    return transport::latest();
+}
+
 TransportStatus lastTransportFailure() {
-    const std::lock_guard<std::mutex> lock(transport::failureRecord().mutex);
-    return transport::failureRecord().last;
+    const ExchangeReason& reason = lastExchangeReason();
+    switch (reason.cause) {
+        case ExchangeReason::none:
+        case ExchangeReason::refusal:
+            break;
+        case ExchangeReason::usage:
+            return {TransportStatus::usage, reason.text};
+        case ExchangeReason::transport:
+            return {TransportStatus::transport, reason.text};
+        case ExchangeReason::storage:
+            return {TransportStatus::state, reason.text};
+    }
+    return {};
 }
 
 }  // namespace lumo

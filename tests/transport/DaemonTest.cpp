@@ -285,6 +285,7 @@ TEST_F(Daemon, ObjectsOutliveRestarts) {
                 if (!told) {
                     EXPECT_EQ(sendCbor(client, kBegin, begin).error,
                               KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+                    EXPECT_THAT(lastTransportFailure().message, HasSubstr("has restarted"));
                 }
                 EXPECT_EQ(sendCbor(client, kBegin, begin).error, KM_ERROR_OK);
             });

@@ -152,6 +152,11 @@ TEST_F(SimTransport, ReportsFaultsBeforeAnyCommand) {
     KeymasterUtils shut(kTee);
     EXPECT_EQ(shut.hsm_init(), KM_ERROR_SECURE_HW_ACCESS_DENIED);
     EXPECT_EQ(lastTransportFailure().kind, TransportStatus::state);
+    EXPECT_EQ(lastExchangeReason().code, KM_ERROR_SECURE_HW_ACCESS_DENIED);
+    useTransport("sim");
+    ::chmod((folder_ / "world.conf").c_str(), 0600);
+    EXPECT_EQ(sendCbor(shut, kSharing, {}).error, KM_ERROR_OK);
+    EXPECT_EQ(lastTransportFailure().kind, TransportStatus::ok);
 }
 
 }  // namespace

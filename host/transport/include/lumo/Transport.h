@@ -51,7 +51,29 @@ class TransportCheck {
 // The same for programs that create no object next.
 TransportStatus checkTransport(keymaster_security_level_t level);
 
-// The most recent failure of a transport of this process; ok when there was none.
+// How an exchange with the secure application ended, with what is said of it beside the protocol.
+struct ExchangeReason {
+    enum Cause {
+        none,       // it succeeded, or there was no exchange yet
+        refusal,    // the secure application refused
+        storage,    // the secure application's storage failed
+        transport,  // the secure application was not reached, or its answer did not come
+        usage,      // LUMO_TRANSPORT cannot be understood
+    };
+    // The command's outcome on both protocols: for a record the status in its answer.
+    keymaster_error_t code = KM_ERROR_OK;
+    Cause cause = none;
+    // One sentence for people, without secrets; empty when there was none to say. That of a refusal
+    // compares values, that of a failure says what to try as well.
+    std::string text;
+};
+
+// That of the calling thread's latest exchange. A link that cannot be opened counts as an exchange;
+// one that is open already does not. Stays as it is until this thread's next exchange.
+const ExchangeReason& lastExchangeReason();
+
+// The failure that the calling thread's latest exchange met; ok when it met none, whatever its
+// command's outcome was.
 TransportStatus lastTransportFailure();
 
 }  // namespace lumo
