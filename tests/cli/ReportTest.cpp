@@ -82,12 +82,15 @@ TEST(NumbersAndDates, AreWhollyReadAndBounded) {
 
     const std::pair<const char*, Value> dates[] = {{"1970-01-02", 86400000},
                                                    {"2000-02-29T23:59:59Z", 951868799000},
+                                                   {"2100-03-01", 4107542400000},
+                                                   {"9999-12-31T23:59:59Z", 253402300799000},
                                                    {"1234567", 1234567},
                                                    {"2001-02-29", {}},
                                                    {"2000-02-29T23:59:59", {}},
                                                    {"1969-12-31", {}},
                                                    {"soon", {}}};
     for (const auto& [text, value] : dates) EXPECT_EQ(parseDate(text), value) << text;
+    EXPECT_EQ(dateText(253402300799999), "9999-12-31T23:59:59.999Z");
     EXPECT_EQ(dateText(UINT64_MAX), "18446744073709551615");
 }
 
