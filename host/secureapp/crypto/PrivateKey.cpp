@@ -145,10 +145,13 @@ Bytes encodePublicKey(EVP_PKEY* key) {
 }
 
 CryptoPtr<EVP_PKEY> makeRsaKey(uint32_t bits, uint64_t exponent) {
+    // As bytes, because a word of libcrypto may have 32 bits.
+    Bytes exponent_bytes;
+    appendBig(exponent_bytes, exponent, sizeof(exponent));
     const CryptoPtr<RSA> rsa(RSA_new());
-    const CryptoPtr<BIGNUM> e(BN_new());
-    requireCrypto(bits <= INT_MAX && rsa != nullptr && e != nullptr &&
-                  BN_set_word(e.get(), exponent) == 1);
+    const CryptoPtr<BIGNUM> e(
+        BN_bin2bn(exponent_bytes.data(), CryptoLength{exponent_bytes}, nullptr));
+    requireCrypto(bits <= INT_MAX && rsa != nullptr && e != nullptr);
     requireCrypto(RSA_generate_key_ex(rsa.get(), static_cast<int>(bits), e.get(), nullptr) == 1);
     CryptoPtr<EVP_PKEY> key(EVP_PKEY_new());
     requireCrypto(key != nullptr && EVP_PKEY_set1_RSA(key.get(), rsa.get()) == 1);
