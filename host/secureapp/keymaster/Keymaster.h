@@ -29,11 +29,6 @@ struct BeginResult {
     ParamSet out_params;  // the nonce, when one was made
 };
 
-struct UpdateResult {
-    uint32_t consumed = 0;
-    Bytes output;
-};
-
 // The boot loader's colours, by the numbers that it sends.
 enum class BootColor : uint32_t { kGreen = 0, kOrange = 1, kYellow = 2, kRed = 3 };
 
@@ -71,7 +66,8 @@ class Keymaster {
     void destroyDeviceIds();
 
     BeginResult begin(uint32_t purpose, ByteView blob, const ParamSet& params);
-    UpdateResult update(uint64_t handle, const ParamSet& params, ByteView input);
+    // Consumes all of `input` and appends the output to `out`.
+    void update(uint64_t handle, const ParamSet& params, ByteView input, Bytes& out);
     Bytes finish(uint64_t handle, const ParamSet& params, ByteView input, ByteView signature);
     void abort(uint64_t handle);
 

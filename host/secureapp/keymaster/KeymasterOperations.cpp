@@ -29,15 +29,12 @@ void Keymaster::checkUse(uint64_t handle, const RunningOperation& running, const
     if (running.controlled) access_.checkUse(running.admission, handle, params, hmac_.key());
 }
 
-UpdateResult Keymaster::update(uint64_t handle, const ParamSet& params, ByteView input) {
+void Keymaster::update(uint64_t handle, const ParamSet& params, ByteView input, Bytes& out) {
     requireConfigured();
     OperationTable::Call call(operations_, handle);
     checkUse(handle, call.running(), params);
-    UpdateResult result;
-    result.output = call.running().operation->update(params, input);
-    result.consumed = static_cast<uint32_t>(input.size());
+    call.running().operation->update(params, input, out);
     call.goOn();
-    return result;
 }
 
 Bytes Keymaster::finish(uint64_t handle, const ParamSet& params, ByteView input,

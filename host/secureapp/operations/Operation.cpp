@@ -51,9 +51,9 @@ class ConfirmedOperation : public Operation {
         token_.add(Bytes(label.begin(), label.end()));
     }
 
-    Bytes update(const ParamSet& params, ByteView input) override {
+    void update(const ParamSet& params, ByteView input, Bytes& out) override {
         token_.add(input);
-        return signer_->update(params, input);
+        signer_->update(params, input, out);
     }
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {

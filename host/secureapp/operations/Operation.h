@@ -13,9 +13,10 @@ class Operation {
   public:
     virtual ~Operation() = default;
 
-    // Consumes all of `input`, buffering what cannot be processed yet. Associated data in `params`
-    // comes before the input. Throws Refusal; the caller then drops the operation.
-    virtual Bytes update(const ParamSet& params, ByteView input) = 0;
+    // Consumes all of `input`, buffering what cannot be processed yet, and appends the output to
+    // `out`, which may be a reply that has begun. Associated data in `params` comes before the
+    // input. Throws Refusal; the caller then drops the operation and `out`.
+    virtual void update(const ParamSet& params, ByteView input, Bytes& out) = 0;
     // `signature` is used only when verifying.
     virtual Bytes finish(const ParamSet& params, ByteView input, ByteView signature) = 0;
 

@@ -176,11 +176,7 @@ class CipherOperation : public Operation {
         out_params_ = out_params;
     }
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        Bytes out;
-        process(input, out);
-        return out;
-    }
+    void update(const ParamSet&, ByteView input, Bytes& out) override { process(input, out); }
 
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         Bytes out;
@@ -222,14 +218,14 @@ class Pkcs7Decryption : public CipherOperation {
   public:
     using CipherOperation::CipherOperation;
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        Bytes out = std::move(held_);
+    void update(const ParamSet&, ByteView input, Bytes& out) override {
+        const size_t start = out.size();
+        append(out, held_);
         process(input, out);
-        const size_t keep = std::min(blockBytes(), out.size());
+        const size_t keep = std::min(blockBytes(), out.size() - start);
         const auto cut = out.end() - static_cast<ptrdiff_t>(keep);
         held_.assign(cut, out.end());
         out.erase(cut, out.end());
-        return out;
     }
 
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {

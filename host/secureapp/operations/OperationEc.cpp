@@ -15,10 +15,7 @@ class EcOperation : public Operation {
     EcOperation(uint32_t purpose, CryptoPtr<EVP_PKEY> key, uint32_t digest)
         : purpose_(purpose), key_(std::move(key)), message_(digest, orderBytes()) {}
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        message_.add(input);
-        return {};
-    }
+    void update(const ParamSet&, ByteView input, Bytes&) override { message_.add(input); }
 
     Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
         message_.add(input);

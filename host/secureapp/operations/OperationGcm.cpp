@@ -14,12 +14,10 @@ class GcmOperation : public Operation {
         out_params_ = out_params;
     }
 
-    Bytes update(const ParamSet& params, ByteView input) override {
+    void update(const ParamSet& params, ByteView input, Bytes& out) override {
         addAssociatedData(params);
         data_seen_ = data_seen_ || !input.empty();
-        Bytes out;
         process(input, out);
-        return out;
     }
 
   protected:
@@ -46,7 +44,8 @@ class GcmEncryption : public GcmOperation {
     using GcmOperation::GcmOperation;
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView) override {
-        Bytes out = update(params, input);
+        Bytes out;
+        update(params, input, out);
         const Bytes tag = stream_.tag(tag_bytes_);
         append(out, tag);
         return out;
@@ -63,7 +62,8 @@ class GcmDecryption : public GcmOperation {
     using GcmOperation::GcmOperation;
 
     Bytes finish(const ParamSet& params, ByteView input, ByteView) override {
-        Bytes out = update(params, input);
+        Bytes out;
+        update(params, input, out);
         if (held_.size() < tag_bytes_) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
         if (!stream_.tagFits(held_)) refuse(KM_ERROR_VERIFICATION_FAILED);
         return out;
@@ -75,7 +75,7 @@ class GcmDecryption : public GcmOperation {
         const size_t ready = total > tag_bytes_ ? total - tag_bytes_ : 0;
         const size_t ready_held = std::min(ready, held_.size());
         const size_t ready_input = ready - ready_held;
-        out.reserve(ready + EVP_MAX_BLOCK_LENGTH);
+        out.reserve(out.size() + ready + EVP_MAX_BLOCK_LENGTH);
         stream_.add(ByteView(held_).sub(0, ready_held), out);
         stream_.add(input.sub(0, ready_input), out);
         held_.erase(held_.begin(), held_.begin() + static_cast<ptrdiff_t>(ready_held));

@@ -35,10 +35,7 @@ class HmacSign : public Operation {
   public:
     HmacSign(HmacStream mac, size_t mac_bytes) : mac_(std::move(mac)), mac_bytes_(mac_bytes) {}
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        mac_.add(input);
-        return {};
-    }
+    void update(const ParamSet&, ByteView input, Bytes&) override { mac_.add(input); }
 
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         mac_.add(input);
@@ -56,10 +53,7 @@ class HmacVerify : public Operation {
   public:
     HmacVerify(HmacStream mac, uint64_t min_bits) : mac_(std::move(mac)), min_bits_(min_bits) {}
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        mac_.add(input);
-        return {};
-    }
+    void update(const ParamSet&, ByteView input, Bytes&) override { mac_.add(input); }
 
     // The length of the signature decides how much of the MAC is compared.
     Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {

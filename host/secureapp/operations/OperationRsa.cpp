@@ -82,17 +82,10 @@ class RsaOperation : public Operation {
         requireCrypto(BN_bn2binpad(n, modulus_.data(), EVP_PKEY_size(key_.get())) >= 0);
     }
 
-    Bytes update(const ParamSet&, ByteView input) override {
-        message_.add(input);
-        // No signature fits a message that is too long, so it does not verify.
-        if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
-            refuse(KM_ERROR_INVALID_INPUT_LENGTH);
-        }
-        return {};
-    }
+    void update(const ParamSet&, ByteView input, Bytes&) override { add(input); }
 
-    Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
-        update(params, input);
+    Bytes finish(const ParamSet&, ByteView input, ByteView signature) override {
+        add(input);
         const Bytes message = message_.finish();
         switch (purpose_) {
             case KM_PURPOSE_SIGN:
@@ -108,6 +101,14 @@ class RsaOperation : public Operation {
     }
 
   private:
+    void add(ByteView input) {
+        message_.add(input);
+        // No signature fits a message that is too long, so it does not verify.
+        if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+        }
+    }
+
     size_t keyBytes() const { return modulus_.size(); }
 
     // The longest message that can be processed; unused where it is hashed.

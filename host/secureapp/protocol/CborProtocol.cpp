@@ -153,10 +153,10 @@ Bytes update(Keymaster& keymaster, ByteView body) {
     const ByteView input = request.at(Label::kInput) ? request.bytes(Label::kInput) : ByteView();
     request.finish();
 
-    const UpdateResult result = keymaster.update(handle, params, input);
-    CborWriter reply(result.output.empty() ? 1 : 2);
-    if (!result.output.empty()) reply.bytes(Label::kOutput, result.output);
-    reply.number(Label::kConsumed, result.consumed);
+    CborWriter reply(2);
+    reply.bytesIfAny(Label::kOutput, input.size(),
+                     [&](Bytes& message) { keymaster.update(handle, params, input, message); });
+    reply.number(Label::kConsumed, input.size());
     return reply.finish();
 }
 

@@ -37,10 +37,14 @@ void CborWriter::appendSigned(uint64_t bits) {
     appendHead(message_, cbor_encode_negint, ~bits);
 }
 
-void CborWriter::appendBytes(ByteView value) {
-    // Reserves room for the next heads too: growing for them would move a long value again.
-    const size_t needed = message_.size() + value.size() + 4 * kMaxHeadBytes;
+// Reserves room for the next heads too: growing for them would move a long value again.
+void CborWriter::reserveFor(size_t bytes) {
+    const size_t needed = message_.size() + bytes + 5 * kMaxHeadBytes;
     if (needed > message_.capacity()) message_.reserve(std::max(needed, 2 * message_.capacity()));
+}
+
+void CborWriter::appendBytes(ByteView value) {
+    reserveFor(value.size());
     appendHead(message_, cbor_encode_bytestring_start, value.size());
     append(message_, value);
 }
@@ -53,6 +57,30 @@ void CborWriter::number(Label label, uint64_t value) {
 void CborWriter::bytes(Label label, ByteView value) {
     appendNumber(static_cast<uint64_t>(label));
     appendBytes(value);
+}
+
+void CborWriter::bytesIfAny(Label label, size_t expected,
+                            const std::function<void(Bytes&)>& append) {
+    const size_t entry = message_.size();
+    reserveFor(expected);
+    appendNumber(static_cast<uint64_t>(label));
+    const size_t head = message_.size();
+    appendHead(message_, cbor_encode_bytestring_start, expected);
+    const size_t value = message_.size();
+    append(message_);
+    const size_t size = message_.size() - value;
+    if (size == expected && size != 0) return;
+    if (size == 0) {
+        message_.resize(entry);
+        --message_.front();  // a map of less than 24 entries has their number in its first byte
+        return;
+    }
+    uint8_t fitting[kMaxHeadBytes];
+    const size_t fitting_size = cbor_encode_bytestring_start(size, fitting, sizeof(fitting));
+    const auto from = message_.begin() + static_cast<ptrdiff_t>(head);
+    message_.erase(from, from + static_cast<ptrdiff_t>(value - head));
+    message_.insert(message_.begin() + static_cast<ptrdiff_t>(head), fitting,
+                    fitting + fitting_size);
 }
 
 void CborWriter::params(const ParamSet& params) {

@@ -1,6 +1,8 @@
 // Writes an answer: one CBOR map, entries in the order of the calls.
 #pragma once
 
+#include <functional>
+
 #include "secureapp/base/Params.h"
 #include "secureapp/protocol/CborReader.h"
 
@@ -15,6 +17,9 @@ class CborWriter {
     void bytes(Label label, ByteView value);
     // Tags are written as positive labels, unlike in requests: the client refuses negative ones.
     void params(const ParamSet& params);
+    // An entry whose value `append` appends to the message itself, usually `expected` bytes. Where
+    // it appends nothing the map has one entry less.
+    void bytesIfAny(Label label, size_t expected, const std::function<void(Bytes&)>& append);
 
     Bytes finish() { return std::move(message_); }
 
@@ -22,6 +27,7 @@ class CborWriter {
     void appendNumber(uint64_t value);
     void appendSigned(uint64_t bits);
     void appendBytes(ByteView value);
+    void reserveFor(size_t bytes);
     void appendParam(const Param& param);
 
     Bytes message_;

@@ -113,15 +113,16 @@ Bytes RecordOperations::update(const RecordCall& call) {
 
     // A failed update ends the operation.
     auto tracked = ec_operations_.extract(handle);
-    const UpdateResult result = keymaster_.update(handle, params, input);
-    if (result.output.size() > place.room) {
+    Bytes output;
+    keymaster_.update(handle, params, input, output);
+    if (output.size() > place.room) {
         keymaster_.abort(handle);
         refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
     }
     ec_operations_.insert(std::move(tracked));
     RecordWriter header(kUpdateReplyWords);
-    header.word(kConsumed, result.consumed);
-    return replyWithOutput(std::move(header), place, result.output, kOutput);
+    header.word(kConsumed, static_cast<uint32_t>(input.size()));
+    return replyWithOutput(std::move(header), place, output, kOutput);
 }
 
 Bytes RecordOperations::finish(const RecordCall& call) {

@@ -1,5 +1,6 @@
 // CBOR requests that differ from the message, byte by byte.
 #include "SecureAppUnderTest.h"
+#include "secureapp/protocol/CborWriter.h"
 
 namespace lumo::test {
 namespace {
@@ -78,6 +79,22 @@ TEST(CborProtocol, AnswersOnlyItsOwnCommands) {
         };
         for (const uint32_t each : test.known) EXPECT_NE(answer(each), KM_ERROR_UNIMPLEMENTED);
         for (const uint32_t each : test.unknown) EXPECT_EQ(answer(each), KM_ERROR_UNIMPLEMENTED);
+    }
+}
+
+// Whatever length was expected of a value, the message is as if it had been known.
+TEST(CborWriter, FitsTheHeadOfAValueWrittenInPlace) {
+    constexpr size_t kSizes[] = {0, 1, 23, 24, 255, 256, 65535, 65536};
+    for (const size_t expected : kSizes) {
+        for (const size_t size : kSizes) {
+            const Bytes value(size, 0x5A);
+            secureapp::CborWriter in_place(2), copied(size == 0 ? 1 : 2);
+            in_place.bytesIfAny(secureapp::Label::kOutput, expected,
+                                [&](Bytes& message) { secureapp::append(message, value); });
+            if (size != 0) copied.bytes(secureapp::Label::kOutput, value);
+            for (auto* each : {&in_place, &copied}) each->number(secureapp::Label::kConsumed, 7);
+            EXPECT_EQ(in_place.finish(), copied.finish()) << size << " for " << expected;
+        }
     }
 }
 
