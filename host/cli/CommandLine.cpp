@@ -8,6 +8,7 @@
 
 #include "Command.h"
 #include "Failure.h"
+#include "HelpText.h"
 #include "Report.h"
 #include "ServiceSource.h"
 #include "Version.h"
@@ -28,11 +29,8 @@ constexpr char kFooter[] =
     "Exit status:\n"
     "  0 ok   2 usage   3 refused by the keymaster   4 transport   5 a check failed\n"
     "  6 state   1 anything else\n\n"
-    "With --json every command prints one JSON object on standard output, failures too:\n"
-    "  {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"message\"}}";
-
-constexpr char kCommandFooter[] =
-    "--strongbox, --service, --json and --verbose go with every command.";
+    "With --json every command prints one JSON object on standard output, failures\n"
+    "too: {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"message\"}}";
 
 // One line for people; with --json an object for scripts as well.
 int report(const Failure& failure, const std::string& command, bool as_json) {
@@ -96,6 +94,7 @@ class CommandLine {
         app_.add_flag("--json", common_.json, "print results as JSON");
         app_.add_flag("-v,--verbose", common_.verbose, "show the library's log");
         app_.require_subcommand(1);
+        app_.formatter(std::make_shared<HelpFormatter>());
         app_.footer(kFooter);
         for (const CommandGroup& group : allCommands()) {
             for (const Command& command : group.commands) {
@@ -149,8 +148,18 @@ class CommandLine {
     void add(const std::string& group, const Command& command) {
         CLI::App* sub = app_.add_subcommand(command.name, command.summary);
         sub->group(group)->fallthrough();
-        sub->footer(std::string(command.notes) + "\n\n" + kCommandFooter);
+        sub->footer(std::string(command.notes) + "\n\nWith every command: " + commonOptions());
         sub->callback([this, action = command.declare(*sub, common_)] { action_ = action; });
+    }
+
+    // The options that stand before or behind any command.
+    std::string commonOptions() const {
+        std::string names;
+        for (const CLI::Option* option : app_.get_options()) {
+            if (option == app_.get_help_ptr() || option->check_lname("version")) continue;
+            names += (names.empty() ? "" : ", ") + option->get_name();
+        }
+        return names + ".";
     }
 
     // Empty where the command line does not get that far.

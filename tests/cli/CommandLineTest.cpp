@@ -118,14 +118,14 @@ INSTANTIATE_TEST_SUITE_P(Usage, Failing, testing::ValuesIn(kUsage));
 INSTANTIATE_TEST_SUITE_P(Refused, Failing, testing::ValuesIn(kRefused));
 INSTANTIATE_TEST_SUITE_P(Other, Failing, testing::ValuesIn(kOther));
 
-TEST(Help, OfEveryCommandHasAnExampleThatNamesIt) {
+TEST(Help, OfEveryCommandFitsATerminalAndHasAnExampleThatNamesIt) {
     Shell().expectOk(
-        "for command in info hardware-info early-boot-ended device-locked add-entropy generate \\\n"
-        "  import import-wrapped characteristics export upgrade delete delete-all destroy-ids \\\n"
-        "  sign verify encrypt decrypt attest hmac-params hmac-agree verify-authorization; do\n"
-        "  echo $command; lumokm --help | grep -q \"^  $command \" || exit\n"
-        "  lumokm $command --help | sed -n '/Example/,$p' | grep -q \"lumokm $command\" || exit\n"
-        "done");
+        "lumokm --help >all; sed -n '/^Environment/q; s/^  \\([a-z][a-z-]*\\) .*/\\1/p' all "
+        ">commands\n"
+        "grep -q -x generate commands && while read -r command; do\n"
+        "  echo $command; lumokm $command --help >help || exit\n"
+        "  sed -n '/^Example/,$p' help | grep -q \"lumokm $command\" || exit\n"
+        "  cat help >>all; done <commands && ! grep -E '.{81}' all");
 }
 
 TEST(Verbose, ShowsTheLogOfTheLibraryBeforeTheFailure) {
