@@ -34,6 +34,8 @@ sp<Device41> openDevice41(SecurityLevel level, bool /*registered*/) {
 // What the service met on its way is in the device's log alone.
 void requireWayThere() {}
 
+void declareWayThere(CLI::App& /*app*/) {}
+
 std::vector<CommandGroup> furtherCommands() {
     return {};
 }

@@ -39,7 +39,7 @@ void conclude(const Common& common, const Report& report, const std::string& sen
     if (common.json) {
         print(report, true);
     } else if (!sentence.empty()) {
-        say(sentence);
+        remark(sentence);
     }
 }
 

@@ -18,6 +18,7 @@ struct Common {
     std::string service;  // the name of a registered one; empty: a new one of this process
     bool json = false;
     bool verbose = false;
+    bool quiet = false;
 
     SecurityLevel level() const {
         return strongbox ? SecurityLevel::STRONGBOX : SecurityLevel::TRUSTED_ENVIRONMENT;

@@ -93,6 +93,9 @@ class CommandLine {
             ->excludes("--strongbox");
         app_.add_flag("--json", common_.json, "print results as JSON");
         app_.add_flag("-v,--verbose", common_.verbose, "show the library's log");
+        app_.add_flag("-q,--quiet", common_.quiet, "say nothing on standard error but what fails")
+            ->excludes("--verbose");
+        declareWayThere(app_);
         app_.require_subcommand(1);
         app_.formatter(std::make_shared<HelpFormatter>());
         app_.footer(kFooter);
@@ -131,6 +134,7 @@ class CommandLine {
             common_.strongbox = common_.service == "strongbox";
             useRegisteredServices();
         }
+        if (common_.quiet) beQuiet();
         routeLog(common_.verbose, [this](const Failure& failure) { reportFailure(failure); });
         try {
             action_();

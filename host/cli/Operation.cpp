@@ -77,6 +77,7 @@ void Operation::process(Input& input, const Sink& sink) {
         pending.erase(pending.begin(), pending.begin() + static_cast<ptrdiff_t>(consumed));
         progress.advance(consumed);
     }
+    progress.finish();
 }
 
 size_t Operation::update(const std::vector<KeyParameter>& parameters, const Bytes& input,

@@ -56,6 +56,8 @@ void appendLines(const Report& report, const std::string& indent, std::string& t
     }
 }
 
+bool quiet = false;
+
 }  // namespace
 
 Report describe(const std::vector<KeyParameter>& parameters) {
@@ -96,6 +98,18 @@ void print(const Report& report, bool as_json) {
 
 void say(const std::string& words) {
     std::cerr << words << '\n';
+}
+
+void remark(const std::string& words) {
+    if (!quiet) say(words);
+}
+
+void beQuiet() {
+    quiet = true;
+}
+
+bool isQuiet() {
+    return quiet;
 }
 
 }  // namespace lumo::cli

@@ -32,4 +32,9 @@ void print(const Report& report, bool as_json);
 // One line on standard error.
 void say(const std::string& words);
 
+// The same for what is no failure; nothing after beQuiet().
+void remark(const std::string& words);
+void beQuiet();
+bool isQuiet();
+
 }  // namespace lumo::cli

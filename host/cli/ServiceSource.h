@@ -25,6 +25,9 @@ const char* serviceName(SecurityLevel level);
 // one. It says more than the error that became of it.
 void requireWayThere();
 
+// Options of this program alone that go with every command and say how the keymaster is reached.
+void declareWayThere(CLI::App& app);
+
 // Commands of this program alone.
 std::vector<CommandGroup> furtherCommands();
 

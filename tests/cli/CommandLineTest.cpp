@@ -75,7 +75,8 @@ constexpr FailureCase kUsage[] = {
     {"lumokm import-wrapped -k ec.key --masking-key 00 -i data -o x", 2, "has 1 bytes and needs"},
     {"lumokm --service other info", 2, "--service"},
     {"LUMO_TRANSPORT=carrier-pigeon lumokm info", 2, "unknown transport 'carrier-pigeon'"},
-    {"LUMO_TRANSPORT=sim:profile=none lumokm info", 2, "unknown profile 'none'"},
+    {"lumokm --transport sim:profile=none info", 2, "unknown profile 'none'"},
+    {"lumokm --transport unix:x --state y info", 2, "the daemon has its own"},
     {"LUMO_PROPERTIES=/dev/null lumokm info", 2, "ro.build.version.security_patch is not in"},
     {"LUMO_PROPERTIES=nowhere lumokm info", 2, "cannot open the property file nowhere"},
 };
@@ -126,6 +127,14 @@ TEST(Help, OfEveryCommandFitsATerminalAndHasAnExampleThatNamesIt) {
         "  echo $command; lumokm $command --help >help || exit\n"
         "  sed -n '/^Example/,$p' help | grep -q \"lumokm $command\" || exit\n"
         "  cat help >>all; done <commands && ! grep -E '.{81}' all");
+}
+
+TEST(GlobalOptions, StandInPlaceOfTheEnvironment) {
+    const Shell& shell = shellWithKeys();
+    EXPECT_EQ(shell.run("lumokm --state ../other sign -k ec.key --digest sha256 -o x").status, 3);
+    shell.expectOk("test -e ../other/world.conf");
+    EXPECT_NE(shell.run("lumokm delete -k data").err, "");
+    EXPECT_EQ(shell.run("lumokm delete -k data --quiet").err, "");
 }
 
 TEST(Verbose, ShowsTheLogOfTheLibraryBeforeTheFailure) {

@@ -26,6 +26,11 @@ const std::vector<std::string> kNeededProperties = {
     "ro.build.version.release",
 };
 
+std::string environmentOr(const char* variable, const char* fallback) {
+    const char* value = getenv(variable);
+    return value == nullptr || *value == '\0' ? fallback : value;
+}
+
 void requireProperties() {
     const PropertyFile& file = loadProperties();
     const std::string advice = "; LUMO_PROPERTIES names another file";
@@ -54,10 +59,28 @@ void require(const TransportStatus& status) {
     if (status.kind != TransportStatus::ok) throw Failure(statusOf(status.kind), status.message);
 }
 
+constexpr char kStateVariable[] = "LUMO_STATE_DIR";
+constexpr char kTransportVariable[] = "LUMO_TRANSPORT";
+
+bool state_was_given = false;
+
+// An option in place of an environment variable, for this process and what it loads.
+CLI::Option* addVariable(CLI::App& app, const char* option, const char* variable,
+                         const std::string& help) {
+    return app.add_option_function<std::string>(
+        option, [variable](const std::string& value) { setenv(variable, value.c_str(), 1); },
+        help + "; in place of " + variable);
+}
+
 // Throws where a service object could not start. What was opened for it stays open while the result
 // lives.
 std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     requireProperties();
+    if (state_was_given && environmentOr(kTransportVariable, "").rfind("unix:", 0) == 0) {
+        throw Failure(Exit::usage,
+                      "--state is that of a secure application in this process; the daemon has its "
+                      "own, see lumo-secureapp --state");
+    }
     auto check = std::make_unique<TransportCheck>(static_cast<keymaster_security_level_t>(level));
     require(check->status());
     return check;
@@ -87,11 +110,6 @@ void registerOnce(SecurityLevel level) {
     }
 }
 
-std::string environmentOr(const char* variable, const char* fallback) {
-    const char* value = getenv(variable);
-    return value == nullptr || *value == '\0' ? fallback : value;
-}
-
 }  // namespace
 
 sp<Device> openDevice(SecurityLevel level, bool registered) {
@@ -114,13 +132,21 @@ sp<Device41> openDevice41(SecurityLevel level, bool registered) {
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }
 
+void declareWayThere(CLI::App& app) {
+    addVariable(app, "--state", kStateVariable, "state directory of the one in this process")
+        ->type_name("DIR")
+        ->each([](const std::string& /*directory*/) { state_was_given = true; });
+    addVariable(app, "--transport", kTransportVariable, "how the secure application is reached")
+        ->type_name("NAME");
+}
+
 void requireWayThere() {
     require(lastTransportFailure());
 }
 
 void describeWayThere(Report& report) {
     report["libraryVersion"] = libraryVersion();
-    report["transport"] = environmentOr("LUMO_TRANSPORT", "sim");
+    report["transport"] = environmentOr(kTransportVariable, "sim");
     report["properties"] = loadProperties().path;
 }
 
