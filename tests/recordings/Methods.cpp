@@ -45,7 +45,7 @@ keymaster_key_blob_t* place(Args& a, Outputs& o) {
 // With an entry array of one, unless the row says `none` or another number of entries.
 keymaster_cert_chain_t* chain(Args& a, Outputs& o) {
     if (a.isNull("chain")) return a.out("chain", o.chain);
-    if (a.has("entries")) o.chain.entry_count = a.is("entries", "none") ? 1 : a.number("entries");
+    if (a.has("entries")) o.chain.entry_count = a.is("entries", "none") ? 1 : static_cast<size_t>(a.number("entries"));
     if (a.is("entries", "none")) o.chain.entries = nullptr;
     return a.out("chain", o.chain);
 }
@@ -70,7 +70,7 @@ int paramsSerialize(KeymasterHalDevice& d, Args& a, Outputs& o) {
     if (a.isNull("builder")) builder.reset();
     const auto* set = a.params("params");
     const int result = d.params_serialize(builder, set->params, static_cast<unsigned>(set->length));
-    if (builder) o.said = showBytes({buffer.begin(), buffer.begin() + builder->get_offset()}, 0);
+    if (builder) o.said = showBytes({buffer.data(), buffer.data() + builder->get_offset()}, 0);
     return result;
 }
 

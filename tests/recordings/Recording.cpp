@@ -20,6 +20,7 @@ constexpr char kLibrary[] = "boringssl";
 #else
 constexpr char kLibrary[] = "openssl";
 #endif
+constexpr const char* kSizes = sizeof(size_t) == sizeof(uint64_t) ? "wide" : "narrow";
 
 struct Variant {
     bool legacy;
@@ -149,9 +150,9 @@ class Run {
         } else if (what == "link") {
             script_.hsm_result = static_cast<keymaster_error_t>(toInt(word.at(1)));
         } else if (what == "no_buffer") {
-            script_.shared_buffers = word.size() > 1 ? parseNumber(word[1]) : 0;
+            script_.shared_buffers = word.size() > 1 ? parseSize(word[1]) : 0;
         } else if (what == "capacity") {
-            script_.cbor_capacity = parseNumber(word.at(1));
+            script_.cbor_capacity = parseSize(word.at(1));
         } else if (what == "versions") {
             script_.keymaster_version = static_cast<uint32_t>(parseNumber(word.at(1)));
             script_.ta_minor_version = static_cast<uint32_t>(parseNumber(word.at(2)));
@@ -168,7 +169,7 @@ class Run {
 
     static Bytes reply(const Lines& word, size_t at) {
         Bytes bytes = parseBytes(word.at(at));
-        if (word.size() > at + 2 && word[at + 1] == "cut") bytes.resize(parseNumber(word[at + 2]));
+        if (word.size() > at + 2 && word[at + 1] == "cut") bytes.resize(parseSize(word[at + 2]));
         return bytes;
     }
 
@@ -428,10 +429,10 @@ class File {
         old_.clear();
         in_row_ = false;
 
-        bool kept = false;  // of another libcrypto: as it was
+        bool kept = false;  // of another host: as it was
         for (const std::string& line : row.lines) {
             const Lines word = words(line);
-            kept = kept || (word[0] == "only" && word.at(1) != kLibrary);
+            kept = kept || (word[0] == "only" && word.at(1) != kLibrary && word.at(1) != kSizes);
         }
         std::map<size_t, Lines> recorded;
         if (kept) {

@@ -32,7 +32,7 @@ void putLittle(Bytes* bytes, size_t at, size_t width, uint64_t value) {
 }
 
 Bytes keyBlob(const std::vector<std::string>& parts) {
-    Bytes blob(parseNumber(parts.at(0)));
+    Bytes blob(parseSize(parts.at(0)));
     const std::vector<std::string> version = split(parts.at(1), '.');
     putLittle(&blob, 0, 4, 0x4B4D4B44);
     putLittle(&blob, 8, 4, parseNumber(version.at(1)));
@@ -57,7 +57,7 @@ Bytes parseTerm(const std::string& term) {
     }
     const size_t star = term.find('*');
     if (star != std::string::npos) {
-        return Bytes(parseNumber(term.substr(star + 1)), fromHex(term.substr(0, star)).at(0));
+        return Bytes(parseSize(term.substr(star + 1)), fromHex(term.substr(0, star)).at(0));
     }
     if (term.size() % 2 != 0 || term.find_first_not_of("0123456789abcdef") != std::string::npos) {
         throw std::invalid_argument("no bytes: " + term);
@@ -68,7 +68,7 @@ Bytes parseTerm(const std::string& term) {
 // Takes "/LENGTH" off the end; `length` stays where there is none.
 std::string withoutLength(const std::string& text, size_t* length) {
     const std::vector<std::string> parts = split(text, '/');
-    if (parts.size() > 1) *length = parseNumber(parts[1]);
+    if (parts.size() > 1) *length = parseSize(parts[1]);
     return parts[0];
 }
 
@@ -117,6 +117,12 @@ uint64_t parseNumber(const std::string& text) {
         first = false;
     }
     return value;
+}
+
+size_t parseSize(const std::string& text) {
+    const uint64_t number = parseNumber(text);
+    if (number > SIZE_MAX) throw std::out_of_range("no size on this host: " + text);
+    return static_cast<size_t>(number);
 }
 
 Bytes parseBytes(const std::string& text) {

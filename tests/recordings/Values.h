@@ -23,6 +23,7 @@ namespace lumo::test {
 std::vector<std::string> split(const std::string& text, char separator);
 // A number in any base that C writes, or a difference of such.
 uint64_t parseNumber(const std::string& text);
+size_t parseSize(const std::string& text);
 Bytes parseBytes(const std::string& text);
 
 // A blob or a parameter set with what it points at.
