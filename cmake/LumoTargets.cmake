@@ -26,6 +26,16 @@ if(LUMO_SANITIZE)
     add_link_options(-fsanitize=${LUMO_SANITIZE})
 endif()
 
+# Programs of another processor. Tests and scripts start programs by their path, so in the place of
+# each stands a script that has the program beside it emulated.
+if(LUMO_EMULATOR)
+    list(JOIN LUMO_EMULATOR " " emulator)
+    file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/emulated @ONLY
+         CONTENT "#!/bin/sh\nexec @emulator@ -0 \"$0\" \"$0.elf\" \"$@\"\n")
+    file(CHMOD ${CMAKE_BINARY_DIR}/emulated
+         PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+endif()
+
 function(lumo_library name)
     add_library(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE lumo_flags)
@@ -34,6 +44,11 @@ endfunction()
 function(lumo_executable name)
     add_executable(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE lumo_flags)
+    if(LUMO_EMULATOR)
+        add_custom_command(TARGET ${name} POST_BUILD VERBATIM
+            COMMAND ${CMAKE_COMMAND} -E rename $<TARGET_FILE:${name}> $<TARGET_FILE:${name}>.elf
+            COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_BINARY_DIR}/emulated $<TARGET_FILE:${name}>)
+    endif()
 endfunction()
 
 function(lumo_tool name)
