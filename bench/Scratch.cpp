@@ -2,6 +2,7 @@
 
 #include <android-base/properties.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -16,10 +17,13 @@ struct Folder {
         path = name;
     }
     ~Folder() {
+        // A child that ends must not take the folder away.
+        if (::getpid() != maker) return;
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);
     }
     std::string path;
+    pid_t maker = ::getpid();
 };
 
 }  // namespace

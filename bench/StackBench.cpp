@@ -1,7 +1,6 @@
 // bench_stack: times of whole calls, from HIDL to the secure application and back: in one process,
 // and with the daemon behind its socket.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <lumo/Transport.h>
 #include <openssl/cipher.h>
 #include <signal.h>
@@ -19,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "Daemon.h"
 #include "Rows.h"
 #include "Scratch.h"
 #include "ServiceCalls.h"
@@ -27,51 +27,6 @@ namespace lumo::bench {
 namespace {
 
 // ---- Other processes ----
-
-class Child {
-  public:
-    explicit Child(pid_t pid) : pid_(pid) { require(pid >= 0, "cannot start a process"); }
-    ~Child() {
-        ::kill(pid_, SIGTERM);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-  private:
-    pid_t pid_;
-};
-
-// The daemon over the state directory `state` of the scratch folder, made when it is missing.
-class Daemon {
-  public:
-    explicit Daemon(const std::string& state) : path_(scratchFolder() + "/" + state) {
-        int ready[2];
-        require(::pipe(ready) == 0, "cannot make a pipe");
-        child_ = std::make_unique<Child>(start(ready));
-        ::close(ready[1]);
-        char byte = 0;
-        require(::read(ready[0], &byte, 1) == 1, "the daemon does not start");
-        ::close(ready[0]);
-    }
-    std::string transport() const { return "unix:" + path_; }
-
-  private:
-    pid_t start(const int ready[2]) const {
-        const std::string listen = transport();
-        const std::string state = path_ + "-state";
-        const std::string fd = std::to_string(ready[1]);
-        const pid_t pid = ::fork();
-        if (pid != 0) return pid;
-        ::close(ready[0]);
-        ::execl(LUMO_BENCH_DAEMON, LUMO_BENCH_DAEMON, "--listen", listen.c_str(), "--state",
-                state.c_str(), "--ready-fd", fd.c_str(), nullptr);
-        ::_exit(127);
-    }
-
-    std::string path_;
-    std::unique_ptr<Child> child_;
-};
 
 void moveAll(ssize_t (*move)(int, uint8_t*, size_t), int fd, uint8_t* bytes, size_t size) {
     for (size_t done = 0; done < size;) {
