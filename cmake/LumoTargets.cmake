@@ -75,9 +75,13 @@ endfunction()
 # Decoded memory is allocated with array new and released with free, as the interfaces say; both are
 # one heap on the platform. Nothing else is switched off.
 function(lumo_test_environment test)
+    set(patience 300)
+    if(LUMO_EMULATOR)
+        set(patience 3000)
+    endif()
     set_tests_properties(${test} PROPERTIES
         ENVIRONMENT "ASAN_OPTIONS=alloc_dealloc_mismatch=0:detect_leaks=1;UBSAN_OPTIONS=print_stacktrace=1"
-        TIMEOUT 300)
+        TIMEOUT ${patience})
 endfunction()
 
 function(lumo_test name)
