@@ -153,7 +153,7 @@ ServerFacts decodeFacts(ByteView body) {
 }
 
 bool bringsKeyMaterial(const RequestFrame& request) {
-    if (request.kind == FrameKind::kHello) return false;
+    if (request.kind == FrameKind::kHello || request.kind == FrameKind::kRehearsal) return false;
     const auto level = static_cast<keymaster_security_level_t>(request.level);
     std::optional<Command> command;
     if (request.kind == FrameKind::kCbor) {

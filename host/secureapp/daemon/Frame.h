@@ -20,9 +20,16 @@ constexpr size_t kMaxCapacity = 1 << 20;
 constexpr size_t kMaxReasonBytes = 4096;
 
 enum class FrameKind : uint32_t {
-    kHello = 1,   // asks for the facts
-    kCbor = 2,    // `command` and `body`
-    kRecord = 3,  // `body`, the answer's `area` and `capacity`
+    kHello = 1,      // asks for the facts
+    kCbor = 2,       // `command` and `body`
+    kRecord = 3,     // `body`, the answer's `area` and `capacity`
+    kRehearsal = 4,  // a Rehearsal as `command`
+};
+
+// What a client may ask of a server that takes faults.
+enum class Rehearsal : uint32_t {
+    kRestart = 1,   // restarts the device, which ends every connection once it is used next
+    kFullDisk = 2,  // this client's next request finds the disk full
 };
 
 // Nothing in a frame is copied: to send, it refers to the sender's bytes; as received, to the

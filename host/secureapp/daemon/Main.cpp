@@ -36,6 +36,7 @@ struct Options {
     bool verbose = false;
     unsigned idle_seconds = kIdlePatience.count();
     bool harden = false;
+    bool faults = false;
     bool print_capabilities = false;
 };
 
@@ -106,6 +107,7 @@ void run(const Options& options, const std::string& path) {
     device.app(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
     Server server(device, path, std::chrono::seconds(options.idle_seconds), log);
+    if (options.faults) server.takeFaults();
     tellReady(options.ready_fd);
     log.line("serves " + device_options.state_directory + " with profile " + options.profile +
              " at unix:" + path);
@@ -169,6 +171,8 @@ int main(int argc, char** argv) {
                      "log clients that come and go, and every refusal with its reason");
     program.add_flag("--harden", options.harden,
                      "let no other process of the user trace the daemon, and leave no core dump");
+    program.add_flag("--faults", options.faults,
+                     "restart, or find the disk full, when a client asks for it (rehearsals)");
     program.add_flag("--print-capabilities", options.print_capabilities,
                      "print limits and profiles as JSON and exit");
     try {

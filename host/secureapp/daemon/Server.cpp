@@ -13,7 +13,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <system_error>
+#include <utility>
 
 #include "secureapp/base/Reply.h"
 #include "secureapp/protocol/RecordReader.h"
@@ -107,7 +109,7 @@ Server::Server(Device& device, const std::string& path, std::chrono::millisecond
       path_(path),
       idle_patience_(idle_patience),
       log_(log),
-      life_(makeBootId()),
+      boot_id_(makeBootId()),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       ended_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!ended_) failSystem("make an event for", path);
@@ -190,7 +192,7 @@ void Server::admit(Channel channel) {
                             "one, or try again later");
         return;
     }
-    Client& client = clients_.emplace_back(std::move(channel), ++last_client_);
+    Client& client = clients_.emplace_back(std::move(channel), ++last_client_, boot_id_);
     try {
         client.thread = std::thread([this, &client] {
             serve(client);
@@ -238,20 +240,60 @@ void Server::removeFinished() {
     });
 }
 
-Reply Server::carryOut(const RequestFrame& request, uint64_t client) {
+Reply Server::rehearse(const RequestFrame& request, Client& client) {
+    const auto rehearsal = static_cast<Rehearsal>(request.command);
+    if (!takes_faults_) {
+        return {KM_ERROR_UNIMPLEMENTED,
+                {},
+                Cause::kRefusal,
+                "this daemon makes no faults on command; start it with --faults"};
+    }
+    if (rehearsal == Rehearsal::kRestart) {
+        log_.line("restarts, as " + nameOf(client.number) + " has asked");
+        boot_id_ = makeBootId();
+        device_.restart();
+    } else if (rehearsal == Rehearsal::kFullDisk) {
+        log_.line(nameOf(client.number) + " has asked for a full disk");
+        client.disk_full = true;
+    } else {
+        return {KM_ERROR_UNIMPLEMENTED, {}, Cause::kRefusal, "there is no such fault"};
+    }
+    return {KM_ERROR_OK, {}, Cause::kNone, {}};
+}
+
+// A connection does not outlive the boot that it was made to.
+Reply Server::answer(const RequestFrame& request, Client& client) {
+    const auto requireSameBoot = [&] {
+        if (client.boot_id != boot_id_) throw ChannelError("the device has restarted");
+    };
+    requireSameBoot();
+    if (request.kind == FrameKind::kRehearsal) return rehearse(request, client);
+    std::optional<FullDisk> full_disk;
+    if (request.kind != FrameKind::kHello && std::exchange(client.disk_full, false)) {
+        full_disk.emplace();
+    }
+    Reply reply = carryOut(request, client);
+    requireSameBoot();
+    return reply;
+}
+
+Reply Server::carryOut(const RequestFrame& request, Client& client) {
     SecureApp& app = device_.app(static_cast<keymaster_security_level_t>(request.level));
     const Profile& profile = device_.profile();
     switch (request.kind) {
         case FrameKind::kHello:
-            return {KM_ERROR_OK,
-                    encodeFacts({profile.legacy, profile.keymaster_version,
-                                 profile.ta_minor_version, profile.hal_minor_version, life_}),
-                    Cause::kNone,
-                    {}};
+            return {
+                KM_ERROR_OK,
+                encodeFacts({profile.legacy, profile.keymaster_version, profile.ta_minor_version,
+                             profile.hal_minor_version, client.boot_id}),
+                Cause::kNone,
+                {}};
         case FrameKind::kCbor:
-            return app.exchangeCbor(request.command, request.body, client);
+            return app.exchangeCbor(request.command, request.body, client.number);
         case FrameKind::kRecord:
-            return app.exchangeRecord(request.body, request.area, request.capacity, client);
+            return app.exchangeRecord(request.body, request.area, request.capacity, client.number);
+        case FrameKind::kRehearsal:
+            break;
     }
     throw ChannelError("what came is no request");
 }
@@ -265,7 +307,7 @@ void Server::serve(Client& client) {
             const RequestFrame request = readRequest(channel, kFramePatience);
             client.idle_since = kBusy;
             if (!isLevel(request.level)) throw ChannelError("there is no such security level");
-            const Reply reply = carryOut(request, client.number);
+            const Reply reply = answer(request, client);
             if (reply.error != KM_ERROR_OK && log_.verbose()) {
                 log_.line(nameOf(client.number) + ": " + describe(request) +
                           " refused: " + std::to_string(reply.error) +

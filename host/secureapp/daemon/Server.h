@@ -31,6 +31,9 @@ class Server {
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
+    // Does what clients ask for as a rehearsal of faults; refused otherwise.
+    void takeFaults() { takes_faults_ = true; }
+
     // Serves until a signal of `signals`, a signalfd, ends it, which it returns; running calls are
     // finished and answered. SIGUSR1 confirms presence instead, the others end.
     int run(int signals);
@@ -39,11 +42,13 @@ class Server {
     using Time = std::chrono::steady_clock::time_point;
 
     struct Client {
-        Client(Channel its_channel, uint64_t its_number)
-            : channel(std::move(its_channel)), number(its_number) {}
+        Client(Channel its_channel, uint64_t its_number, uint64_t its_boot_id)
+            : channel(std::move(its_channel)), number(its_number), boot_id(its_boot_id) {}
 
         Channel channel;
         const uint64_t number;
+        const uint64_t boot_id;  // the boot that it has connected to
+        bool disk_full = false;  // for its next request
         // Since when it has sent nothing; kBusy while a request of it is carried out.
         std::atomic<Time> idle_since{std::chrono::steady_clock::now()};
         std::atomic<bool> done{false};
@@ -61,13 +66,16 @@ class Server {
     bool dropIdle();
     void removeFinished();
     void serve(Client& client);
-    Reply carryOut(const RequestFrame& request, uint64_t client);
+    Reply answer(const RequestFrame& request, Client& client);
+    Reply carryOut(const RequestFrame& request, Client& client);
+    Reply rehearse(const RequestFrame& request, Client& client);
 
     Device& device_;
     const std::string path_;
     const std::chrono::milliseconds idle_patience_;
     const Log& log_;
-    const uint64_t life_;
+    std::atomic<uint64_t> boot_id_;
+    bool takes_faults_ = false;
     FileHandle listener_;
     FileHandle ended_;  // an eventfd, readable once a client's thread has ended
     dev_t socket_device_ = 0;

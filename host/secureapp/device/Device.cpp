@@ -42,6 +42,11 @@ SecureApp& Device::app(keymaster_security_level_t level) {
     return *instances_.emplace(played, std::move(instance)).first->second.app;
 }
 
+void Device::restart() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& [level, instance] : instances_) instance.app->restart();
+}
+
 void Device::endClient(uint64_t client) {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto& [level, instance] : instances_) instance.app->endClient(client);

@@ -31,6 +31,9 @@ class Device {
     // by the first call, which is its boot. Throws StateError. Safe from several threads.
     SecureApp& app(keymaster_security_level_t level);
 
+    // A reboot: both applications lose what a boot does not keep. Safe from several threads.
+    void restart();
+
     // Aborts what the client left open. Safe from several threads.
     void endClient(uint64_t client);
 

@@ -66,7 +66,10 @@ void requirePrivateFile(const FileHandle& file, const std::string& path) {
     requireOwn(status, path, kOthersMask);
 }
 
+thread_local bool disk_is_full = false;
+
 void writeAll(const FileHandle& file, ByteView content, const std::string& path) {
+    if (disk_is_full) failSystem("write", path, ENOSPC);
     while (!content.empty()) {
         const ssize_t written = ::write(file.get(), content.data(), content.size());
         if (written < 0 && errno == EINTR) continue;
@@ -176,6 +179,14 @@ void writePrivateFile(const std::string& path, ByteView content, Crash crash) {
     if (sync && ::fsync(file.get()) != 0) failSystem("write", fresh, errno);
     if (::rename(fresh.c_str(), path.c_str()) != 0) failSystem("replace", path, errno);
     if (sync) syncFolderAt(std::filesystem::path(path).parent_path().string());
+}
+
+FullDisk::FullDisk() {
+    disk_is_full = true;
+}
+
+FullDisk::~FullDisk() {
+    disk_is_full = false;
 }
 
 FileState::FileState(const std::string& directory, const std::string& instance)

@@ -57,4 +57,13 @@ enum class Crash { kKeeps, kMayEmpty };
 // Replaces the file atomically.
 void writePrivateFile(const std::string& path, ByteView content, Crash crash = Crash::kKeeps);
 
+// A rehearsal: while it lives, no file takes a byte that its thread writes, as on a full disk.
+class FullDisk {
+  public:
+    FullDisk();
+    ~FullDisk();
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+};
+
 }  // namespace lumo::secureapp

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include "secureapp/base/Refusal.h"
 #include "secureapp/keys/KeymasterOptions.h"
@@ -42,18 +43,48 @@ Reply replyOf(Work work) {
 }  // namespace
 
 struct SecureApp::Impl {
-    Impl(const Profile& played, keymaster_security_level_t level, const DeviceConfig& config,
-         State& state, State& shared_state, Clock& clock, RandomSource& random)
+    // What lasts from one start to the next.
+    struct Boot {
+        explicit Boot(Impl& impl)
+            : keymaster(optionsFor(impl.profile, impl.level, impl.config), impl.config, impl.state,
+                        impl.shared_state, impl.clock, impl.random),
+              cbor(keymaster, impl.profile),
+              records(keymaster, impl.profile) {}
+
+        Keymaster keymaster;
+        CborProtocol cbor;
+        RecordProtocol records;
+    };
+
+    Impl(const Profile& played, keymaster_security_level_t its_level,
+         const DeviceConfig& its_config, State& its_state, State& its_shared_state,
+         Clock& its_clock, RandomSource& its_random)
         : profile(played),
-          keymaster(optionsFor(played, level, config), config, state, shared_state, clock, random),
-          cbor(keymaster, profile),
-          records(keymaster, profile) {}
+          level(its_level),
+          config(its_config),
+          state(its_state),
+          shared_state(its_shared_state),
+          clock(its_clock),
+          random(its_random) {
+        boot.emplace(*this);
+    }
+
+    // The present boot, to serve `client`. A restart ends it, and the next request begins another.
+    Boot& bootFor(uint64_t client) {
+        if (!boot) boot.emplace(*this);
+        boot->keymaster.serve(client);
+        return *boot;
+    }
 
     std::mutex mutex;
     const Profile profile;
-    Keymaster keymaster;
-    CborProtocol cbor;
-    RecordProtocol records;
+    const keymaster_security_level_t level;
+    const DeviceConfig config;
+    State& state;
+    State& shared_state;
+    Clock& clock;
+    RandomSource& random;
+    std::optional<Boot> boot;
 };
 
 SecureApp::SecureApp(const Profile& profile, keymaster_security_level_t level,
@@ -69,8 +100,7 @@ const Profile& SecureApp::profile() const {
 
 Reply SecureApp::exchangeCbor(uint32_t command, ByteView request, uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->keymaster.serve(client);
-    return replyOf([&] { return impl_->cbor.handle(command, request); });
+    return replyOf([&] { return impl_->bootFor(client).cbor.handle(command, request); });
 }
 
 Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
@@ -80,9 +110,8 @@ Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity
         return reply;
     }
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->keymaster.serve(client);
     reply = replyOf([&] {
-        Bytes answer = impl_->records.handle({request, area, capacity});
+        Bytes answer = impl_->bootFor(client).records.handle({request, area, capacity});
         if (answer.size() > capacity) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
         return answer;
     });
@@ -95,17 +124,23 @@ Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity
 
 void SecureApp::endClient(uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->keymaster.abortAllOf(client);
-    impl_->records.forgetEnded();
+    if (!impl_->boot) return;
+    impl_->boot->keymaster.abortAllOf(client);
+    impl_->boot->records.forgetEnded();
+}
+
+void SecureApp::restart() {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->boot.reset();
 }
 
 void SecureApp::confirmPresence() {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->keymaster.confirmPresence();
+    if (impl_->boot) impl_->boot->keymaster.confirmPresence();
 }
 
 Keymaster& SecureApp::keymaster() {
-    return impl_->keymaster;
+    return impl_->boot->keymaster;
 }
 
 }  // namespace lumo::secureapp

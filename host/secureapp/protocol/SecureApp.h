@@ -32,6 +32,9 @@ class SecureApp {
     // The client has disconnected: aborts the operations that it left open.
     void endClient(uint64_t client);
 
+    // Forgets what a boot does not keep: running operations, what was configured and agreed.
+    void restart();
+
     // The user proves presence, as with a button of the device.
     void confirmPresence();
 
