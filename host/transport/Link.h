@@ -28,6 +28,12 @@ class Link {
     // `response` has `capacity` bytes, labelled by the client; the answer is written there.
     virtual keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                              size_t capacity) = 0;
+
+    // For rehearsals. A link that cannot do it says so and gives a code.
+    // The secure application restarts.
+    virtual keymaster_error_t restart() { return KM_ERROR_UNIMPLEMENTED; }
+    // The secure application finds its disk full during the next exchange.
+    virtual keymaster_error_t fillDisk() { return KM_ERROR_UNIMPLEMENTED; }
 };
 
 // The link that LUMO_TRANSPORT names; where that cannot be understood, one that fails every call.

@@ -87,6 +87,16 @@ void ReplayLink::store(Exchange exchange) {
     start_up_.push_back(std::move(exchange));
 }
 
+keymaster_error_t ReplayLink::restart() {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    return socket_.restart();
+}
+
+keymaster_error_t ReplayLink::fillDisk() {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    return socket_.fillDisk();
+}
+
 ServerFacts ReplayLink::facts() {
     static_cast<void>(open());
     return socket_.facts();

@@ -27,6 +27,8 @@ class ReplayLink : public Link {
                                    secureapp::ByteView& response) override;
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
+    keymaster_error_t restart() override;
+    keymaster_error_t fillDisk() override;
 
   private:
     struct Exchange {

@@ -52,9 +52,27 @@ secureapp::ServerFacts SimLink::facts() {
             profile_.hal_minor_version};
 }
 
+template <typename Exchange>
+Reply SimLink::carryOut(Exchange exchange) {
+    if (!std::exchange(disk_full_, false)) return exchange();
+    const secureapp::FullDisk full;
+    return exchange();
+}
+
+keymaster_error_t SimLink::restart() {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    device_->restart();
+    return KM_ERROR_OK;
+}
+
+keymaster_error_t SimLink::fillDisk() {
+    disk_full_ = true;
+    return KM_ERROR_OK;
+}
+
 keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
-    Reply reply = app_->exchangeCbor(command, request);
+    Reply reply = carryOut([&] { return app_->exchangeCbor(command, request); });
     noteAnswer(reply.error, reply.cause, reply.reason);
     response_ = std::move(reply.body);
     response = response_;
@@ -63,7 +81,8 @@ keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, Byte
 
 keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, size_t capacity) {
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
-    const Reply reply = app_->exchangeRecord(request, ByteView(response, capacity), capacity);
+    const Reply reply = carryOut(
+        [&] { return app_->exchangeRecord(request, ByteView(response, capacity), capacity); });
     noteAnswer(reply.error, reply.cause, reply.reason);
     std::copy(reply.body.begin(), reply.body.end(), response);
     return recordExchangeResult(reply.error, reply.body);

@@ -20,11 +20,18 @@ class SimLink : public Link {
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
 
+    keymaster_error_t restart() override;
+    keymaster_error_t fillDisk() override;
+
   private:
+    template <typename Exchange>
+    secureapp::Reply carryOut(Exchange exchange);
+
     const keymaster_security_level_t level_;
     const secureapp::Profile& profile_;
     std::shared_ptr<secureapp::Device> device_;
     secureapp::SecureApp* app_ = nullptr;
+    bool disk_full_ = false;
     secureapp::Bytes response_;
 };
 

@@ -95,6 +95,20 @@ ServerFacts SocketLink::facts() {
     return facts_;
 }
 
+keymaster_error_t SocketLink::restart() {
+    const keymaster_error_t error = ask(Rehearsal::kRestart);
+    channel_.reset();  // it belongs to the former boot
+    return error;
+}
+
+keymaster_error_t SocketLink::ask(Rehearsal rehearsal) {
+    return guarded([&] {
+        RequestFrame sent = frame(FrameKind::kRehearsal);
+        sent.command = static_cast<uint32_t>(rehearsal);
+        return call(sent).error;
+    });
+}
+
 keymaster_error_t SocketLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
     return guarded([&] {
         RequestFrame sent = frame(FrameKind::kCbor);

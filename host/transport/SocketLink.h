@@ -26,6 +26,9 @@ class SocketLink : public Link {
                                    secureapp::ByteView& response) override;
     keymaster_error_t exchangeRecord(secureapp::ByteView request, uint8_t* response,
                                      size_t capacity) override;
+    // Both are up to the daemon, which has to be started with --faults.
+    keymaster_error_t restart() override;
+    keymaster_error_t fillDisk() override { return ask(secureapp::Rehearsal::kFullDisk); }
 
     // The boot of the secure application that the last connection reached; 0 before the first.
     uint64_t bootId() const { return facts_.boot_id; }
@@ -34,6 +37,7 @@ class SocketLink : public Link {
     void connect();
     void send(const secureapp::RequestFrame& request);
     secureapp::ReplyFrame call(const secureapp::RequestFrame& request);
+    keymaster_error_t ask(secureapp::Rehearsal rehearsal);
     secureapp::RequestFrame frame(secureapp::FrameKind kind) const;
     template <typename Work>
     keymaster_error_t guarded(Work work);

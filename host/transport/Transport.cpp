@@ -1,6 +1,7 @@
 #include "lumo/Transport.h"
 
 #include "Failures.h"
+#include "FaultLink.h"
 #include "Link.h"
 #include "ReplayLink.h"
 #include "SimLink.h"
@@ -78,14 +79,24 @@ keymaster_error_t recordExchangeResult(keymaster_error_t error, secureapp::ByteV
     return answer.empty() ? error : KM_ERROR_OK;
 }
 
+namespace {
+
+std::unique_ptr<Link> makeBaseLink(keymaster_security_level_t level, const TransportName& name) {
+    if (name.kind == TransportName::Kind::kSim) {
+        return std::make_unique<SimLink>(level, *name.profile);
+    }
+    if (name.replay) return std::make_unique<ReplayLink>(level, name.path);
+    return std::make_unique<SocketLink>(level, name.path, SocketLink::AfterRestart::kSend);
+}
+
+}  // namespace
+
 std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
     try {
         const TransportName name = chosenTransport();
-        if (name.kind == TransportName::Kind::kUnix) {
-            if (name.replay) return std::make_unique<ReplayLink>(level, name.path);
-            return std::make_unique<SocketLink>(level, name.path, SocketLink::AfterRestart::kSend);
-        }
-        return std::make_unique<SimLink>(level, *name.profile);
+        std::unique_ptr<Link> link = makeBaseLink(level, name);
+        if (name.faults.empty()) return link;
+        return std::make_unique<FaultLink>(std::move(link), FaultPlan(name.faults, name.seed));
     } catch (const UsageError& error) {
         return std::make_unique<RefusedLink>(error.what());
     }

@@ -3,7 +3,9 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "FaultPlan.h"
 #include "secureapp/protocol/Profile.h"
 
 namespace lumo::transport {
@@ -15,6 +17,8 @@ struct TransportName {
     const secureapp::Profile* profile = nullptr;  // kSim
     std::string path;                             // kUnix
     bool replay = true;                           // kUnix: see ReplayLink.h
+    std::vector<FaultRule> faults;                // in their order
+    uint64_t seed = 1;                            // of what the faults leave to chance
 };
 
 class UsageError : public std::runtime_error {

@@ -309,9 +309,18 @@ TEST_F(Daemon, RecordsAreReplayedToo) {
                                   KM_TAG_OS_PATCHLEVEL, 202012, 0}),
               KM_ERROR_OK);
     EXPECT_EQ(daemon->end(SIGTERM), 0);
-    daemon = start({"--profile", "legacy-3"});
+    daemon = start({"--profile", "legacy-3", "--faults"});
     EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
     EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_OK);
+    // Every object of the daemon meets a restart on command, as one of the daemon itself.
+    useTransport("unix:" + socket_ + ",fault=restart@getDateSupport#2,fault=full@0x20b");
+    KeymasterUtils other(kTee);
+    EXPECT_EQ(sendRecord(other, {kDateSupport, 0, 0}), KM_ERROR_INVALID_TAG);
+    EXPECT_EQ(sendRecord(other, {kDateSupport, 0, 0}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+    EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+    EXPECT_EQ(sendRecord(client, {kDeleteAllRecord}), KM_ERROR_OK);
+    EXPECT_EQ(sendRecord(other, {0x20B, 0}), KM_ERROR_SECURE_HW_ACCESS_DENIED);
+    EXPECT_EQ(sendRecord(client, {0x20B, 0}), KM_ERROR_OK);
 }
 
 TEST_F(Daemon, FullOneSaysSoAndDropsTheIdle) {

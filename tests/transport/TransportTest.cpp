@@ -5,6 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "Client.h"
 #include "Folder.h"
 #include "TransportName.h"
@@ -41,7 +43,15 @@ TEST(TransportName, MeansOneThingOrIsRefused) {
         {"sim:legacy-4", nullptr, "profile=NAME"},
         {"sim:profil=cbor", nullptr, "not 'profil=cbor'"},
         {"sim:profile=legacy-5", nullptr, "known are cbor, legacy-4, legacy-3, legacy-3-encoding"},
-        {"sim:profile=cbor,profile=cbor", nullptr, "unknown profile"},
+        {"sim:profile=cbor,profile=cbor", nullptr, "'profile' is given twice"},
+        {"sim:fault=late:5@any#1/3,profile=legacy-4,fault=full@0x10f#2-,seed=7", "legacy-4", ""},
+        {"unix:/run/x,fault=error@open", "/run/x", ""},
+        {"sim:fault=slow@begin", nullptr, "no fault is called 'slow'; known are error"},
+        {"sim:fault=late@start", nullptr, "no command is called 'start'; known are open"},
+        {"sim:fault=error:1@begin", nullptr, "from -1000 to -1, not '1'"},
+        {"sim:fault=short@open", nullptr, "open meets only"},
+        {"sim:fault=late@begin#3-2", nullptr, "'#3-2' counts no calls"},
+        {"sim:seed=x", nullptr, "seed takes a whole number"},
         {"unix", nullptr, "path"},
         {"unix:", nullptr, "path"},
         {"unix:,replay=no", nullptr, "path"},
@@ -127,6 +137,39 @@ TEST_F(SimTransport, SharedRegionBoundsEveryRecord) {
     EXPECT_EQ(transport.km_memscpy(copy, 2, "abc", 3), 2U);
     EXPECT_EQ(transport.km_memscpy(copy + 2, 2, "c", 1), 1U);
     EXPECT_EQ(Bytes(copy, copy + 4), (Bytes{'a', 'b', 'c', 9}));
+}
+
+TEST_F(SimTransport, MakesFaultsOnCommand) {
+    struct {
+        const char* faults;
+        std::array<int32_t, 5> results;  // configure, generate twice, sharing, date support
+        int longer;                      // the first generated key than the second
+    } const rows[] = {
+        {"fault=error:-28@generateKey#2,fault=error@0x215", {0, 0, -28, 0, -49}, 0},
+        {"fault=lost@any#1-2", {-49, -49, 0, 0, 0}, 0},
+        {"fault=restart@generateKey#1", {0, -49, -64, 0, 0}, 0},
+        {"fault=full@generateKey#1", {0, -45, 0, 0, 0}, 0},
+        {"fault=short:3@generateKey#1", {0, 0, 0, 0, 0}, -3},
+        {"fault=long@generateKey#1,fault=garbled@any", {0, 0, 0, 0, 0x20000000}, 16},
+        {"fault=late:1@any,fault=short@getDateSupport", {0, 0, 0, 0, 0}, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.faults);
+        const Folder state;
+        ::setenv("LUMO_STATE_DIR", state.path().c_str(), 1);
+        useTransport(std::string("sim:seed=5,") + row.faults);
+        KeymasterUtils object(kTee);
+        const int32_t configured = sendCbor(object, kConfigure, kVersions).error;
+        const CborAnswer first = sendCbor(object, kGenerate, kHmacKey);
+        const CborAnswer second = sendCbor(object, kGenerate, kHmacKey);
+        const int32_t shared = sendCbor(object, kSharing, {}).error;
+        const int32_t dates = sendRecord(object, {kDateSupport, 0, 0});
+        EXPECT_EQ(row.results, (std::array{configured, int32_t{first.error}, int32_t{second.error},
+                                           shared, dates}));
+        if (first.error != 0 || second.error != 0) continue;
+        EXPECT_EQ(static_cast<int>(first.body.size()) - static_cast<int>(second.body.size()),
+                  row.longer);
+    }
 }
 
 TEST_F(SimTransport, ReportsFaultsBeforeAnyCommand) {

@@ -8,6 +8,8 @@
 //                        gets one KM_ERROR_SECURE_HW_COMMUNICATION_FAILED; then it works again
 //   unix:PATH,replay=no  the same, but nothing is said to a restarted daemon that the object does
 //                        not say itself: it must be configured anew
+// Behind each of them, after a colon or a comma, faults on command, as often as wanted:
+//   fault=KIND[:NUMBER]@COMMAND[#WHICH]  and  seed=N  for what they leave to chance
 // Anything else is refused; there is never a fallback from one to another.
 #pragma once
 
