@@ -34,13 +34,17 @@ sp<Device41> openDevice41(SecurityLevel level, bool /*registered*/) {
 // What the service met on its way is in the device's log alone.
 void requireWayThere() {}
 
+std::string reasonOfLatestCall() {
+    return "";
+}
+
 void declareWayThere(CLI::App& /*app*/) {}
 
 std::vector<CommandGroup> furtherCommands() {
     return {};
 }
 
-void describeWayThere(Report& report) {
+void describeWayThere(Report& report, SecurityLevel /*level*/) {
     report["transport"] = "registered service";
 }
 

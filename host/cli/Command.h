@@ -85,6 +85,9 @@ void requireSeparateReport(const Common& common, const std::string& output_path)
 // Throws Failure where binary data would be written to a terminal.
 void requireNoTerminal(const std::string& output_path);
 
+// Level, name and author, as the keymaster tells them.
+Report hardwareInfo(Device& device);
+
 // The first parameters followed by the second.
 std::vector<KeyParameter> joined(std::vector<KeyParameter> first,
                                  const std::vector<KeyParameter>& second);

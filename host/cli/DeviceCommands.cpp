@@ -10,14 +10,12 @@
 
 namespace lumo::cli {
 
-namespace {
-
 // getHardwareInfo has no error to report; a device of another level would not call back at all.
-Report hardwareInfo(const sp<Device>& device) {
+Report hardwareInfo(Device& device) {
     Report report = Report::object();
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     require("read the hardware's description",
-            device->getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
+            device.getHardwareInfo([&](SecurityLevel level, const auto& name, const auto& author) {
                 error = ErrorCode::OK;
                 report["securityLevel"] = toString(level);
                 report["keymasterName"] = std::string(name);
@@ -27,11 +25,13 @@ Report hardwareInfo(const sp<Device>& device) {
     return report;
 }
 
+namespace {
+
 Action declareInfo(CLI::App& /*app*/, const Common& common) {
     return [&common] {
         const sp<Device> device = connect(common.level());
-        Report report = hardwareInfo(device);
-        describeWayThere(report);
+        Report report = hardwareInfo(*device);
+        describeWayThere(report, common.level());
         for (const char* name : {"ro.build.version.release", "ro.build.version.security_patch",
                                  "ro.vendor.build.security_patch"}) {
             report[name] = ::android::base::GetProperty(name, "");
@@ -46,7 +46,7 @@ Action declareInfo(CLI::App& /*app*/, const Common& common) {
 }
 
 Action declareHardwareInfo(CLI::App& /*app*/, const Common& common) {
-    return [&common] { print(hardwareInfo(connect41(common.level())), common.json); };
+    return [&common] { print(hardwareInfo(*connect41(common.level())), common.json); };
 }
 
 Action declareEarlyBootEnded(CLI::App& /*app*/, const Common& common) {

@@ -7,6 +7,7 @@
 #include "SimLink.h"
 #include "SocketLink.h"
 #include "TransportName.h"
+#include "secureapp/device/FileState.h"
 
 namespace lumo {
 namespace transport {
@@ -115,6 +116,16 @@ TransportCheck::TransportCheck(keymaster_security_level_t level)
 }
 
 TransportCheck::~TransportCheck() = default;
+
+TransportFacts TransportCheck::facts() const {
+    const secureapp::ServerFacts known = opened_->link->facts();
+    TransportFacts facts = {known.legacy, known.keymaster_version, known.ta_minor_version,
+                            known.hal_minor_version, ""};
+    if (transport::chosenTransport().kind == transport::TransportName::Kind::kSim) {
+        facts.state_directory = secureapp::defaultStateDirectory();
+    }
+    return facts;
+}
 
 TransportStatus checkTransport(keymaster_security_level_t level) {
     return TransportCheck(level).status();

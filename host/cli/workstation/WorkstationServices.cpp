@@ -132,6 +132,10 @@ sp<Device41> openDevice41(SecurityLevel level, bool registered) {
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }
 
+std::string reasonOfLatestCall() {
+    return lastExchangeReason().text;
+}
+
 void declareWayThere(CLI::App& app) {
     addVariable(app, "--state", kStateVariable, "state directory of the one in this process")
         ->type_name("DIR")
@@ -144,9 +148,15 @@ void requireWayThere() {
     require(lastTransportFailure());
 }
 
-void describeWayThere(Report& report) {
+void describeWayThere(Report& report, SecurityLevel level) {
     report["libraryVersion"] = libraryVersion();
     report["transport"] = environmentOr(kTransportVariable, "sim");
+    const TransportFacts facts = requireService(level)->facts();
+    report["protocol"] = {{"encoding", facts.records ? "records" : "CBOR"},
+                          {"keymasterVersion", facts.keymaster_version},
+                          {"taMinorVersion", facts.ta_minor_version},
+                          {"halMinorVersion", facts.hal_minor_version}};
+    if (!facts.state_directory.empty()) report["stateDirectory"] = facts.state_directory;
     report["properties"] = loadProperties().path;
 }
 

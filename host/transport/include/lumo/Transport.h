@@ -31,6 +31,16 @@ struct TransportStatus {
     std::string message;  // one line: what failed and what to try; empty when ok
 };
 
+// What is known of a secure application that was reached.
+struct TransportFacts {
+    bool records = false;  // it takes fixed-layout records; else CBOR
+    uint32_t keymaster_version = 0;
+    uint32_t ta_minor_version = 0;
+    uint32_t hal_minor_version = 0;
+    // Where one in this process keeps its secrets; empty for any other.
+    std::string state_directory;
+};
+
 // Opens what LUMO_TRANSPORT names, without a command that changes anything. For programs that want
 // to end politely before they create a service object, whose start cannot fail any other way than
 // by ending the process. A secure application in this process that an object is to use as well is
@@ -43,6 +53,8 @@ class TransportCheck {
     TransportCheck& operator=(const TransportCheck&) = delete;
 
     const TransportStatus& status() const { return status_; }
+    // Only where the status is ok.
+    TransportFacts facts() const;
 
   private:
     struct Opened;
