@@ -47,6 +47,7 @@ CommandGroup keyCommands();
 CommandGroup operationCommands();
 CommandGroup attestationCommands();
 CommandGroup sharingCommands();
+CommandGroup doctorCommands();
 
 // A key file with the application id and data that the key is bound to.
 class KeyArguments {

@@ -59,8 +59,9 @@ bool asksForJson(int argc, char** argv) {
 }
 
 std::vector<CommandGroup> allCommands() {
-    std::vector<CommandGroup> all = {deviceCommands(), keyCommands(), operationCommands(),
-                                     attestationCommands(), sharingCommands()};
+    std::vector<CommandGroup> all = {
+        deviceCommands(),  keyCommands(),          operationCommands(), attestationCommands(),
+        sharingCommands(), doctorCommands()};
     for (CommandGroup& group : furtherCommands()) all.push_back(std::move(group));
     return all;
 }
@@ -139,6 +140,8 @@ class CommandLine {
         try {
             action_();
             return static_cast<int>(Exit::ok);
+        } catch (const ReportedFailure& failure) {
+            return static_cast<int>(failure.status);
         } catch (const Failure& failure) {
             return reportFailure(failure);
         } catch (const std::bad_alloc&) {

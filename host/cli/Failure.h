@@ -39,6 +39,13 @@ class Failure : public std::runtime_error {
     std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code_;
 };
 
+// The end of a command that failed and has told how itself.
+struct ReportedFailure {
+    explicit ReportedFailure(Exit its_status) : status(its_status) {}
+
+    Exit status;
+};
+
 // The status as scripts see it by name: "refused", "usage".
 const char* nameOf(Exit status);
 

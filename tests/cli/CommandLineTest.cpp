@@ -157,6 +157,22 @@ TEST(Json, IsPrintedByCommandsAndFailures) {
               "{\"accepted\":true,\"final\":null}");
 }
 
+TEST(Doctor, FindsNothingOnAnyProfileAndSaysWhatFails) {
+    const Shell shell;
+    shell.expectOk(
+        "for profile in cbor legacy-4 legacy-3 legacy-3-encoding; do\n"
+        "  for level in --strongbox ''; do\n"
+        "    lumokm doctor --transport sim:profile=$profile $level >out || { cat out; exit 1; }\n"
+        "    grep -q '^4[0-9] passed, 0 failed, 4 not tried' out || exit\n"
+        "  done; done\n"
+        "echo rollback_resistance = yes >>$LUMO_STATE_DIR/world.conf\n"
+        "mkdir $LUMO_STATE_DIR/default/rollback-registry");
+    const Outcome broken = shell.run("lumokm doctor");
+    EXPECT_EQ(broken.status, 5) << broken.out << broken.err;
+    EXPECT_NE(broken.out.find("FAIL  deleteKey"), std::string::npos) << broken.out;
+    EXPECT_EQ(shell.run("lumokm doctor --json | grep -c rollback-registry").out, "1\n");
+}
+
 TEST(RollbackResistance, IsNotGivenToAKeyThatCouldNotBeStored) {
     const Shell shell;
     shell.expectOk(
