@@ -43,7 +43,6 @@ struct Arguments {
 };
 
 void requireChallenge(const Bytes& challenge) {
-    constexpr size_t kMaxChallengeBytes = 128;
     if (challenge.size() <= kMaxChallengeBytes) return;
     throw Failure(Exit::usage, "--challenge: it has " + std::to_string(challenge.size()) +
                                    " bytes; a challenge has at most " +

@@ -47,6 +47,7 @@ CommandGroup keyCommands();
 CommandGroup operationCommands();
 CommandGroup attestationCommands();
 CommandGroup sharingCommands();
+CommandGroup capabilitiesCommands();
 CommandGroup doctorCommands();
 
 // A key file with the application id and data that the key is bound to.
@@ -88,6 +89,9 @@ void requireNoTerminal(const std::string& output_path);
 
 // Level, name and author, as the keymaster tells them.
 Report hardwareInfo(Device& device);
+
+// The most that attestKey takes.
+constexpr size_t kMaxChallengeBytes = 128;
 
 // The first parameters followed by the second.
 std::vector<KeyParameter> joined(std::vector<KeyParameter> first,

@@ -61,7 +61,7 @@ bool asksForJson(int argc, char** argv) {
 std::vector<CommandGroup> allCommands() {
     std::vector<CommandGroup> all = {
         deviceCommands(),  keyCommands(),          operationCommands(), attestationCommands(),
-        sharingCommands(), doctorCommands()};
+        sharingCommands(), capabilitiesCommands(), doctorCommands()};
     for (CommandGroup& group : furtherCommands()) all.push_back(std::move(group));
     return all;
 }

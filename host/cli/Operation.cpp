@@ -10,9 +10,6 @@ namespace lumo::cli {
 
 namespace {
 
-// Parameters travel in a part of the request that is smaller than the one for data.
-constexpr size_t kMaxAssociatedDataBytes = 4096;
-
 std::string verbOf(km::V4_0::KeyPurpose purpose) {
     switch (purpose) {
         case km::V4_0::KeyPurpose::ENCRYPT:

@@ -27,6 +27,8 @@ class Operation {
   public:
     // Largest input of one update.
     static constexpr size_t kMaxUpdateBytes = 16384;
+    // Parameters travel in a part of the request that is smaller than the one for data.
+    static constexpr size_t kMaxAssociatedDataBytes = 4096;
 
     Operation(sp<Device> device, OperationRequest request);
     ~Operation();
