@@ -7,14 +7,14 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "secureapp/base/Environment.h"
 #include "secureapp/daemon/Frame.h"
-#include "secureapp/daemon/Server.h"
+#include "secureapp/daemon/Notify.h"
+#include "secureapp/daemon/Options.h"
 
 namespace {
 
@@ -25,20 +25,6 @@ enum ExitStatus : int { kOk = 0, kOther = 1, kUsage = 2, kTransport = 4, kState 
 
 constexpr char kSocketPrefix[] = "unix:";
 constexpr char kDaemonLock[] = "daemon.lock";
-
-struct Options {
-    std::string listen;
-    std::string state;
-    std::string profile = "cbor";
-    bool test_keys = false;
-    int ready_fd = -1;
-    std::string log;
-    bool verbose = false;
-    unsigned idle_seconds = kIdlePatience.count();
-    bool harden = false;
-    bool faults = false;
-    bool print_capabilities = false;
-};
 
 void printCapabilities() {
     const nlohmann::ordered_json capabilities = {
@@ -109,9 +95,11 @@ void run(const Options& options, const std::string& path) {
     Server server(device, path, std::chrono::seconds(options.idle_seconds), log);
     if (options.faults) server.takeFaults();
     tellReady(options.ready_fd);
+    notifyManager("READY=1", log);
     log.line("serves " + device_options.state_directory + " with profile " + options.profile +
              " at unix:" + path);
     const int signal = server.run(signals.get());
+    notifyManager("STOPPING=1", log);
     log.line(std::string("ends after ") + ::strsignal(signal));
 }
 
@@ -150,31 +138,8 @@ int start(const Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App program("The software secure keymaster application, for several clients.",
-                     "lumo-secureapp");
-    program.add_option("--listen", options.listen, "where clients connect: unix:PATH");
-    program.add_option("--state", options.state,
-                       "state directory (else LUMO_STATE_DIR, else the user's state home)");
-    program.add_option("--profile", options.profile,
-                       "which secure application to play (default cbor)");
-    program.add_flag("--test-keys", options.test_keys,
-                     "attest with the fixed, published test keys");
-    program.add_option(
-        "--ready-fd", options.ready_fd,
-        "file descriptor that gets \"ready\" and is closed once clients can connect");
-    program.add_option("--idle", options.idle_seconds,
-                       "seconds without a request after which a client is dropped when the daemon "
-                       "is full and another one comes (default 60)");
-    program.add_option("--log", options.log,
-                       "write the log behind this file's content (default: to standard error)");
-    program.add_flag("-v,--verbose", options.verbose,
-                     "log clients that come and go, and every refusal with its reason");
-    program.add_flag("--harden", options.harden,
-                     "let no other process of the user trace the daemon, and leave no core dump");
-    program.add_flag("--faults", options.faults,
-                     "restart, or find the disk full, when a client asks for it (rehearsals)");
-    program.add_flag("--print-capabilities", options.print_capabilities,
-                     "print limits and profiles as JSON and exit");
+    CLI::App program;
+    declareOptions(program, options);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

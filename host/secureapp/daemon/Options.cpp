@@ -1,0 +1,60 @@
+#include "secureapp/daemon/Options.h"
+
+namespace lumo::secureapp {
+
+namespace {
+
+constexpr char kFooter[] =
+    "SIGTERM and SIGINT end the daemon after the command at hand; SIGUSR1 presses\n"
+    "the button of world.conf's user_presence.\n\n"
+    "Started by systemd it tells when it is ready and when it ends (NOTIFY_SOCKET).\n\n"
+    "Example:\n"
+    "  lumo-secureapp --listen unix:/run/user/1000/lumo.sock --harden\n\n"
+    "Exit status:\n"
+    "  0 ended by a signal   2 usage   4 cannot listen   6 state   1 anything else";
+
+}  // namespace
+
+void declareOptions(CLI::App& program, Options& options) {
+    program.name("lumo-secureapp");
+    program.description("The software secure keymaster application, for several clients.");
+    program.footer(kFooter);
+    program.add_option("--listen", options.listen, "where clients connect")->type_name("unix:PATH");
+    program
+        .add_option("--state", options.state,
+                    "state directory (else LUMO_STATE_DIR, else\n"
+                    "that of the user)")
+        ->type_name("DIR");
+    program.add_option("--profile", options.profile, "which one to play (default cbor)")
+        ->type_name("NAME");
+    program.add_flag("--test-keys", options.test_keys,
+                     "attest with the fixed, published test keys");
+    program
+        .add_option("--ready-fd", options.ready_fd,
+                    "gets \"ready\" and is closed once clients can\n"
+                    "connect")
+        ->type_name("FD");
+    program
+        .add_option("--idle", options.idle_seconds,
+                    "how long an idle client keeps its place when all\n"
+                    "are taken and another one comes (default 60)")
+        ->type_name("SECONDS");
+    program
+        .add_option("--log", options.log,
+                    "append the log to this file (default: to\n"
+                    "standard error)")
+        ->type_name("FILE");
+    program.add_flag("-v,--verbose", options.verbose,
+                     "log clients that come and go, and every refusal\n"
+                     "with its reason");
+    program.add_flag("--harden", options.harden,
+                     "let no other process of the user trace the\n"
+                     "daemon, and leave no core dump");
+    program.add_flag("--faults", options.faults,
+                     "restart, or find the disk full, when a client\n"
+                     "asks for it (rehearsals)");
+    program.add_flag("--print-capabilities", options.print_capabilities,
+                     "print limits and profiles as JSON and exit");
+}
+
+}  // namespace lumo::secureapp
