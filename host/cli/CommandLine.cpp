@@ -107,6 +107,8 @@ class CommandLine {
         }
     }
 
+    const CLI::App& app() const { return app_; }
+
     // Whether the words can be carried out as they are: help is not wanted and nothing is wrong.
     bool accepts(int argc, char** argv) {
         try {
@@ -204,6 +206,10 @@ class CommandLine {
 };
 
 }  // namespace
+
+void visitCommandLine(const std::function<void(const CLI::App& app)>& visit) {
+    visit(CommandLine().app());
+}
 
 int run(int argc, char** argv) {
     // Declaring every command takes longer than carrying most of them out. Help and mistakes are

@@ -33,12 +33,13 @@ std::vector<std::string> argumentsOf(const std::string& command) {
 
 // Fills lines with words. `text` is what stands there already; `end` closes a line that goes on.
 std::string fill(const std::string& text, const std::vector<std::string>& words,
-                 const std::string& indent, const std::string& end = "") {
+                 const std::string& indent, size_t columns = kHelpColumns,
+                 const std::string& end = "") {
     std::string filled = text;
     size_t column = text.size();
     bool first = true;
     for (const std::string& word : words) {
-        if (!first && column + 1 + word.size() + end.size() > kHelpColumns) {
+        if (!first && column + 1 + word.size() + end.size() > columns) {
             filled += end + "\n" + indent;
             column = indent.size();
             first = true;
@@ -118,11 +119,11 @@ std::string usageOf(const CLI::App& app) {
     return usage;
 }
 
-std::string inColumns(const std::string& notes) {
+std::string inColumns(const std::string& notes, size_t columns) {
     std::string text;
     std::string paragraph;
     const auto end_paragraph = [&] {
-        if (!paragraph.empty()) text += fill("", wordsOf(paragraph), "") + "\n";
+        if (!paragraph.empty()) text += fill("", wordsOf(paragraph), "", columns) + "\n";
         paragraph.clear();
     };
     std::istringstream in(notes);
@@ -134,9 +135,9 @@ std::string inColumns(const std::string& notes) {
             continue;
         }
         end_paragraph();
-        text += line.size() <= kHelpColumns
+        text += line.size() <= columns
                     ? line
-                    : fill(indent, argumentsOf(line), kContinuedIndent, kContinuation);
+                    : fill(indent, argumentsOf(line), kContinuedIndent, columns, kContinuation);
         text += "\n";
     }
     end_paragraph();

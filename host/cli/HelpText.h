@@ -18,9 +18,9 @@ std::string syntaxOf(const CLI::Option& option);
 std::string meaningOf(const CLI::Option& option);
 
 // Notes below the options: paragraphs of plain lines, which may be broken anew, and lines that
-// begin with a space, which are commands or tables. Returns them in at most kHelpColumns; a command
-// that is too long goes on in the next line after a backslash.
-std::string inColumns(const std::string& notes);
+// begin with a space, which are commands or tables. Returns them in at most so many columns; a
+// command that is too long goes on in the next line after a backslash.
+std::string inColumns(const std::string& notes, size_t columns = kHelpColumns);
 
 class HelpFormatter : public CLI::Formatter {
   public:

@@ -1,0 +1,116 @@
+#include "Completion.h"
+
+#include <algorithm>
+
+#include "HelpText.h"
+
+namespace lumo::manual {
+
+namespace {
+
+std::string functionName(const CLI::App& app) {
+    std::string name = "_" + app.get_name();
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+std::vector<std::string> namesOf(const CLI::Option& option) {
+    std::vector<std::string> names;
+    for (const std::string& name : option.get_snames()) names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames()) names.push_back("--" + name);
+    return names;
+}
+
+std::string optionNames(const CLI::App& app) {
+    std::string names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) names += " --" + name;
+    }
+    return names;
+}
+
+// The words that a value is chosen from, separated by spaces; empty for any other value.
+std::string wordsFor(const CLI::Option& option) {
+    const std::string syntax = cli::syntaxOf(option);
+    std::string form = syntax.substr(std::min(syntax.find(' ') + 1, syntax.size()));
+    const bool is_list = form.find('|') != std::string::npos && form.find(':') == std::string::npos;
+    if (!is_list) return "";
+    std::replace(form.begin(), form.end(), '|', ' ');
+    return form;
+}
+
+// Cases for the values of the options of one command, or of the program itself.
+std::string valueCases(const CLI::App& app, const std::string& command) {
+    std::string cases;
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string words = wordsFor(*option);
+        if (words.empty() || option->get_items_expected_max() == 0) continue;
+        std::string patterns;
+        for (const std::string& name : namesOf(*option)) {
+            patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
+        }
+        cases += "        " + patterns + ") words=\"" + words + "\" ;;\n";
+    }
+    return cases;
+}
+
+// Options whose value, being no list of words, is left to the shell.
+std::string otherValues(const CLI::App& app, const std::string& command) {
+    std::string patterns;
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->get_items_expected_max() == 0 || !wordsFor(*option).empty()) continue;
+        for (const std::string& name : namesOf(*option)) {
+            patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
+        }
+    }
+    return patterns.empty() ? "" : "        " + patterns + ") return ;;\n";
+}
+
+}  // namespace
+
+std::string bashCompletion(const CLI::App& app) {
+    std::string commands;
+    std::string values = valueCases(app, "*") + otherValues(app, "*");
+    std::string options;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        const std::string name = command->get_name();
+        commands += (commands.empty() ? "" : " ") + name;
+        values += valueCases(*command, name) + otherValues(*command, name);
+        options += "        " + name + ") words+=\"" + optionNames(*command) + "\" ;;\n";
+    }
+    const std::string function = functionName(app);
+    return "# Completion of " + app.get_name() + " in bash; made from what its help says.\n" +
+           function + "() {\n" +
+           "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}\n"
+           "    local command='' commands=\"" +
+           commands +
+           "\" words='' before='' word\n"
+           "    for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
+           "        [[ $word != -* && \" $commands \" == *\" $word \"* ]] && command=$word && "
+           "break\n"
+           "    done\n"
+           "    COMPREPLY=()\n"
+           "    case $command:$previous in\n" +
+           values +
+           "    esac\n"
+           "    if [[ -n $words ]]; then\n"
+           "        [[ $current == *,* ]] && before=${current%,*},\n"
+           "    elif [[ $current == -* ]]; then\n"
+           "        words=\"" +
+           optionNames(app) +
+           "\"\n"
+           "        case $command in\n" +
+           options +
+           "        esac\n"
+           "    elif [[ -z $command ]]; then\n"
+           "        words=$commands\n"
+           "    fi\n"
+           "    for word in $words; do\n"
+           "        [[ $word == \"${current#\"$before\"}\"* ]] && COMPREPLY+=(\"$before$word\")\n"
+           "    done\n"
+           "}\n"
+           "complete -o bashdefault -o default -F " +
+           function + " " + app.get_name() + "\n";
+}
+
+}  // namespace lumo::manual
