@@ -67,7 +67,7 @@ endfunction()
 # For code whose speed nobody feels: optimising it is most of what compiling it costs. Of the presets
 # that ask for debug information and optimisation at once, bench measures and keeps the latter.
 function(lumo_build_quickly name)
-    if(NOT LUMO_BENCH)
+    if(NOT (LUMO_BENCH OR LUMO_INSTALLED))
         target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
     endif()
 endfunction()
