@@ -22,15 +22,6 @@ std::string nameOfValue(uint64_t value) {
     return name.rfind("0x", 0) == 0 ? "unknown" : name;
 }
 
-std::string dateText(uint64_t millis) {
-    const auto seconds = static_cast<time_t>(millis / 1000);
-    tm parts = {};
-    char text[40];
-    if (millis > INT64_MAX || ::gmtime_r(&seconds, &parts) == nullptr) return "no date";
-    if (std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) return "no date";
-    return text;
-}
-
 // The auth token's layout. The first three numbers are in host byte order, which is little-endian
 // on every device; the last two are big-endian.
 struct TokenPart {
@@ -120,7 +111,9 @@ std::string explainNumber(uint32_t tag, uint64_t value) {
         case Tag::HARDWARE_TYPE:
             return nameOfValue<km4::SecurityLevel>(value);
         case Tag::USER_AUTH_TYPE:
-            return nameOfValue<km4::HardwareAuthenticatorType>(value);
+            // Bits; ANY has all of them.
+            return value == 3 ? "PASSWORD+FINGERPRINT"
+                              : nameOfValue<km4::HardwareAuthenticatorType>(value);
         default:
             break;
     }
@@ -131,6 +124,15 @@ std::string numberText(uint32_t tag, uint64_t value) {
     if (static_cast<int32_t>(tag & kTypeMask) == KM_ULONG_REP) return idText(value);
     const std::string meaning = explainNumber(tag, value);
     return std::to_string(value) + (meaning.empty() ? "" : " (" + meaning + ")");
+}
+
+std::string dateText(uint64_t millis) {
+    const auto seconds = static_cast<time_t>(millis / 1000);
+    tm parts = {};
+    char text[40];
+    if (millis > INT64_MAX || ::gmtime_r(&seconds, &parts) == nullptr) return "no date";
+    if (std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) return "no date";
+    return text;
 }
 
 std::string idText(uint64_t id) {

@@ -18,6 +18,8 @@ Meaning meaningOf(uint32_t tag);
 std::string explainNumber(uint32_t tag, uint64_t value);
 // "3 (EC)"; of tags for ids as idText().
 std::string numberText(uint32_t tag, uint64_t value);
+// "2030-01-31T12:00:00Z", of milliseconds since 1970-01-01 UTC.
+std::string dateText(uint64_t millis);
 // "0x0000000000000001".
 std::string idText(uint64_t id);
 
