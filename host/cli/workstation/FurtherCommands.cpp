@@ -1,10 +1,11 @@
 // The commands that only the client on a workstation has, in groups.
+#include "InspectCommands.h"
 #include "ServiceSource.h"
 
 namespace lumo::cli {
 
 std::vector<CommandGroup> furtherCommands() {
-    return {};
+    return {inspectionCommands()};
 }
 
 }  // namespace lumo::cli
