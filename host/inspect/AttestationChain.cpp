@@ -545,7 +545,7 @@ class Judge {
         const auto compare = [&](uint32_t tag, const std::optional<uint64_t>& fact) {
             const auto told = description_.integer(tag);
             if (!told || told == fact) return;
-            fail(rule::kLeafKey, 0, where,
+            fail(rule::kLeafKey, 0, description_.find(tag)->where,
                  "the description says " + std::to_string(*told) + ", the key has " +
                      (fact ? std::to_string(*fact) : "none"),
                  tag);

@@ -136,6 +136,12 @@ class DescriptionReader {
         return readAuthorizationList(element->content, rules, faults_);
     }
 
+    const AuthorizationList& listFor(uint32_t number) const {
+        const KeyDescription& d = description_;
+        const bool software = d.level.is(0) || schemaField(number)->place == Place::software;
+        return software ? d.software : d.hardware;
+    }
+
     void checkTogether() {
         const KeyDescription& d = description_;
         for (const Authorization& entry : d.hardware.entries) {
@@ -148,12 +154,13 @@ class DescriptionReader {
         }
         for (const uint32_t number : kAlwaysThere) {
             if (d.find(number) == nullptr) {
-                note(rule::kRequired, d.where, "it is missing", number);
+                note(rule::kRequired, listFor(number).where, "it is missing", number);
             }
         }
         if (d.integer(kAlgorithm) == kEc && d.find(kKeySize) == nullptr &&
             d.find(kEcCurve) == nullptr) {
-            note(rule::kRequired, d.where, "an EC key has neither this nor ecCurve", kKeySize);
+            note(rule::kRequired, d.hardware.where, "an EC key has neither this nor ecCurve",
+                 kKeySize);
         }
         if (!d.level.is(0) && d.hardware.find(kRootOfTrust) == nullptr) {
             note(rule::kRootPresent, d.hardware.where, "the hardware-enforced list lacks it",

@@ -54,6 +54,9 @@ openssl dgst -sha256 -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32 \
   csplit -s -z -f cert chain.pem '/BEGIN CERT/' '{*}'; ROOT=$(ls cert* | tail -1)
   test $ROOT != cert00; openssl verify -CAfile $ROOT -untrusted chain.pem cert00
   openssl x509 -in cert00 -noout -pubkey >leaf.pem; $K export -k $key | cmp - leaf.pem
+  VERIFY="$K attest-verify --challenge abc --application-id app --public-key leaf.pem"
+  $VERIFY chain.pem --root $ROOT; cat cert00 cert01 | $VERIFY - --root $ROOT
+  cat cert01 cert00 $ROOT | refused 5 $VERIFY -; refused 5 $VERIFY chain.pem --root cert01
 done)"},
     {"GCM with data and associated data of any length",
      R"(GCM='-k key --mode gcm --padding none --mac-length 128'
