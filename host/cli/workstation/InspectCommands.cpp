@@ -19,7 +19,9 @@ Report describe(const std::vector<inspect::Fault>& faults) {
 
 CommandGroup inspectionCommands() {
     return {"Inspection",
-            {{"attest-verify", "Judge an attestation, rule by rule", kAttestVerifyNotes,
+            {{"inspect", "Show what a file is, and what does not add up", kInspectNotes,
+              declareInspect},
+             {"attest-verify", "Judge an attestation, rule by rule", kAttestVerifyNotes,
               declareAttestVerify}}};
 }
 
