@@ -4,7 +4,7 @@
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/nid.h>
+#include <openssl/objects.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
