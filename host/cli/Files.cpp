@@ -6,13 +6,16 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Failure.h"
 
@@ -57,10 +60,76 @@ std::string directoryOf(const std::string& path) {
     return directory.empty() ? "." : directory;
 }
 
-// A link is followed, so that the file behind it is replaced and not the link.
-std::string resolve(const std::string& path) {
-    char resolved[PATH_MAX];
-    return realpath(path.c_str(), resolved) == nullptr ? path : resolved;
+// Links are followed, so that the file behind them is replaced and not the link, but not one that
+// somebody else has put where everybody may: he would choose which file of the user's is replaced.
+// The kernel refuses to write through these, too, unless its fs.protected_symlinks is off.
+std::string followLinks(const std::string& path) {
+    constexpr int kMaxLinks = 40;
+    std::string place = path;
+    for (int links = 0; links < kMaxLinks; ++links) {
+        struct stat link;
+        if (lstat(place.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) return place;
+        struct stat folder;
+        if (stat(directoryOf(place).c_str(), &folder) != 0) throw fileFailure("open", path, errno);
+        const bool open_to_all = (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
+        if (open_to_all && link.st_uid != geteuid() && link.st_uid != folder.st_uid) {
+            throw Failure(Exit::other, "cannot write " + path + ": " + place +
+                                           " is another user's link in a folder that is open to "
+                                           "all; give the file that is to be written");
+        }
+        std::error_code error;
+        const auto target = std::filesystem::read_symlink(place, error);
+        if (error) throw fileFailure("open", path, error.value());
+        place = std::filesystem::path(directoryOf(place)) / target;
+    }
+    throw fileFailure("open", path, ELOOP);
+}
+
+constexpr char kTemporaryEnd[] = ".tmp";
+
+std::string temporaryName(const std::string& path) {
+    return path + "." + std::to_string(getpid()) + kTemporaryEnd;
+}
+
+bool isTemporaryOf(const std::string& path, const std::string& name) {
+    const std::string begin = std::filesystem::path(path).filename().string() + ".";
+    const size_t end = strlen(kTemporaryEnd);
+    if (name.size() <= begin.size() + end || name.compare(0, begin.size(), begin) != 0 ||
+        name.compare(name.size() - end, end, kTemporaryEnd) != 0) {
+        return false;
+    }
+    return std::all_of(name.begin() + static_cast<ptrdiff_t>(begin.size()),
+                       name.end() - static_cast<ptrdiff_t>(end),
+                       [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// What processes that were killed have left beside `path`: a complete key, perhaps.
+void removeLeftTemporaries(const std::string& path) {
+    std::error_code error;
+    std::vector<std::string> left;
+    for (std::filesystem::directory_iterator entry(directoryOf(path), error), end;
+         !error && entry != end; entry.increment(error)) {
+        if (isTemporaryOf(path, entry->path().filename().string())) {
+            left.push_back(entry->path().string());
+        }
+    }
+    for (const std::string& file : left) {
+        struct stat status;
+        const bool own = lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+                         status.st_uid == geteuid();
+        if (own) unlink(file.c_str());
+    }
+}
+
+// Opens the folder of `path` and locks it for as long as a temporary file of this process may be
+// there. Who has the lock alone knows that what lies there is left. Best effort: without the lock,
+// or in a folder that cannot be read, nothing is removed.
+FileDescriptor openFolder(const std::string& path) {
+    FileDescriptor folder(open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.isOpen()) return folder;
+    if (flock(folder.get(), LOCK_EX | LOCK_NB) == 0) removeLeftTemporaries(path);
+    flock(folder.get(), LOCK_SH | LOCK_NB);
+    return folder;
 }
 
 // The named temporary file of this process, for the signals that end it.
@@ -139,13 +208,15 @@ Bytes readSmallFile(const std::string& path) {
 
 Output::Output(const std::string& path, Kind kind, Flow flow)
     : kind_(kind), name_(isStandard(path) ? "standard output" : path) {
+    const std::string place = isStandard(path) ? path : followLinks(path);
     struct stat status;
-    const bool exists = !isStandard(path) && stat(path.c_str(), &status) == 0;
+    const bool exists = !isStandard(path) && stat(place.c_str(), &status) == 0;
     if (isStandard(path) || (exists && !S_ISREG(status.st_mode))) {
-        openStream(path, flow);
+        openStream(place, flow);
         return;
     }
-    path_ = resolve(path);
+    path_ = place;
+    folder_ = openFolder(path_);
     openFile(permissionsFor(kind, exists ? &status : nullptr));
     // The umask has been applied; what the file had before goes over it.
     if (exists) fchmod(file_.get(), permissionsFor(kind, &status));
@@ -172,7 +243,7 @@ void Output::openFile(mode_t mode) {
     const std::string directory = directoryOf(path_);
     file_ = FileDescriptor(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (file_.isOpen()) return;
-    const std::string name = path_ + "." + std::to_string(getpid()) + ".tmp";
+    const std::string name = temporaryName(path_);
     file_ = FileDescriptor(open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, mode));
     if (!file_.isOpen()) throw fileFailure("write", name_, errno);
     temporary_ = name;
@@ -193,17 +264,33 @@ void Output::commit() {
 void Output::publishFile() {
     // A signature is made again if the system goes down now; a key is not.
     if (kind_ == Kind::secret && fsync(file_.get()) != 0) throw fileFailure("write", name_, errno);
-    if (temporary_.empty()) {
-        const std::string name = path_ + "." + std::to_string(getpid()) + ".tmp";
-        const std::string nameless = "/proc/self/fd/" + std::to_string(file_.get());
-        unlink(name.c_str());  // left by a process of the same number
-        if (linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    if (!temporary_.empty() || !link(path_)) {
+        if (temporary_.empty()) {
+            const std::string name = temporaryName(path_);
+            unlink(name.c_str());  // left by a process of the same number
+            unlinkWhenEnded(name);
+            temporary_ = name;
+            if (!link(name)) throw fileFailure("write", name_, EEXIST);
+        }
+        if (rename(temporary_.c_str(), path_.c_str()) != 0) {
             throw fileFailure("write", name_, errno);
         }
-        temporary_ = name;
+        temporary_.clear();
+        unlinkWhenEnded("");
     }
-    if (rename(temporary_.c_str(), path_.c_str()) != 0) throw fileFailure("write", name_, errno);
-    temporary_.clear();
+    // An error here is no failure: the file is there, and who is told otherwise would have the
+    // keymaster forget the key in it.
+    if (kind_ == Kind::secret && folder_.isOpen()) static_cast<void>(fsync(folder_.get()));
+}
+
+// Gives the nameless file a name; false where there is a file of that name.
+bool Output::link(const std::string& name) const {
+    const std::string nameless = "/proc/self/fd/" + std::to_string(file_.get());
+    if (linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return true;
+    }
+    if (errno != EEXIST) throw fileFailure("write", name_, errno);
+    return false;
 }
 
 void Output::copyToStream() {

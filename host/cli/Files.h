@@ -52,9 +52,10 @@ class Input {
 // any of these can be.
 Bytes readSmallFile(const std::string& path);
 
-// Writes a file so that it appears whole or not at all. Without commit() nothing of it remains,
-// even when the process is killed. What goes to standard output, a pipe or a device is written at
-// once, unless it is to be held back. Every call throws Failure where the file cannot be written.
+// Writes a file so that it appears whole or not at all. Without commit() nothing of it remains. A
+// kill may leave a temporary file FILE.PID.tmp, which the next writer of FILE removes. What goes to
+// standard output, a pipe or a device is written at once, unless it is to be held back. Every call
+// throws Failure where the file cannot be written.
 class Output {
   public:
     enum class Kind {
@@ -79,12 +80,14 @@ class Output {
     void openStream(const std::string& path, Flow flow);
     void openFile(mode_t mode);
     void publishFile();
+    bool link(const std::string& name) const;
     void copyToStream();
 
     const Kind kind_;
     std::string path_;       // of the regular file that commit() makes; empty for a stream
     std::string name_;       // for messages
     std::string temporary_;  // a named file to be removed; empty where it has no name
+    FileDescriptor folder_;  // of path_, locked
     FileDescriptor stream_;  // the output of a stream
     FileDescriptor file_;    // the file written to, unless that is the stream itself
 };

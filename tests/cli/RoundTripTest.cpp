@@ -128,6 +128,9 @@ $K characteristics -k key --app-id hex:0001 --json | cmp - made)"},
      R"($K hmac-agree own; $K early-boot-ended; $K device-locked --password-only
 head -c 32 /dev/zero | $K add-entropy
 $K generate --algorithm ec --curve p256 -o ec; $K upgrade -k ec -o same; cmp ec same
+mkdir -m 1777 all; ln -s ../ec all/link; $K generate --algorithm ec --curve p256 -o all/link
+test -L all/link; cp ec same; if chown -h 65534 all/link; then
+  refused 1 $K generate --algorithm ec --curve p256 -o all/link; cmp ec same; fi
 $K delete -k ec; $K delete-all --yes; $K destroy-ids --yes)"},
 };
 
