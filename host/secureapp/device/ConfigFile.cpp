@@ -221,7 +221,7 @@ DeviceSettings loadDeviceConfig(const std::string& directory) {
     const std::string text = defaultConfigText();
     const Bytes content(text.begin(), text.end());
     // An empty file says the same.
-    writePrivateFile(path, content, Crash::kMayEmpty);
+    writePrivateFile(path, content);
     return parseDeviceConfig(text, path);
 }
 

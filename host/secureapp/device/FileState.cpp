@@ -78,9 +78,40 @@ void writeAll(const FileHandle& file, ByteView content, const std::string& path)
     }
 }
 
-void syncFolderAt(const std::string& path) {
-    const FileHandle folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || ::fsync(folder.get()) != 0) failSystem("write", path, errno);
+FileHandle openFolder(const std::string& path) {
+    FileHandle folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) failSystem("open", path, errno);
+    return folder;
+}
+
+enum class Sync { kFile, kNothing };
+
+// Replaces the file atomically; on failure it is as it was, and nothing else is left.
+void replaceFile(const std::string& path, ByteView content, Sync sync) {
+    const std::string fresh = path + kNewSuffix;
+    // A temporary file that a crash left.
+    if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) failSystem("replace", fresh, errno);
+    const FileHandle file = openFile(fresh, O_WRONLY | O_CREAT | O_EXCL);
+    if (!file) failSystem("make", fresh, errno);
+    try {
+        writeAll(file, content, fresh);
+        if (sync == Sync::kFile && ::fsync(file.get()) != 0) failSystem("write", fresh, errno);
+        if (::rename(fresh.c_str(), path.c_str()) != 0) failSystem("replace", path, errno);
+    } catch (const StateError&) {
+        ::unlink(fresh.c_str());
+        throw;
+    }
+}
+
+// Makes the last change in a folder survive a crash of the system. Where that fails, the change is
+// taken back: what is reported as failed has not happened.
+template <typename Undo>
+void syncFolder(const FileHandle& folder, const std::string& path, Undo undo) {
+    if (::fsync(folder.get()) == 0) return;
+    const int error = errno;
+    if (undo()) failSystem("write", path, error);
+    throw StateError("cannot write " + path + ": " + systemError(error) +
+                     "; the change could not be taken back and has taken effect");
 }
 
 void makeFolder(const std::string& path) {
@@ -168,17 +199,8 @@ std::optional<Bytes> readPrivateFile(const std::string& path) {
     }
 }
 
-void writePrivateFile(const std::string& path, ByteView content, Crash crash) {
-    const std::string fresh = path + kNewSuffix;
-    // A temporary file that a crash left.
-    if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) failSystem("replace", fresh, errno);
-    const FileHandle file = openFile(fresh, O_WRONLY | O_CREAT | O_EXCL);
-    if (!file) failSystem("make", fresh, errno);
-    writeAll(file, content, fresh);
-    const bool sync = crash == Crash::kKeeps;
-    if (sync && ::fsync(file.get()) != 0) failSystem("write", fresh, errno);
-    if (::rename(fresh.c_str(), path.c_str()) != 0) failSystem("replace", path, errno);
-    if (sync) syncFolderAt(std::filesystem::path(path).parent_path().string());
+void writePrivateFile(const std::string& path, ByteView content) {
+    replaceFile(path, content, Sync::kNothing);
 }
 
 FullDisk::FullDisk() {
@@ -213,8 +235,18 @@ void FileState::update(
     const std::optional<Bytes> before = readPrivateFile(file);
     const std::optional<Bytes> after = change(before);
     if (after == before) return;
-    if (after) return writePrivateFile(file, *after);
-    removeFile(file);
+    if (!after) return removeFile(file);
+    const FileHandle folder = openFolder(folder_);
+    replaceFile(file, *after, Sync::kFile);
+    syncFolder(folder, folder_, [&] {
+        if (!before) return ::unlink(file.c_str()) == 0;
+        try {
+            replaceFile(file, *before, Sync::kNothing);
+            return true;
+        } catch (const StateError&) {
+            return false;
+        }
+    });
 }
 
 void FileState::remove(const std::string& name) {
@@ -224,8 +256,15 @@ void FileState::remove(const std::string& name) {
 }
 
 void FileState::removeFile(const std::string& file) {
-    if (::unlink(file.c_str()) != 0 && errno != ENOENT) failSystem("remove", file, errno);
-    syncFolderAt(folder_);
+    const FileHandle folder = openFolder(folder_);
+    // Put aside until that is sure to last: whatever the file holds, it can be put back.
+    const std::string aside = file + kNewSuffix;
+    if (::rename(file.c_str(), aside.c_str()) != 0) {
+        if (errno == ENOENT) return;
+        failSystem("remove", file, errno);
+    }
+    syncFolder(folder, folder_, [&] { return ::rename(aside.c_str(), file.c_str()) == 0; });
+    ::unlink(aside.c_str());  // else the next writer removes it
 }
 
 // Every change creates a new file. File times are coarse and inode numbers are reused, so two files

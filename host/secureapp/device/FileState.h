@@ -2,7 +2,9 @@
 //
 // Folders have mode 0700 and files 0600, and belong to the user; wider permissions are refused. A
 // record is replaced by writing a new file and renaming it, so that a crash at any moment leaves
-// the old or the new one. Writers of one folder, in this and other processes, take turns.
+// the old or the new one. A change that is reported as failed has not happened: where the system
+// cannot say that it lasts, it is taken back. Writers of one folder, in this and other processes,
+// take turns.
 #pragma once
 
 #include <string>
@@ -51,11 +53,8 @@ constexpr char kLockName[] = ".lock";
 // The whole file, or nullopt when there is none. Throws StateError for a file that is not the
 // user's own and private.
 std::optional<Bytes> readPrivateFile(const std::string& path);
-// What a crash of the system soon after may do to a file: nothing, which takes some milliseconds to
-// be sure of, or leave it empty or missing.
-enum class Crash { kKeeps, kMayEmpty };
-// Replaces the file atomically.
-void writePrivateFile(const std::string& path, ByteView content, Crash crash = Crash::kKeeps);
+// Replaces the file atomically. A crash of the system soon after may leave it empty or missing.
+void writePrivateFile(const std::string& path, ByteView content);
 
 // A rehearsal: while it lives, no file takes a byte that its thread writes, as on a full disk.
 class FullDisk {
