@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -113,48 +112,6 @@ TEST(FileState, WritersTakeTurns) {
     ::waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(FileState(folder.path(), "shared").read("count")->size(), 60U);
-}
-
-// A child replaces a record as fast as it can and is killed at some moment: the record is always a
-// whole one, never older than what the child had told to be written.
-TEST(FileState, SurvivesAKillAtAnyMoment) {
-    const Folder folder;
-    FileState state(folder.path(), "default");
-    const auto record = [](uint32_t number) {
-        Bytes bytes(5000, static_cast<uint8_t>(number));
-        bytes[0] = static_cast<uint8_t>(number >> 8);
-        return bytes;
-    };
-    uint32_t last = 0;
-    put(state, "key", record(last));
-    for (int round = 0; round < 40; ++round) {
-        int told[2];
-        ASSERT_EQ(::pipe(told), 0);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            for (uint32_t number = last + 1;; ++number) {
-                put(state, "key", record(number));
-                if (::write(told[1], &number, sizeof(number)) < 0) ::_exit(1);
-            }
-        }
-        ::close(told[1]);
-        uint32_t finished = last;
-        EXPECT_EQ(::read(told[0], &finished, sizeof(finished)), sizeof(finished));
-        ::usleep(static_cast<useconds_t>(97 * round));
-        ::kill(child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
-        for (uint32_t number = 0; ::read(told[0], &number, sizeof(number)) == sizeof(number);) {
-            finished = number;
-        }
-        ::close(told[0]);
-
-        const std::optional<Bytes> found = state.read("key");
-        ASSERT_TRUE(found);
-        ASSERT_TRUE(*found == record(finished) || *found == record(finished + 1)) << round;
-        last = *found == record(finished) ? finished : finished + 1;
-    }
-    EXPECT_GE(last, 40U);
-    put(state, "key", Bytes{1});
 }
 
 TEST(FileState, ChoosesTheDirectoryByTheEnvironment) {
