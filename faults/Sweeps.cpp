@@ -107,9 +107,10 @@ void countFaults(const __android_logger_data*, const char* message) {
 }
 
 void sweepTransport(Choice& choice) {
-    constexpr const char* kKinds[] = {"error",        "error:-28", "lost",       "short",
-                                      "short:1",      "long",      "long:70000", "garbled",
-                                      "garbled:9999", "restart",   "full"};
+    constexpr const char* kFaults[] = {"error@open",       "error@any",      "error:-28@any",
+                                       "lost@any",         "short@any",      "short:1@any",
+                                       "long@any",         "long:70000@any", "garbled@any",
+                                       "garbled:9999@any", "restart@any",    "full@any"};
     std::map<int32_t, long> codes;
     for (const std::string& name : secureapp::profileNames()) {
         const secureapp::Profile& profile = *secureapp::findProfile(name);
@@ -118,11 +119,11 @@ void sweepTransport(Choice& choice) {
             Session session;
             playWell(session, choice, profile);
         }
-        for (const char* kind : kKinds) {
+        for (const char* kind : kFaults) {
             for (long exchange = 1;; ++exchange) {
                 // Past the last exchange nothing is met; a short sweep looks for that end, too.
                 if (!choice.takes() && exchange % 16 != 0) continue;
-                const std::string fault = std::string(kind) + "@any#" + std::to_string(exchange);
+                const std::string fault = std::string(kind) + "#" + std::to_string(exchange);
                 note(name + ", " + fault);
                 use(profile, ",seed=" + std::to_string(choice.seed + exchange) + ",fault=" + fault);
                 faults_met = 0;
