@@ -4,10 +4,14 @@
 // outputs as they were, but for a key that was made and cannot be read; success fills what the
 // method promises; every byte handed out can be read and is released.
 
+#include <KeymasterUtils.h>
+
+#include <cstring>
 #include <iterator>
 
 #include "EnumBits.h"
 #include "KeymasterHalDevice.h"
+#include "KeymasterSerialize.h"
 #include "LogCapture.h"
 #include "Outputs.h"
 #include "ScriptedTransport.h"
@@ -18,6 +22,7 @@ using keymasterdevice::errorToWord;
 using keymasterdevice::ErrorWord;
 using keymasterdevice::KeymasterHalDevice;
 using lumo::fuzz::Outputs;
+using lumo::test::Bytes;
 using lumo::test::ScriptedTransport;
 
 const uint8_t kBytes[] = {0xAA};
@@ -43,6 +48,40 @@ bool hasCheck(const Outputs& out) {
 }
 bool nothing(const Outputs& /*out*/) {
     return true;
+}
+
+// The exported reading and writing of one parameter; what was read is written to the same value.
+keymaster_error_t readParameter(Outputs& out) {
+    const Bytes message = ScriptedTransport::instance().takeReply().response;
+    const auto exact = lumo::fuzz::exactCopy(message);
+    QCBORDecodeContext decoder;
+    QCBORDecode_Init(&decoder, {exact.get(), message.size()}, QCBOR_DECODE_MODE_NORMAL);
+    CborReader reader;
+    std::memset(&reader, 0xFF, sizeof(reader));
+    reader.decoder = &decoder;
+    reader.error = 0;
+    CR_MAP_ENTER(&reader);
+    keymasterutils::KeymasterUtils transport(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+    KeymasterSerialize serialize(&transport);
+    out.params = {static_cast<keymaster_key_param_t*>(std::malloc(sizeof(keymaster_key_param_t))),
+                  0};
+    *out.params.params = {};
+    const auto error = errorToWord(serialize.parseParams(&reader, out.params.params));
+    if (error == KM_ERROR_OK) {
+        out.params.length = 1;
+        Bytes room(message.size() + 32);
+        QCBOREncodeContext encoder;
+        QCBOREncode_Init(&encoder, room.data(), room.size());
+        CW_MAP_ENTER(&encoder);
+        serialize.addParams(out.params.params, &encoder);
+        QCBOREncode_CloseArray(&encoder);
+        size_t length = 0;
+        REQUIRE(QCBOREncode_Finish(&encoder, &length) == QCBOR_SUCCESS && length <= room.size());
+        return KM_ERROR_OK;
+    }
+    std::free(out.params.params);
+    out.params = {nullptr, 0};
+    return keymasterdevice::errorFromWord(error);
 }
 
 const struct {
@@ -94,6 +133,7 @@ const struct {
          return d.finish_operation(1, nullptr, &kData, nullptr, nullptr, nullptr);
      },
      nothing},
+    {[](auto&, auto& o) { return readParameter(o); }, nothing},
 };
 
 void requireUntouched(const Outputs& out, bool may_keep_key) {

@@ -20,6 +20,13 @@ namespace lumo::fuzz {
         }                                                                                      \
     } while (false)
 
+// Ends the process where only a property that does not hold can lead.
+#define BROKEN(text)                                                                    \
+    do {                                                                                \
+        std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, (text)); \
+        std::abort();                                                                   \
+    } while (false)
+
 // Reads every byte.
 inline void touch(const void* memory, size_t size) {
     volatile uint8_t sink = 0;
@@ -40,6 +47,13 @@ class Input {
         return static_cast<uint16_t>(high << 8 | byte());
     }
 
+    // `width` bytes, at most 8, big-endian.
+    uint64_t number(size_t width) {
+        uint64_t value = 0;
+        for (size_t i = 0; i < width; ++i) value = value << 8 | byte();
+        return value;
+    }
+
     size_t size() const { return size_; }
     // At most `size` bytes, in the caller's container.
     template <typename Bytes>
@@ -47,6 +61,14 @@ class Input {
         const size_t taken = std::min(size, size_);
         const uint8_t* start = skip(taken);
         return Bytes(start, start + taken);
+    }
+
+    // A length of `width` bytes, then as many; of a long one a single byte, which is repeated.
+    template <typename Bytes>
+    Bytes string(size_t width = 2) {
+        constexpr size_t kLong = 4096;
+        const auto size = static_cast<size_t>(number(width));
+        return size < kLong ? take<Bytes>(size) : Bytes(size, byte());
     }
 
   private:

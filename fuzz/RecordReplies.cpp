@@ -6,6 +6,8 @@
 // Beyond not crashing: an error leaves the outputs null; success fills what the method promises;
 // every byte handed out can be read and is released.
 
+#include <KeymasterBuffer.h>
+
 #include <iterator>
 
 #include "EnumBits.h"
@@ -27,6 +29,12 @@ using lumo::test::ScriptedTransport;
 enum Switch : uint8_t {
     kEncodesPublicKeys = 1,  // the secure application, itself
     kVerifies = 2,           // operations verify; otherwise they sign
+    kForeignBlob = 4,        // what is sent does not begin as a key blob
+    kLinkFails = 8,
+    kNoBuffer = 16,
+    kNoBufferLater = 32,  // the first exchange has one
+    kSendFails = 64,      // the second one
+    kStrongBox = 128,
 };
 
 // A well-formed ECDSA signature.
@@ -82,6 +90,23 @@ bool hasChain(const Outputs& out) {
 bool nothing(const Outputs& /*out*/) {
     return true;
 }
+bool never(const Outputs& /*out*/) {
+    return false;
+}
+
+// Into a builder of the caller's, as large as the key blob.
+keymaster_error_t serializeParams(Call& c) {
+    Bytes room(c.key.key_material_size);
+    auto builder = std::make_unique<keymasterdevice::KeymasterBuffer>(
+        room.data(), static_cast<uint32_t>(room.size()));
+    keymaster_key_param_t params[] = {kAlgorithm, keymaster_param_blob(KM_TAG_NONCE, kDer, 8)};
+    if (c.verifies) builder.reset();
+    const ErrorWord error = errorToWord(c.device.params_serialize(builder, params, 2));
+    constexpr size_t kTwoRecords = 24;
+    REQUIRE((error == KM_ERROR_OK) == (!c.verifies && room.size() >= kTwoRecords + sizeof(kDer)));
+    REQUIRE(c.device.params_serialize(builder, nullptr, 2) == KM_ERROR_UNEXPECTED_NULL_POINTER);
+    return KM_ERROR_OK;
+}
 
 const struct {
     keymaster_error_t (*call)(Call& call);
@@ -118,6 +143,57 @@ const struct {
     {[](Call& c) { return c.device.verifyAuthorization(7, &c.out.token); }, nothing},
     {[](Call& c) { return c.device.get_date_support(&c.out.flag); }, nothing},
     {[](Call& c) { return c.device.delete_key(&c.key); }, nothing},
+    // Without outputs for the answer: of the first to the last refused before anything is sent.
+    {[](Call& c) { return c.device.generate_key(&kParams, nullptr, nullptr); }, never},
+    {[](Call& c) { return c.device.get_key_characteristics(&c.key, nullptr, nullptr, nullptr); },
+     never},
+    {[](Call& c) {
+         return c.device.import_key(&kParams, KM_KEY_FORMAT_RAW, &kSignature, nullptr, nullptr);
+     },
+     never},
+    {[](Call& c) {
+         return c.device.import_wrapped_key(&kParams, 1, 2, {1}, {2}, {3}, nullptr, nullptr);
+     },
+     never},
+    {[](Call& c) {
+         return c.device.export_key(KM_KEY_FORMAT_X509, &c.key, nullptr, nullptr, nullptr);
+     },
+     never},
+    {[](Call& c) {
+         return c.device.begin_operation(KM_PURPOSE_SIGN, &c.key, &kParams, &c.out.params, nullptr);
+     },
+     never},
+    {[](Call& c) {
+         return c.device.update_operation(1, &kParams, &kSignature, nullptr, nullptr, nullptr);
+     },
+     never},
+    {[](Call& c) { return c.device.get_hmac_sharing_parameters(nullptr); }, never},
+    {[](Call& c) { return c.device.verifyAuthorization(7, nullptr); }, never},
+    {[](Call& c) { return c.device.get_date_support(nullptr); }, never},
+    {[](Call& c) {
+         return c.device.SetRot(nullptr, nullptr, true, nullptr, KM_BOOT_STATE_GREEN, 1, 2);
+     },
+     never},
+    // Without a place for what an operation gives.
+    {[](Call& c) {
+         return c.device.begin_operation(KM_PURPOSE_SIGN, &c.key, &kParams, nullptr, &c.out.handle);
+     },
+     nothing},
+    {[](Call& c) {
+         return c.device.update_operation(1, nullptr, nullptr, &c.out.consumed, nullptr, nullptr);
+     },
+     nothing},
+    {[](Call& c) {
+         return c.device.finish_operation(1, nullptr, nullptr, nullptr, nullptr, nullptr);
+     },
+     nothing},
+    {[](Call& c) {
+         uint8_t root[32] = {};
+         uint8_t state[4] = {};
+         return c.device.SetRot(root, nullptr, c.verifies, state, KM_BOOT_STATE_RED, 1, 2);
+     },
+     nothing},
+    {serializeParams, nothing},
 };
 
 void requireNull(const Outputs& out) {
@@ -136,7 +212,13 @@ void script(uint8_t switches, lumo::fuzz::Input& input) {
     transport.keymaster_version = encodes ? 4 : 3;
     transport.ta_minor_version = encodes ? 113 : 112;
     transport.hal_minor_version = encodes ? 1 : 0;
+    if ((switches & kLinkFails) != 0) transport.hsm_result = KM_ERROR_SECURE_HW_ACCESS_DENIED;
+    if ((switches & kNoBufferLater) != 0) transport.shared_buffers = 1;
+    if ((switches & kNoBuffer) != 0) transport.shared_buffers = 0;
     while (input.size() != 0) transport.willReply(input.take<Bytes>(input.twoBytes()));
+    if ((switches & kSendFails) != 0 && transport.replies.size() > 1) {
+        transport.replies[1].result = KM_ERROR_INVALID_ARGUMENT;
+    }
 }
 
 }  // namespace
@@ -149,11 +231,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // buffer where asked.
     Bytes blob = lumo::test::words({0x4B4D4B44, 0, 0, 4});
     blob.resize(blob.size() + input.twoBytes());
+    if ((switches & kForeignBlob) != 0) blob[0] = 0;
     const keymaster_key_blob_t key = {blob.data(), blob.size()};
     const lumo::test::LogCapture log;
     script(switches, input);
 
-    KeymasterHalDevice device(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+    KeymasterHalDevice device((switches & kStrongBox) != 0 ? KM_SECURITY_LEVEL_STRONGBOX
+                                                           : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     Outputs out;
     Call call = {device, key, (switches & kVerifies) != 0, out};
     if (method.call(call) == KM_ERROR_OK) {

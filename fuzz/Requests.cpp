@@ -22,6 +22,7 @@ using lumo::secureapp::SecureApp;
 
 const char* const kProfiles[] = {"cbor", "legacy-4", "legacy-3", "legacy-3-encoding"};
 constexpr uint8_t kStrongBox = 4;
+constexpr uint8_t kOtherWire = 8;  // what the application does not speak
 
 // CBOR and record: the system's version and patch levels, without which no key can be made.
 const Bytes kConfigureCbor = {0xA4, 0x16, 0x03, 0x1A, 0x30, 0x00, 0x02, 0xC1, 0x1A, 0x00, 0x01,
@@ -72,16 +73,18 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     lumo::test::MemoryState shared;
     lumo::test::FixedClock clock;
     lumo::test::CountingRandom random;
+    lumo::secureapp::DeviceConfig config;
+    config.test_attestation_keys = true;
     SecureApp app(*lumo::secureapp::findProfile(kProfiles[kind % 4]),
                   (kind & kStrongBox) != 0 ? KM_SECURITY_LEVEL_STRONGBOX
                                            : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT,
-                  {}, own, shared, clock, random);
-    const bool records = app.profile().legacy;
-    if (records) {
+                  config, own, shared, clock, random);
+    if (app.profile().legacy) {
         sendRecord(app, kConfigureRecord, 4);
     } else {
         sendCbor(app, 0x2116, kConfigureCbor);
     }
+    const bool records = app.profile().legacy != ((kind & kOtherWire) != 0);
     while (input.size() != 0) {
         const auto request = input.take<Bytes>(input.twoBytes());
         if (records) {
