@@ -84,6 +84,9 @@ RequestFrame readRequest(Channel& channel, std::chrono::milliseconds patience) {
     RequestFrame request;
     request.kind = static_cast<FrameKind>(header.word(kKind));
     request.level = header.word(kLevel);
+    if (request.level > KM_SECURITY_LEVEL_STRONGBOX) {
+        throw ChannelError("there is no such security level");
+    }
     request.command = header.word(kCommand);
     request.capacity = static_cast<uint32_t>(bounded(header.word(kCapacity), kMaxCapacity));
     const size_t area = bounded(header.word(kAreaLength), kMaxAreaBytes);

@@ -36,7 +36,7 @@ enum class Rehearsal : uint32_t {
 // channel's, until the next frame comes.
 struct RequestFrame {
     FrameKind kind = FrameKind::kHello;
-    uint32_t level = 0;  // keymaster_security_level_t
+    uint32_t level = 0;  // keymaster_security_level_t; as received, one that there is
     uint32_t command = 0;
     uint32_t capacity = 0;
     ByteView area;

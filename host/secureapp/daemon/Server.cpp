@@ -97,10 +97,6 @@ std::string describe(const RequestFrame& request) {
     return text;
 }
 
-bool isLevel(uint32_t level) {
-    return level <= KM_SECURITY_LEVEL_STRONGBOX;
-}
-
 }  // namespace
 
 Server::Server(Device& device, const std::string& path, std::chrono::milliseconds idle_patience,
@@ -306,7 +302,6 @@ void Server::serve(Client& client) {
         for (;;) {
             const RequestFrame request = readRequest(channel, kFramePatience);
             client.idle_since = kBusy;
-            if (!isLevel(request.level)) throw ChannelError("there is no such security level");
             const Reply reply = answer(request, client);
             if (reply.error != KM_ERROR_OK && log_.verbose()) {
                 log_.line(nameOf(client.number) + ": " + describe(request) +
