@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "inspect/DerFields.h"
 #include "inspect/KeyDescription.h"
 #include "inspect/Parameters.h"
 #include "inspect/Values.h"
@@ -90,44 +91,29 @@ std::optional<uint64_t> secondsOf(std::string text, bool utc_time) {
 
 class CertificateReader {
   public:
-    CertificateReader(Window der, FaultList& faults) : faults_(faults), reader_(der) {
+    CertificateReader(Window der, FaultList& faults)
+        : faults_(faults), fields_(rule::kForm, rule::kForm, faults), reader_(der) {
         certificate_.der = der;
     }
 
     Certificate read() {
         const auto outer = take(reader_, kDerSequence, "the certificate");
         if (!outer) return certificate_;
-        if (!reader_.atEnd()) fail(reader_.rest(), "bytes follow the certificate");
+        fields_.expectEnd(reader_, "the certificate");
         DerReader parts(outer->content);
         const auto to_be_signed = take(parts, kDerSequence, "what is signed");
         certificate_.outer_algorithm = whole(take(parts, kDerSequence, "the signature algorithm"));
         take(parts, kDerBitString, "the signature");
         if (to_be_signed) readFields(DerReader(to_be_signed->content));
-        certificate_.whole = !failed_;
+        certificate_.whole = !fields_.broken();
         return certificate_;
     }
 
   private:
-    void fail(Window where, const std::string& why) {
-        faults_.add(rule::kForm, where.offset(), why);
-    }
+    void fail(Window where, const std::string& why) { fields_.note(where, why); }
 
-    // The next element; after the first wrong one nothing is read any more.
     std::optional<DerElement> take(DerReader& reader, DerNumber type, const char* what) {
-        if (failed_) return std::nullopt;
-        const Window here = reader.rest();
-        const auto element = reader.next();
-        if (!element || !element->is(type)) {
-            failed_ = true;
-            fail(here, std::string(what) + (element ? " is " + element->typeText()
-                                            : reader.error() != nullptr
-                                                ? ": " + std::string(reader.error())
-                                                : " is missing"));
-            return std::nullopt;
-        }
-        if (element->flaw != nullptr)
-            fail(element->whole, std::string(what) + ": " + element->flaw);
-        return element;
+        return fields_.take(reader, type, what);
     }
 
     static Window whole(const std::optional<DerElement>& element) {
@@ -147,7 +133,7 @@ class CertificateReader {
         }
         certificate_.subject = whole(take(fields, kDerSequence, "the subject"));
         certificate_.public_key = whole(take(fields, kDerSequence, "the public key"));
-        if (!failed_ && certificate_.algorithm != certificate_.outer_algorithm) {
+        if (!fields_.broken() && certificate_.algorithm != certificate_.outer_algorithm) {
             fail(certificate_.outer_algorithm, "the signature algorithm is not the one signed");
         }
         readExtensions(fields);
@@ -166,13 +152,12 @@ class CertificateReader {
 
     Moment readMoment(DerReader& times, const char* what) {
         Moment moment;
-        if (failed_) return moment;
+        if (fields_.broken()) return moment;
         const Window here = times.rest();
         const auto element = times.next();
         const bool utc_time = element && element->is(kDerUtcTime);
         if (!element || !(utc_time || element->is(kDerGeneralizedTime))) {
-            failed_ = true;
-            fail(here, std::string(what) + " is no time");
+            fields_.stop(here, std::string(what) + " is no time");
             return moment;
         }
         moment.where = element->whole;
@@ -190,7 +175,7 @@ class CertificateReader {
 
     // [3] EXPLICIT, after unique ids that nobody uses.
     void readExtensions(DerReader& fields) {
-        if (failed_ || fields.atEnd()) return;
+        if (fields_.broken() || fields.atEnd()) return;
         const auto tagged = fields.next();
         if (!tagged || !tagged->isContext() || tagged->number != 3) {
             fail(tagged ? tagged->whole : fields.rest(),
@@ -201,7 +186,7 @@ class CertificateReader {
         const auto list = take(inside, kDerSequence, "the extensions");
         if (!list) return;
         DerReader extensions(list->content);
-        while (!failed_ && !extensions.atEnd()) {
+        while (!fields_.broken() && !extensions.atEnd()) {
             if (const auto one = take(extensions, kDerSequence, "an extension"))
                 readExtension(*one);
         }
@@ -226,7 +211,7 @@ class CertificateReader {
         const auto value = take(parts, kDerOctetString, "an extension's value");
         if (!value) return;
         extension.value = value->content;
-        if (!parts.atEnd()) fail(parts.rest(), "bytes follow an extension's value");
+        fields_.expectEnd(parts, "an extension's value");
         // The key description has a rule of its own for that.
         if (certificate_.find(extension.oid) != nullptr && extension.oid != kKeyDescriptionOid) {
             fail(extension.where, nameOfOid(extension.oid) + " stands twice");
@@ -236,8 +221,8 @@ class CertificateReader {
 
     Certificate certificate_;
     FaultList& faults_;
+    DerFields fields_;
     DerReader reader_;
-    bool failed_ = false;
 };
 
 struct BioFree {

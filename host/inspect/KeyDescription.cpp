@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/DerFields.h"
 #include "inspect/Parameters.h"
 #include "inspect/Values.h"
 
@@ -22,19 +23,15 @@ constexpr uint32_t kDeviceUnique = 720;
 
 class DescriptionReader {
   public:
-    DescriptionReader(Window der, FaultList& faults) : faults_(faults), outside_(der) {}
+    DescriptionReader(Window der, FaultList& faults)
+        : faults_(faults), fields_(rule::kFields, rule::kDer, faults), outside_(der) {}
 
     KeyDescription read() {
         description_.where = outside_.rest();
-        const auto sequence = outside_.next();
-        if (!sequence || !sequence->is(kDerSequence)) {
-            note(rule::kFields, description_.where,
-                 outside_.error() != nullptr ? outside_.error() : "it is no SEQUENCE");
-            return description_;
+        if (const auto sequence = fields_.take(outside_, kDerSequence, "KeyDescription")) {
+            fields_.expectEnd(outside_, "the SEQUENCE");
+            readFields(DerReader(sequence->content));
         }
-        noteFlaw(*sequence, faults_);
-        if (!outside_.atEnd()) note(rule::kFields, outside_.rest(), "bytes follow the SEQUENCE");
-        readFields(DerReader(sequence->content));
         return description_;
     }
 
@@ -44,26 +41,8 @@ class DescriptionReader {
         faults_.add(broken, where.offset(), why, tag);
     }
 
-    // The next field; a wrong type ends the reading, since what follows cannot be told.
-    std::optional<DerElement> field(DerReader& fields, DerNumber type, const char* name) {
-        if (broken_) return std::nullopt;
-        const Window here = fields.rest();
-        const auto element = fields.next();
-        if (!element || !element->is(type)) {
-            broken_ = true;
-            note(rule::kFields, here,
-                 std::string(name) + (element ? " is " + element->typeText()
-                                      : fields.error() != nullptr
-                                          ? ": " + std::string(fields.error())
-                                          : " is missing"));
-            return std::nullopt;
-        }
-        noteFlaw(*element, faults_);
-        return element;
-    }
-
     Number number(DerReader& fields, DerNumber type, const char* name) {
-        const auto element = field(fields, type, name);
+        const auto element = fields_.take(fields, type, name);
         return element ? readUnsigned(*element, rule::kFields, faults_) : Number{};
     }
 
@@ -77,7 +56,7 @@ class DescriptionReader {
     }
 
     Window bytes(DerReader& fields, const char* name, const Rule& broken, bool (*good)(size_t)) {
-        const auto element = field(fields, kDerOctetString, name);
+        const auto element = fields_.take(fields, kDerOctetString, name);
         if (!element) return {};
         const size_t size = element->content.size();
         if (!good(size)) note(broken, element->whole, "it has " + std::to_string(size) + " bytes");
@@ -96,10 +75,8 @@ class DescriptionReader {
                             [](size_t size) { return size == 0 || size == kUniqueIdBytes; });
         d.software = list(fields, ListUse::software, "softwareEnforced");
         d.hardware = list(fields, ListUse::hardware, "hardwareEnforced");
-        if (!broken_ && !fields.atEnd()) {
-            note(rule::kFields, fields.rest(), "something stands after the eight fields");
-        }
-        d.whole = !broken_;
+        fields_.expectEnd(fields, "the eight fields");
+        d.whole = !fields_.broken();
         checkVersions();
         if (d.whole) checkTogether();
     }
@@ -127,7 +104,7 @@ class DescriptionReader {
     }
 
     AuthorizationList list(DerReader& fields, ListUse use, const char* name) {
-        const auto element = field(fields, kDerSequence, name);
+        const auto element = fields_.take(fields, kDerSequence, name);
         if (!element) return {};
         ListRules rules;
         rules.use = use;
@@ -175,8 +152,8 @@ class DescriptionReader {
 
     KeyDescription description_;
     FaultList& faults_;
+    DerFields fields_;
     DerReader outside_;
-    bool broken_ = false;
 };
 
 std::string levelText(const Number& level) {

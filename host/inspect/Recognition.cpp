@@ -172,17 +172,10 @@ std::string explain(Window bytes) {
 Bytes fromHexText(Window bytes) {
     constexpr size_t kFewestDigits = 8;
     std::string digits;
-    for (const uint8_t byte : bytes) {
-        if (std::isspace(byte) != 0) continue;
-        if (std::isxdigit(byte) == 0) return {};
-        digits += static_cast<char>(byte);
-    }
-    if (digits.size() < kFewestDigits || digits.size() % 2 != 0) return {};
-    Bytes decoded;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        decoded.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    }
-    return decoded;
+    std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(digits),
+                 [](uint8_t byte) { return std::isspace(byte) == 0; });
+    if (digits.size() < kFewestDigits) return {};
+    return bytesOfHex(digits).value_or(Bytes());
 }
 
 }  // namespace
@@ -198,7 +191,8 @@ bool isKind(const std::string& name) {
 }
 
 std::optional<Inspection> inspectBytes(Window bytes, const Hints& hints, std::string& why) {
-    const Bytes decoded = fromHexText(bytes);
+    Bytes decoded = fromHexText(bytes);
+    if (decoded.empty()) decoded = verificationTokenOfJson(bytes).value_or(Bytes());
     if (!decoded.empty()) bytes = Window(decoded);
     const char* kind = hints.kind.empty() ? recognise(bytes, hints) : hints.kind.c_str();
     if (kind == nullptr) {
@@ -212,7 +206,7 @@ std::optional<Inspection> inspectBytes(Window bytes, const Hints& hints, std::st
     }
     Inspection found = row->inspect(bytes, hints);
     if (!decoded.empty()) {
-        found.remarks.push_back("bytes count in what the hexadecimal digits stand for");
+        found.remarks.push_back("bytes count in the binary form that the text stands for");
     }
     return found;
 }

@@ -1,5 +1,9 @@
 #include "inspect/Token.h"
 
+#include <android/hardware/keymaster/4.0/types.h>
+
+#include <nlohmann/json.hpp>
+
 #include "inspect/Parameters.h"
 #include "inspect/Values.h"
 
@@ -11,6 +15,10 @@ constexpr size_t kMacBytes = 32;
 constexpr uint32_t kAuthTypeTag = 0x100001F8;               // its values are authenticator types
 constexpr uint32_t kHardwareTypeTag = 0x10000130;           // its values are security levels
 constexpr uint64_t kCentury = 100ULL * 366 * 86400 * 1000;  // in milliseconds
+
+void appendLittle(Bytes& bytes, uint64_t number, size_t width) {
+    for (size_t i = 0; i < width; ++i) bytes.push_back(static_cast<uint8_t>(number >> (8 * i)));
+}
 
 // Takes fields of a packed record, one behind the other.
 class TokenReader {
@@ -71,6 +79,34 @@ bool looksLikeAuthToken(Window bytes) {
 bool looksLikeVerificationToken(Window bytes) {
     const uint64_t mac = bytes.little(20, 4);
     return bytes.size() == kUnsignedVerificationTokenBytes + mac && (mac == 0 || mac == kMacBytes);
+}
+
+std::optional<Bytes> verificationTokenOfJson(Window text) {
+    using ::android::hardware::hidl_enum_range;
+    using ::android::hardware::keymaster::V4_0::SecurityLevel;
+    const auto object = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
+    if (!object.is_object()) return std::nullopt;
+    const auto textOf = [&object](const char* member) {
+        const auto found = object.find(member);
+        return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+    };
+    const std::string id = textOf("challenge");
+    const std::optional<Bytes> challenge = bytesOfHex(id.rfind("0x", 0) == 0 ? id.substr(2) : id);
+    const std::optional<Bytes> mac = bytesOfHex(textOf("mac"));
+    const auto timestamp = object.find("timestamp");
+    const bool whole = challenge && challenge->size() == 8 && mac && timestamp != object.end() &&
+                       timestamp->is_number_unsigned();
+    if (!whole) return std::nullopt;
+    uint64_t level = UINT32_MAX;
+    for (const SecurityLevel each : hidl_enum_range<SecurityLevel>()) {
+        if (toString(each) == textOf("securityLevel")) level = static_cast<uint64_t>(each);
+    }
+    Bytes token(challenge->rbegin(), challenge->rend());
+    appendLittle(token, timestamp->get<uint64_t>(), 8);
+    appendLittle(token, level, 4);
+    appendLittle(token, mac->size(), 4);
+    token.insert(token.end(), mac->begin(), mac->end());
+    return token;
 }
 
 Inspection inspectAuthToken(Window token) {

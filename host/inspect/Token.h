@@ -14,6 +14,11 @@ bool looksLikeAuthToken(Window bytes);
 // Whether the bytes have a length, and tell a length of their MAC, that verification tokens have.
 bool looksLikeVerificationToken(Window bytes);
 
+// The binary form of a token that is one JSON object, as lumokm verify-authorization prints it:
+// challenge and mac in hexadecimal digits, timestamp, securityLevel by its published name. Nothing
+// for any other text.
+std::optional<Bytes> verificationTokenOfJson(Window text);
+
 Inspection inspectAuthToken(Window token);
 Inspection inspectVerificationToken(Window token);
 

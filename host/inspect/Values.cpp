@@ -1,5 +1,7 @@
 #include "inspect/Values.h"
 
+#include <cctype>
+
 #include "inspect/Message.h"
 #include "inspect/Parameters.h"
 
@@ -21,6 +23,18 @@ bool isUnknownValue(uint32_t tag, uint64_t value) {
 
 std::string hexText(Window bytes) {
     return toHex(ByteView(bytes.data(), bytes.size()));
+}
+
+std::optional<Bytes> bytesOfHex(const std::string& digits) {
+    const bool all = std::all_of(digits.begin(), digits.end(), [](char digit) {
+        return std::isxdigit(static_cast<unsigned char>(digit)) != 0;
+    });
+    if (!all || digits.size() % 2 != 0) return std::nullopt;
+    Bytes bytes;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
 }
 
 std::string bytesText(Window bytes) {

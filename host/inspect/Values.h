@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "inspect/Window.h"
@@ -12,6 +13,8 @@ namespace lumo::inspect {
 bool isUnknownValue(uint32_t tag, uint64_t value);
 
 std::string hexText(Window bytes);
+// Nothing where a character is no hexadecimal digit, or one is left over.
+std::optional<Bytes> bytesOfHex(const std::string& digits);
 
 // The characters between quotes where all of them can be printed, else hexadecimal digits; long
 // ones are cut, with their length.

@@ -3,6 +3,7 @@
 #include <android/hardware/keymaster/4.0/types.h>
 
 #include "inspect/AuthorizationList.h"
+#include "inspect/DerFields.h"
 #include "inspect/Values.h"
 
 namespace lumo::inspect {
@@ -21,15 +22,16 @@ constexpr uint64_t kAes = 32, kTripleDes = 33, kHmac = 128;
 
 class WrapperReader {
   public:
-    explicit WrapperReader(Window der) : der_(der), faults_(found_.faults) {
+    explicit WrapperReader(Window der)
+        : der_(der), faults_(found_.faults), fields_(kForm, kForm, faults_) {
         found_.kind = "wrapped key";
     }
 
     Inspection read() {
         DerReader outside(der_);
-        const auto wrapper = take(outside, kDerSequence, "SecureKeyWrapper");
+        const auto wrapper = fields_.take(outside, kDerSequence, "SecureKeyWrapper");
         if (!wrapper) return std::move(found_);
-        if (!outside.atEnd()) note(kForm, outside.rest(), "bytes follow the wrapper");
+        fields_.expectEnd(outside, "the wrapper");
         DerReader fields(wrapper->content);
         const auto version = number(fields, "version");
         if (version.value && !version.is(0)) note(kForm, version.where, "the version is not 0");
@@ -38,14 +40,13 @@ class WrapperReader {
             note(kSizes, transport, "no RSA key encrypts to that few bytes");
         }
         bytes(fields, "initializationVector", kNonceBytes);
-        if (const auto description = take(fields, kDerSequence, "keyDescription")) {
+        if (const auto description = fields_.take(fields, kDerSequence, "keyDescription")) {
             readDescription(*description);
         }
         const Window key = bytes(fields, "encryptedKey", 0);
         bytes(fields, "tag", kTagBytes);
-        if (!broken_ && !fields.atEnd())
-            note(kForm, fields.rest(), "something stands after the tag");
-        if (!broken_) checkKeySize(key);
+        fields_.expectEnd(fields, "the tag");
+        if (!fields_.broken()) checkKeySize(key);
         return std::move(found_);
     }
 
@@ -54,25 +55,8 @@ class WrapperReader {
         faults_.add(rule, where.offset(), why);
     }
 
-    std::optional<DerElement> take(DerReader& fields, DerNumber type, const char* name) {
-        if (broken_) return std::nullopt;
-        const Window here = fields.rest();
-        const auto element = fields.next();
-        if (!element || !element->is(type)) {
-            broken_ = true;
-            note(kForm, here,
-                 std::string(name) + (element ? " is " + element->typeText()
-                                      : fields.error() != nullptr
-                                          ? ": " + std::string(fields.error())
-                                          : " is missing"));
-            return std::nullopt;
-        }
-        noteFlaw(*element, faults_);
-        return element;
-    }
-
     Number number(DerReader& fields, const char* name) {
-        const auto element = take(fields, kDerInteger, name);
+        const auto element = fields_.take(fields, kDerInteger, name);
         if (!element) return {};
         const Number number = readUnsigned(*element, kForm, faults_);
         found_.items.emplace_back(element->whole, name,
@@ -82,7 +66,7 @@ class WrapperReader {
 
     // `wanted` 0: of any size.
     Window bytes(DerReader& fields, const char* name, size_t wanted) {
-        const auto element = take(fields, kDerOctetString, name);
+        const auto element = fields_.take(fields, kDerOctetString, name);
         if (!element) return {};
         const Window content = element->content;
         found_.items.emplace_back(
@@ -105,11 +89,11 @@ class WrapperReader {
             if (known) found_.items.back().value += " (" + formatName() + ")";
             if (!known) note(kForm, format_.where, "neither PKCS8 (1) nor RAW (3)");
         }
-        const auto list = take(fields, kDerSequence, "keyParams");
+        const auto list = fields_.take(fields, kDerSequence, "keyParams");
         if (list) {
             params_ = readAuthorizationList(list->content, {}, faults_);
             found_.items.push_back(describe(params_, "keyParams"));
-            if (!fields.atEnd()) note(kForm, fields.rest(), "something stands after keyParams");
+            fields_.expectEnd(fields, "keyParams");
         }
         found_.remarks.push_back("the tag covers the " + std::to_string(description.whole.size()) +
                                  " bytes of keyDescription from byte " +
@@ -143,9 +127,9 @@ class WrapperReader {
     Window der_;
     Inspection found_;
     FaultList faults_;
+    DerFields fields_;
     Number format_;
     AuthorizationList params_;
-    bool broken_ = false;
 };
 
 }  // namespace
