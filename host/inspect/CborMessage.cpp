@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -100,8 +101,11 @@ class CborDecoder {
         const bool is_map = peek(head) && head.major == kMap && !head.indefinite();
         const bool read = is_map ? topMap() : item(0);
         message_.notation = std::move(out_);
-        if (read && !is_map) problem(0, "this is no map of definite length");
         message_.extent = position_;
+        if (read && !is_map) {
+            problem(0, "this is no map of definite length");
+            return unread(0);
+        }
         if (!read) unread(position_);
         if (read && position_ < bytes_.size()) {
             problem(position_, "bytes follow the end of the item");
@@ -245,7 +249,8 @@ class CborDecoder {
             field.number = negative ? ~head.value : head.value;
             field.value = field.meaning == Meaning::kHandle ? idText(field.number)
                                                             : numberText(tag, field.number);
-            const std::string explained = explainNumber(tag, field.number);
+            const std::string explained =
+                field.meaning == Meaning::kHandle ? field.value : explainNumber(tag, field.number);
             if (!explained.empty()) out_ += " /" + explained + "/";
         } else if (field.is_bytes && !head.indefinite()) {
             field.value = bytesText(bytes, field.offset, hidden_);
@@ -265,6 +270,12 @@ class CborDecoder {
         if (depth > kMaxDepth) {
             problem(position_, "items are nested too deeply to be read");
             return false;
+        }
+        // Of a string only the content is ever hidden; any other item is hidden as a whole.
+        if (const Hidden* part = hiddenIn(position_, 1, hidden_)) {
+            position_ = std::min(bytes_.size(), part->offset + part->size);
+            out_ += "/redacted, " + std::to_string(part->size) + " bytes/";
+            return true;
         }
         Head head;
         if (!next(head)) return false;

@@ -22,11 +22,12 @@ enum class Side { kRequest, kResponse };
 
 // What a field is to whoever hides, replaces or compares messages.
 enum class Meaning {
-    kValue,    // the caller's choice, or a fact of the device: the same in every run
-    kLayout,   // an offset, a length: follows from the other fields
-    kStale,    // never written for this message: whatever the buffer held before
-    kUnread,   // bytes whose meaning is not known
-    kKeyData,  // a key that is imported
+    kValue,     // the caller's choice, or a fact of the device: the same in every run
+    kLayout,    // an offset, a length: follows from the other fields
+    kStale,     // never written for this message: whatever the buffer held before
+    kRepeated,  // stale as well, but known: as in the parameter before, or all ones
+    kUnread,    // bytes whose meaning is not known
+    kKeyData,   // a key that is imported
     kMaskingKey,
     kApplication,  // application id or data that a key is bound to
     kInput,        // of an operation
@@ -59,6 +60,8 @@ struct Field {
     uint64_t number = 0;  // the value of a number
     bool is_bytes = false;
     unsigned depth = 0;  // 1: a part of the field before it
+
+    bool isStale() const { return meaning == Meaning::kStale || meaning == Meaning::kRepeated; }
 };
 
 // A part of a message whose bytes were replaced by zeros.

@@ -29,7 +29,7 @@ std::string toText(const Message& message, const std::string& indent) {
         std::snprintf(place, sizeof(place), "%6zu %6zu  ", field.offset, field.size);
         text +=
             indent + place + std::string(2 * field.depth, ' ') + field.name + ": " + field.value;
-        if (field.meaning == Meaning::kStale) text += " (stale)";
+        if (field.isStale()) text += " (stale)";
         text += '\n';
     }
     for (const std::string& problem : message.problems) text += indent + "! " + problem + '\n';

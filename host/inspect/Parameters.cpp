@@ -22,6 +22,21 @@ std::string nameOfValue(uint64_t value) {
     return name.rfind("0x", 0) == 0 ? "unknown" : name;
 }
 
+// Tags of the wire that the platform's interface no longer has.
+struct OlderTag {
+    keymaster_tag_t tag;
+    const char* name;
+};
+constexpr OlderTag kOlderTags[] = {
+    {KM_TAG_KDF, "KDF"},
+    {KM_TAG_ECIES_SINGLE_HASH_MODE, "ECIES_SINGLE_HASH_MODE"},
+    {KM_TAG_ALL_USERS, "ALL_USERS"},
+    {KM_TAG_ALL_APPLICATIONS, "ALL_APPLICATIONS"},
+    {KM_TAG_EXPORTABLE, "EXPORTABLE"},
+    {KM_TAG_ROLLBACK_RESISTANT, "ROLLBACK_RESISTANT"},
+    {KM_TAG_AUTH_TOKEN, "AUTH_TOKEN"},
+};
+
 // The auth token's layout. The first three numbers are in host byte order, which is little-endian
 // on every device; the last two are big-endian.
 struct TokenPart {
@@ -66,6 +81,9 @@ ValueKind valueKindOf(uint32_t tag) {
 }
 
 std::string tagName(uint32_t tag) {
+    for (const OlderTag& older : kOlderTags) {
+        if (static_cast<uint32_t>(older.tag) == tag) return older.name;
+    }
     return toString(Tag{tag});
 }
 
@@ -189,7 +207,8 @@ void addTokenFields(Message& message, ByteView token, size_t offset,
         } else {
             field.number = part.big_endian ? secureapp::loadBig(bytes.data(), part.size)
                                            : secureapp::loadLittle(bytes.data(), part.size);
-            field.value = idText(field.number);
+            const bool id = part.size == sizeof(uint64_t) && !part.big_endian;
+            field.value = id ? idText(field.number) : std::to_string(field.number);
         }
         message.fields.push_back(std::move(field));
     }

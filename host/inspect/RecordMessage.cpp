@@ -394,14 +394,27 @@ class RecordDecoder {
                 place == offset ? ByteView() : bytes_.sub(place - kParamBytes, kParamBytes);
             if (std::equal(record.begin(), record.end(), before.begin(), before.end())) {
                 addBytes("parameter of unknown type: the one before it again", place, 0, place,
-                         kParamBytes, Meaning::kStale);
+                         kParamBytes, Meaning::kRepeated);
                 continue;
             }
-            readParam(place);
+            readParam(place, before);
         }
     }
 
-    void readParam(size_t at) {
+    // Bytes of a parameter that its type does not need: the sender leaves there what it wrote for
+    // the parameter before, or the ones that it began with.
+    void readUnusedOfParam(const std::string& name, size_t param, size_t from, ByteView before) {
+        const ByteView unused = bytes_.sub(param + from, kParamBytes - from);
+        const ByteView earlier = before.sub(from);
+        const bool repeated = before.empty()
+                                  ? std::all_of(unused.begin(), unused.end(),
+                                                [](uint8_t byte) { return byte == 0xFF; })
+                                  : std::equal(unused.begin(), unused.end(), earlier.begin());
+        addBytes(name + ", unused", param + from, 0, param + from, unused.size(),
+                 repeated ? Meaning::kRepeated : Meaning::kStale);
+    }
+
+    void readParam(size_t at, ByteView before) {
         const uint32_t tag = word(at);
         const size_t first = at + kWordBytes;
         const size_t second = first + kWordBytes;
@@ -413,7 +426,7 @@ class RecordDecoder {
             case ValueKind::kWord:
                 add(name, at, 2 * kWordBytes, meaningOf(tag), numberText(tag, word(first))).number =
                     word(first);
-                return readStale(name + ", unused word", second, kWordBytes);
+                return readUnusedOfParam(name, at, 2 * kWordBytes, before);
             case ValueKind::kLong: {
                 const uint64_t value = word(first) | uint64_t{word(second)} << 32;
                 add(name, at, kParamBytes, meaningOf(tag), numberText(tag, value)).number = value;
@@ -422,7 +435,7 @@ class RecordDecoder {
             case ValueKind::kBool:
                 add(name, at, kWordBytes + 1, meaningOf(tag), bytes_[first] != 0 ? "true" : "false")
                     .number = bytes_[first];
-                return readStale(name + ", unused bytes", first + 1, 2 * kWordBytes - 1);
+                return readUnusedOfParam(name, at, kWordBytes + 1, before);
             case ValueKind::kBytes: {
                 add(name + ", tag", at, kWordBytes, Meaning::kValue, hexWord(tag)).number = tag;
                 readItem(name, first, 0, meaningOf(tag));

@@ -35,7 +35,7 @@ const struct {
      "     0      4  command: generateKey (0x108)\n"
      "     4      8  place of parameters: 2 at byte 12\n"
      "    12      8  ALGORITHM: 3 (EC)\n"
-     "    20      4  ALGORITHM, unused word: eeeeeeee (stale)\n"
+     "    20      4  ALGORITHM, unused: eeeeeeee (stale)\n"
      "    24      4  APPLICATION_ID, tag: 0x90000259\n"
      "    28      8  place of APPLICATION_ID: 5 bytes at byte 36, outside the message\n"
      "! APPLICATION_ID lies outside the message\n",
