@@ -6,6 +6,7 @@
 #include "ReplayLink.h"
 #include "SimLink.h"
 #include "SocketLink.h"
+#include "TraceLink.h"
 #include "TransportName.h"
 #include "secureapp/device/FileState.h"
 
@@ -96,9 +97,15 @@ std::unique_ptr<Link> makeLink(keymaster_security_level_t level) {
     try {
         const TransportName name = chosenTransport();
         std::unique_ptr<Link> link = makeBaseLink(level, name);
-        if (name.faults.empty()) return link;
-        return std::make_unique<FaultLink>(std::move(link), FaultPlan(name.faults, name.seed));
+        if (!name.faults.empty()) {
+            link = std::make_unique<FaultLink>(std::move(link), FaultPlan(name.faults, name.seed));
+        }
+        auto trace = inspect::traceFileOfEnvironment();
+        if (trace == nullptr) return link;
+        return std::make_unique<TraceLink>(level, std::move(link), std::move(trace));
     } catch (const UsageError& error) {
+        return std::make_unique<RefusedLink>(error.what());
+    } catch (const inspect::TraceError& error) {
         return std::make_unique<RefusedLink>(error.what());
     }
 }
