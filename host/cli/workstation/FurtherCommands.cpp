@@ -1,11 +1,12 @@
 // The commands that only the client on a workstation has, in groups.
 #include "InspectCommands.h"
 #include "ServiceSource.h"
+#include "TraceCommands.h"
 
 namespace lumo::cli {
 
 std::vector<CommandGroup> furtherCommands() {
-    return {inspectionCommands()};
+    return {inspectionCommands(), traceCommands()};
 }
 
 }  // namespace lumo::cli

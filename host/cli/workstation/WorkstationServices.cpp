@@ -142,6 +142,11 @@ void declareWayThere(CLI::App& app) {
         ->each([](const std::string& /*directory*/) { state_was_given = true; });
     addVariable(app, "--transport", kTransportVariable, "how the secure application is reached")
         ->type_name("NAME");
+    addVariable(app, "--trace", "LUMO_TRACE", "append every exchange to this file")
+        ->type_name("FILE");
+    app.add_flag_callback(
+        "--unredacted", [] { setenv("LUMO_TRACE_UNREDACTED", "1", 1); },
+        "let the trace have keys, plaintext and tokens as well");
 }
 
 void requireWayThere() {
