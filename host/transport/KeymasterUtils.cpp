@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "Link.h"
+#include "OneCaller.h"
 
 namespace keymasterutils {
 namespace {
@@ -15,6 +16,7 @@ using lumo::secureapp::Bytes;
 using lumo::secureapp::ByteView;
 using lumo::secureapp::FrameKind;
 using lumo::secureapp::RequestFrame;
+using Call = lumo::transport::OneCaller::Call;
 
 struct Free {
     void operator()(uint8_t* memory) const { std::free(memory); }
@@ -59,6 +61,7 @@ struct KeymasterUtils::Impl {
     }
 
     const keymaster_security_level_t level;
+    lumo::transport::OneCaller callers;
     std::unique_ptr<lumo::transport::Link> link;
     uint32_t command = 0;
     // Made by the first init(). The system hands out zeroed pages as they are touched.
@@ -72,40 +75,49 @@ KeymasterUtils::KeymasterUtils(keymaster_security_level_t level)
 KeymasterUtils::~KeymasterUtils() = default;
 
 bool KeymasterUtils::isLegacy() {
+    const Call call(impl_->callers);
     return impl_->link->facts().legacy;
 }
 
 keymaster_error_t KeymasterUtils::hsm_init() {
+    const Call call(impl_->callers);
     return impl_->link->open();
 }
 
 uint32_t KeymasterUtils::getKeymasterVersion() {
+    const Call call(impl_->callers);
     return impl_->link->facts().keymaster_version;
 }
 
 uint32_t KeymasterUtils::getKeymasterTaMinorVersion() {
+    const Call call(impl_->callers);
     return impl_->link->facts().ta_minor_version;
 }
 
 uint32_t KeymasterUtils::getKeymasterHalMinorVersion() {
+    const Call call(impl_->callers);
     return impl_->link->facts().hal_minor_version;
 }
 
 keymaster_error_t KeymasterUtils::init(uint32_t cmd_id, keymaster_blob_t* request) {
+    const Call call(impl_->callers);
     if (request == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     impl_->command = cmd_id;
     if (!impl_->request) {
         impl_->request.reset(static_cast<uint8_t*>(std::calloc(kRequestCapacity, 1)));
     }
     if (!impl_->request) return KM_ERROR_MEMORY_ALLOCATION_FAILED;
+    impl_->callers.takesBuffer();
     *request = {impl_->request.get(), kRequestCapacity};
     return KM_ERROR_OK;
 }
 
 keymaster_error_t KeymasterUtils::sendCmd(const keymaster_blob_t& request,
                                           keymaster_blob_t* response) {
+    const Call call(impl_->callers);
     if (response == nullptr) return KM_ERROR_UNEXPECTED_NULL_POINTER;
     if (request.data_length > kRequestCapacity) return KM_ERROR_INVALID_INPUT_LENGTH;
+    impl_->callers.sendsBuffer();
     ByteView answer;
     const ByteView sent(request.data, request.data_length);
     const keymaster_error_t error = impl_->link->exchangeCbor(impl_->command, sent, answer);
@@ -117,15 +129,19 @@ keymaster_error_t KeymasterUtils::sendCmd(const keymaster_blob_t& request,
 }
 
 void* KeymasterUtils::vaultlink_dev_init() {
+    const Call call(impl_->callers);
+    impl_->callers.takesBuffer();
     return impl_->shared.data();
 }
 
 int32_t KeymasterUtils::send_cmd(void* request, uint32_t request_length, void* response,
                                  uint32_t response_capacity) {
+    const Call call(impl_->callers);
     if (!impl_->inRegion(request, request_length) ||
         !impl_->inRegion(response, response_capacity)) {
         return KM_ERROR_INVALID_ARGUMENT;
     }
+    impl_->callers.sendsBuffer();
     const ByteView sent(static_cast<const uint8_t*>(request), request_length);
     const keymaster_error_t error =
         impl_->link->exchangeRecord(sent, static_cast<uint8_t*>(response), response_capacity);

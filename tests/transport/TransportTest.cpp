@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <thread>
 
 #include "Client.h"
 #include "Folder.h"
@@ -118,6 +119,23 @@ TEST_F(SimTransport, KeepsNoImportedKey) {
         const uint8_t* shared = static_cast<uint8_t*>(transport.vaultlink_dev_init());
         EXPECT_EQ(Bytes(shared, shared + 12), Bytes(12, 0));
     }
+}
+
+// The library takes no lock: two threads in one object would mix their messages.
+TEST_F(SimTransport, NoticesTwoThreadsInOneObject) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    KeymasterUtils transport(kTee);
+    keymaster_blob_t mine, other, response;
+    const auto take = [&] { static_cast<void>(transport.init(kSharing, &other)); };
+    ASSERT_EQ(transport.init(kSharing, &mine), KM_ERROR_OK);
+    mine.data_length = 0;
+    EXPECT_DEATH((std::thread(take).join(), static_cast<void>(transport.sendCmd(mine, &response))),
+                 "two threads are in one keymaster device object");
+    // One after the other is nobody's mistake.
+    std::thread(take).join();
+    ASSERT_EQ(transport.init(kSharing, &mine), KM_ERROR_OK);
+    mine.data_length = 0;
+    EXPECT_EQ(transport.sendCmd(mine, &response), KM_ERROR_OK);
 }
 
 TEST_F(SimTransport, SharedRegionBoundsEveryRecord) {
