@@ -65,13 +65,13 @@ constexpr LabelRow kLabels[] = {
     {34, "operation handle", Meaning::kHandle, Content::kNumber},
     {35, "input", Meaning::kInput, Content::kBytes},
     {36, "output", Meaning::kOutput, Content::kBytes},
-    {37, "input consumed", Meaning::kValue, Content::kNumber},
+    {37, "input consumed", Meaning::kConsumed, Content::kNumber},
     {38, "signature", Meaning::kSignature, Content::kBytes},
     {39, "active date", Meaning::kValue, Content::kDate},
     {40, "expiry date", Meaning::kValue, Content::kDate},
     {41, "sharing seed", Meaning::kSharingSeed, Content::kBytes},
     {42, "sharing nonce", Meaning::kSharingNonce, Content::kBytes},
-    {43, "sharing parameters", Meaning::kValue, Content::kBytes},
+    {43, "sharing parameters", Meaning::kSharingRecords, Content::kBytes},
     {44, "sharing check", Meaning::kSharingCheck, Content::kBytes},
     {45, "destroy flag", Meaning::kValue, Content::kFlag},
     {46, "password only", Meaning::kValue, Content::kFlag},
@@ -274,7 +274,7 @@ class CborDecoder {
         // Of a string only the content is ever hidden; any other item is hidden as a whole.
         if (const Hidden* part = hiddenIn(position_, 1, hidden_)) {
             position_ = std::min(bytes_.size(), part->offset + part->size);
-            out_ += "/redacted, " + std::to_string(part->size) + " bytes/";
+            out_ += "/redacted, " + countOfBytes(part->size) + "/";
             return true;
         }
         Head head;
@@ -316,7 +316,7 @@ class CborDecoder {
         } else {
             const bool cut = found.size() > kShownBytes;
             out_ += "h'" + toHex(found.sub(0, kShownBytes)) + (cut ? "...'" : "'");
-            if (cut) out_ += " /" + std::to_string(found.size()) + " bytes/";
+            if (cut) out_ += " /" + countOfBytes(found.size()) + "/";
         }
         return true;
     }

@@ -32,6 +32,7 @@ enum class Meaning {
     kApplication,  // application id or data that a key is bound to
     kInput,        // of an operation
     kOutput,       // of an operation
+    kConsumed,     // how much of the input was
     kSignature,    // to be verified
     kKeyBlob,
     kHandle,
@@ -43,6 +44,7 @@ enum class Meaning {
     kSharingSeed,
     kSharingNonce,
     kSharingCheck,
+    kSharingRecords,  // seeds and nonces, 64 bytes each
 };
 
 struct Field {
@@ -57,6 +59,8 @@ struct Field {
     size_t stated_at = 0;
     // What the stated offset counts from; only in records.
     size_t base = 0;
+    // Of a pair of words that states a place: the bytes that one of the counted things has.
+    size_t unit = 0;
     uint64_t number = 0;  // the value of a number
     bool is_bytes = false;
     unsigned depth = 0;  // 1: a part of the field before it

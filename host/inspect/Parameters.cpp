@@ -163,6 +163,10 @@ std::string errorName(int32_t code) {
     return toString(km41::ErrorCode{code});
 }
 
+std::string countOfBytes(size_t count) {
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
 const Hidden* hiddenIn(size_t offset, size_t size, const std::vector<Hidden>& hidden) {
     const auto found = std::find_if(hidden.begin(), hidden.end(), [&](const Hidden& part) {
         return part.offset < offset + size && offset < part.offset + part.size;
@@ -172,7 +176,7 @@ const Hidden* hiddenIn(size_t offset, size_t size, const std::vector<Hidden>& hi
 
 std::string bytesText(ByteView bytes, size_t offset, const std::vector<Hidden>& hidden,
                       size_t most) {
-    const std::string size = std::to_string(bytes.size()) + " bytes";
+    const std::string size = countOfBytes(bytes.size());
     const Hidden* part = hiddenIn(offset, bytes.size(), hidden);
     const bool all = part != nullptr && part->offset <= offset &&
                      part->offset + part->size >= offset + bytes.size();
@@ -191,6 +195,11 @@ void addTokenFields(Message& message, ByteView token, size_t offset,
         message.problems.push_back("the auth token at byte " + std::to_string(offset) + " has " +
                                    std::to_string(token.size()) + " bytes in place of " +
                                    std::to_string(kTokenBytes));
+        return;
+    }
+    // In place of no token the client sends zeros.
+    if (std::all_of(token.begin(), token.end(), [](uint8_t byte) { return byte == 0; })) {
+        message.fields.back().value = "none, " + countOfBytes(token.size()) + " of zero";
         return;
     }
     for (const TokenPart& part : kTokenParts) {

@@ -23,7 +23,10 @@ std::string dateText(uint64_t millis);
 // "0x0000000000000001".
 std::string idText(uint64_t id);
 
-// Code and name: "INVALID_KEY_BLOB".
+// "1 byte", "2 bytes".
+std::string countOfBytes(size_t count);
+
+// By its name: "INVALID_KEY_BLOB".
 std::string errorName(int32_t code);
 
 // Digits of bytes, cut after `most` of them; says where they are hidden.

@@ -126,7 +126,7 @@ const std::vector<Layout>& layouts() {
          5,
          {{1, Shape::kUnused, "unused"},
           {2, Shape::kItem, "output", Meaning::kOutput},
-          {4, Shape::kWord, "input consumed"}}},
+          {4, Shape::kWord, "input consumed", Meaning::kConsumed}}},
         {CommandId::kFinish,
          9,
          {{1, Shape::kLong, "operation handle", Meaning::kHandle},
@@ -361,15 +361,17 @@ class RecordDecoder {
         const bool none = stated == 0 && count == 0;
         const bool inside = start <= bytes_.size() && length <= bytes_.size() - start;
         if (!none) {
-            value = (unit == 1 ? std::to_string(count) + " bytes at byte "
-                               : std::to_string(count) + " at byte ") +
+            value = (unit == 1 ? countOfBytes(count) : std::to_string(count)) + " at byte " +
                     std::to_string(start);
             if (base != 0)
                 value += " (" + std::to_string(stated) + " from byte " + std::to_string(base) + ")";
             if (!inside) value += ", outside the message";
         }
         if (bytes_.size() >= at + 2 * kWordBytes) {
-            add("place of " + name, at, 2 * kWordBytes, Meaning::kLayout, value).number = stated;
+            Field& pair = add("place of " + name, at, 2 * kWordBytes, Meaning::kLayout, value);
+            pair.number = stated;
+            pair.base = base;
+            pair.unit = none ? 0 : unit;
         }
         if (!inside && !none) problem(name + " lies outside the message");
         offset = static_cast<size_t>(start);
@@ -454,7 +456,7 @@ class RecordDecoder {
         size_t offset = 0;
         size_t size = 0;
         if (!readPlace(row.name, at, 0, kSharingBytes, offset, size)) return;
-        addBytes(row.name, at, 0, offset, size, Meaning::kValue);
+        addBytes(row.name, at, 0, offset, size, Meaning::kSharingRecords);
     }
 
     // Old applications get the numbers of an EC key: a record of the key size and the places of
@@ -490,8 +492,8 @@ class RecordDecoder {
                              s_end == uint64_t{offset} + length;
         if (!numbers) return readItem(row.name, at, 0, row.meaning);
         add("place of the EC signature's record", at, 2 * kWordBytes, Meaning::kLayout,
-            std::to_string(length) + " bytes at byte " + std::to_string(offset))
-            .number = offset;
+            countOfBytes(length) + " at byte " + std::to_string(offset))
+            .unit = 1;
         readItem("signature r", offset, 0, Meaning::kSignature);
         readItem("signature s", offset + 2 * kWordBytes, 0, Meaning::kSignature);
     }
@@ -581,7 +583,7 @@ Message decodeRecordResponse(uint32_t number, ByteView bytes, const std::vector<
     const bool refused = status != KM_ERROR_OK;
     if (layout != nullptr && !refused) decoder.read(layout->response);
     if (refused && message.command != nullptr && message.command->id == CommandId::kUpdate) {
-        decoder.read({{4, Shape::kWord, "input consumed"}});
+        decoder.read({{4, Shape::kWord, "input consumed", Meaning::kConsumed}});
     }
     decoder.finish(message.extent);
     return message;

@@ -81,14 +81,14 @@ Bytes readMessage(const Json& json, std::vector<Hidden>& hidden) {
     return bytes;
 }
 
-uint32_t readNumber(const Json& json) {
+uint64_t readNumber(const Json& json, uint64_t most) {
     const std::string text = json.get<std::string>();
     char* end = nullptr;
-    const unsigned long value = std::strtoul(text.c_str(), &end, 16);
-    if (text.rfind("0x", 0) != 0 || *end != 0 || value > UINT32_MAX) {
-        throw TraceError("'" + text + "' is no number of a command");
+    const uint64_t value = std::strtoull(text.c_str(), &end, 16);
+    if (text.rfind("0x", 0) != 0 || *end != 0 || value > most) {
+        throw TraceError("'" + text + "' is no hexadecimal number, or too large");
     }
-    return static_cast<uint32_t>(value);
+    return value;
 }
 
 std::chrono::system_clock::time_point readTime(const std::string& text) {
@@ -122,6 +122,7 @@ Exchange read(const Json& json) {
     exchange.source = json.at("source").get<std::string>();
     exchange.process = json.at("process").get<uint64_t>();
     exchange.link = json.at("link").get<uint64_t>();
+    if (!json.at("boot").is_null()) exchange.boot = readNumber(json.at("boot"), UINT64_MAX);
     exchange.level = readWord(json.at("level"), "trusted-environment", "strongbox")
                          ? KM_SECURITY_LEVEL_STRONGBOX
                          : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
@@ -131,7 +132,7 @@ Exchange read(const Json& json) {
     exchange.protocol.ta_minor_version = versions.at("ta").get<uint32_t>();
     exchange.protocol.hal_minor_version = versions.at("hal").get<uint32_t>();
     exchange.wire = readWord(json.at("wire"), "cbor", "record") ? Wire::kRecord : Wire::kCbor;
-    exchange.number = readNumber(json.at("number"));
+    exchange.number = static_cast<uint32_t>(readNumber(json.at("number"), UINT32_MAX));
     exchange.request = readMessage(json.at("request"), exchange.hidden_request);
     if (json.contains("area")) {
         const Json& area = json.at("area");
@@ -191,6 +192,7 @@ std::string toLine(const Exchange& exchange) {
         {"source", exchange.source},
         {"process", exchange.process},
         {"link", exchange.link},
+        {"boot", exchange.boot == 0 ? Json() : Json(idText(exchange.boot))},
         {"level", levelWord(exchange.level)},
         {"protocol", exchange.protocol.legacy ? "records" : "cbor"},
         {"versions",

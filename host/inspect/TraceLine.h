@@ -35,6 +35,7 @@ struct Exchange {
     std::string source;    // who wrote the line: "client" or "daemon"
     uint64_t process = 0;  // its id
     uint64_t link = 0;     // which of its connections, from 1 on
+    uint64_t boot = 0;     // the daemon's boot that was reached; 0 where the process is the boot
     uint32_t level = 0;    // keymaster_security_level_t
     Protocol protocol;
     Wire wire = Wire::kCbor;

@@ -56,6 +56,7 @@ void TraceLink::write(inspect::Exchange exchange, std::chrono::steady_clock::tim
         const KeptReason kept;
         facts_ = link_->facts();
     }
+    exchange.boot = facts_->boot_id;
     exchange.protocol = {facts_->legacy, facts_->keymaster_version, facts_->ta_minor_version,
                          facts_->hal_minor_version};
     const bool written = file_->append(std::move(exchange));

@@ -6,6 +6,7 @@
 #include "Files.h"
 #include "TraceCommands.h"
 #include "Traces.h"
+#include "inspect/Parameters.h"
 
 namespace lumo::cli {
 
@@ -37,7 +38,7 @@ const inspect::CommandInfo* wantedCommand(const std::string& name) {
 }
 
 std::string sideText(const char* name, const inspect::Message& message, size_t size) {
-    return std::string("  ") + name + ", " + std::to_string(size) + " bytes\n" +
+    return std::string("  ") + name + ", " + inspect::countOfBytes(size) + "\n" +
            inspect::toText(message, "  ");
 }
 

@@ -72,6 +72,13 @@ void harden() {
     }
 }
 
+// What the options leave open, the environment says.
+std::unique_ptr<lumo::inspect::TraceFile> openTrace(const Options& options) {
+    if (!options.trace.empty()) ::setenv(lumo::inspect::kTraceVariable, options.trace.c_str(), 1);
+    if (options.unredacted) ::setenv(lumo::inspect::kUnredactedVariable, "1", 1);
+    return lumo::inspect::traceFileOfEnvironment();
+}
+
 void run(const Options& options, const std::string& path) {
     if (options.harden) harden();
     const FileHandle signals = catchSignals();
@@ -92,7 +99,8 @@ void run(const Options& options, const std::string& path) {
     Device device(device_options);
     device.app(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
-    Server server(device, path, std::chrono::seconds(options.idle_seconds), log);
+    const RequestTrace trace(openTrace(options), *device_options.profile, log);
+    Server server(device, path, std::chrono::seconds(options.idle_seconds), log, trace);
     if (options.faults) server.takeFaults();
     tellReady(options.ready_fd);
     notifyManager("READY=1", log);
@@ -129,6 +137,8 @@ int start(const Options& options) {
         return complain(error.what(), kState);
     } catch (const ChannelError& error) {
         return complain(error.what(), kTransport);
+    } catch (const lumo::inspect::TraceError& error) {
+        return complain(error.what(), kUsage);
     } catch (const std::exception& error) {
         return complain(error.what(), kOther);
     }

@@ -44,6 +44,13 @@ void declareOptions(CLI::App& program, Options& options) {
                     "append the log to this file (default: to\n"
                     "standard error)")
         ->type_name("FILE");
+    program
+        .add_option("--trace", options.trace,
+                    "append every exchange to this file (else\n"
+                    "LUMO_TRACE)")
+        ->type_name("FILE");
+    program.add_flag("--unredacted", options.unredacted,
+                     "let the trace have keys, plaintext and tokens");
     program.add_flag("-v,--verbose", options.verbose,
                      "log clients that come and go, and every refusal\n"
                      "with its reason");

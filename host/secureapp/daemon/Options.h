@@ -15,6 +15,8 @@ struct Options {
     bool test_keys = false;
     int ready_fd = -1;
     std::string log;
+    std::string trace;
+    bool unredacted = false;
     bool verbose = false;
     unsigned idle_seconds = kIdlePatience.count();
     bool harden = false;

@@ -100,11 +100,12 @@ std::string describe(const RequestFrame& request) {
 }  // namespace
 
 Server::Server(Device& device, const std::string& path, std::chrono::milliseconds idle_patience,
-               const Log& log)
+               const Log& log, const RequestTrace& trace)
     : device_(device),
       path_(path),
       idle_patience_(idle_patience),
       log_(log),
+      trace_(trace),
       boot_id_(makeBootId()),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       ended_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -302,7 +303,9 @@ void Server::serve(Client& client) {
         for (;;) {
             const RequestFrame request = readRequest(channel, kFramePatience);
             client.idle_since = kBusy;
+            const auto start = std::chrono::steady_clock::now();
             const Reply reply = answer(request, client);
+            trace_.note(request, client.number, boot_id_, reply, start);
             if (reply.error != KM_ERROR_OK && log_.verbose()) {
                 log_.line(nameOf(client.number) + ": " + describe(request) +
                           " refused: " + std::to_string(reply.error) +

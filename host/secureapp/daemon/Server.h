@@ -12,6 +12,7 @@
 #include "secureapp/daemon/Channel.h"
 #include "secureapp/daemon/Frame.h"
 #include "secureapp/daemon/Log.h"
+#include "secureapp/daemon/RequestTrace.h"
 #include "secureapp/device/Device.h"
 
 namespace lumo::secureapp {
@@ -26,7 +27,7 @@ class Server {
   public:
     // Listens at `path`; a socket that nobody serves any more is replaced. Throws ChannelError.
     Server(Device& device, const std::string& path, std::chrono::milliseconds idle_patience,
-           const Log& log);
+           const Log& log, const RequestTrace& trace);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -74,6 +75,7 @@ class Server {
     const std::string path_;
     const std::chrono::milliseconds idle_patience_;
     const Log& log_;
+    const RequestTrace& trace_;
     std::atomic<uint64_t> boot_id_;
     bool takes_faults_ = false;
     FileHandle listener_;
