@@ -132,6 +132,23 @@ mkdir -m 1777 all; ln -s ../ec all/link; $K generate --algorithm ec --curve p256
 test -L all/link; cp ec same; if chown -h 65534 all/link; then
   refused 1 $K generate --algorithm ec --curve p256 -o all/link; cmp ec same; fi
 $K delete -k ec; $K delete-all --yes; $K destroy-ids --yes)"},
+    {"the trace of all of these, which has no secret and can be sent elsewhere",
+     R"(R='lumokm --trace traced replay'; test $(stat -c %a trace) = 600
+for secret in 808182838485868788898a8b8c8d8e8f e0e1e2e3e4e5e6e7e8e9eaebecedeeef \
+  30313233343536373839616263646566 736f6d6520706c61696e2074657874; do ! grep -q $secret trace; done
+LUMO_STATE_DIR=other $R trace 2>said; grep -q '2 destructive' said
+case $LUMO_TRANSPORT in *cbor) other=sim:profile=legacy-4;; *) other=sim;; esac
+refused 2 env LUMO_TRANSPORT=$other $R trace; rm trace
+K="$K --unredacted"; printf 'some plain text!' >data
+$K import --algorithm aes --purpose encrypt,decrypt --mode ecb --padding none -i raw -o key
+$K encrypt -k key --mode ecb --padding none -i data -o enc
+$K decrypt -k key --mode ecb --padding none -i enc -o back
+$K generate --algorithm ec --curve p256 --purpose sign,verify --digest sha256 -o key
+$K sign -k key --digest sha256 -i data -o sig; $K verify -k key --digest sha256 -i data --signature sig
+grep -q 736f6d6520706c61696e2074657874 trace; (cat trace; printf '{"trace":1,') >cut
+LUMO_STATE_DIR=third $R cut 2>said; grep -q ' sent, 1 left out: 1 unreadable' said
+sed 's/"code":0/"code":-4/' trace >other-outcome; refused 5 $R other-outcome
+chmod 644 trace; refused 2 $K info; rm trace)"},
 };
 
 class RoundTrip : public testing::TestWithParam<Target> {};
@@ -142,7 +159,7 @@ TEST_P(RoundTrip, MatchesOpenssl) {
     const Shell shell(std::string("sim:profile=") + profile, new_attestation_keys);
     shell.write("wrapper", fromDigits(kWrappedKey));
     shell.write("wrapping.der", fromDigits(kWrappingKey));
-    const std::string k = strongbox ? "lumokm --strongbox" : "lumokm";
+    const std::string k = std::string("lumokm --trace trace") + (strongbox ? " --strongbox" : "");
     const std::string prelude = "set -e; K='" + k +
                                 "'; refused() { want=$1; shift; got=0; \"$@\" || got=$?; test "
                                 "$got = $want; }\nTESTS=" LUMO_TEST_SOURCES "\n";

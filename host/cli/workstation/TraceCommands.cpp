@@ -13,10 +13,23 @@ constexpr char kTraceNotes[] =
     "  lumokm trace t --errors\n"
     "  lumokm trace t --command begin --from 3";
 
+constexpr char kReplayNotes[] =
+    "The requests go to the application that --transport names, with its own key\n"
+    "blobs, handles and nonces in place of the recorded ones. What differs by nature\n"
+    "is compared by form. The first difference that matters ends the replay with exit\n"
+    "status 5; another protocol than the trace's is exit status 2. Lines with redacted\n"
+    "secrets, or tokens of another HMAC key, are left out and counted.\n\n"
+    "Examples:\n"
+    "  lumokm replay t\n"
+    "  lumokm --transport unix:/run/user/1000/lumo.sock replay t";
+
 }  // namespace
 
 CommandGroup traceCommands() {
-    return {"Recorded exchanges", {{"trace", "Show a recorded trace", kTraceNotes, declareTrace}}};
+    return {"Recorded exchanges",
+            {{"trace", "Show a recorded trace", kTraceNotes, declareTrace},
+             {"replay", "Send a trace's requests again and compare the answers", kReplayNotes,
+              declareReplay}}};
 }
 
 }  // namespace lumo::cli

@@ -8,5 +8,6 @@ namespace lumo::cli {
 CommandGroup traceCommands();
 
 Action declareTrace(CLI::App& app, const Common& common);
+Action declareReplay(CLI::App& app, const Common& common);
 
 }  // namespace lumo::cli
