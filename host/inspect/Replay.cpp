@@ -162,21 +162,21 @@ bool usesOperation(const CommandInfo* command) {
 }  // namespace
 
 const char* nameOf(Skip skip) {
-    switch (skip) {
-        case Skip::kNone:
-            return "sent";
-        case Skip::kRedacted:
-            return "redacted";
-        case Skip::kForeignMac:
-            return "foreign MAC";
-        case Skip::kDepends:
-            return "depends on what was left out";
-        case Skip::kUnanswered:
-            return "had not reached the application";
-        case Skip::kDestructive:
-            return "destructive";
-    }
-    return "";
+    constexpr const char* kNames[] = {"sent",    "redacted",   "foreignMac",
+                                      "depends", "unanswered", "destructive"};
+    return kNames[static_cast<size_t>(skip)];
+}
+
+const char* describe(Skip skip) {
+    constexpr const char* kWords[] = {
+        "sent",
+        "redacted",
+        "with a foreign MAC",
+        "depending on what was left out",
+        "that had not reached the application",
+        "destructive",
+    };
+    return kWords[static_cast<size_t>(skip)];
 }
 
 Bytes withContents(const Message& message, ByteView bytes,

@@ -22,7 +22,8 @@ enum class Skip {
     kUnanswered,   // the recorded request did not reach the application
     kDestructive,  // it would destroy more than the trace makes
 };
-const char* nameOf(Skip skip);  // "redacted", "foreign MAC"
+const char* nameOf(Skip skip);    // "foreignMac"
+const char* describe(Skip skip);  // "with a foreign MAC"
 
 // What comes back from the application at hand.
 struct Answer {

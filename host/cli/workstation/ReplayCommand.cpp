@@ -161,7 +161,7 @@ struct Counts {
     size_t sent = 0;
     size_t unreadable = 0;
     size_t other_source = 0;
-    std::map<std::string, size_t> skipped;
+    std::map<Skip, size_t> skipped;
 };
 
 std::string sentenceOf(const Counts& counts) {
@@ -175,7 +175,7 @@ std::string sentenceOf(const Counts& counts) {
         if (count == 0) return;
         reasons += (reasons.empty() ? " " : ", ") + std::to_string(count) + " " + reason;
     };
-    for (const auto& [reason, count] : counts.skipped) add(reason, count);
+    for (const auto& [skip, count] : counts.skipped) add(inspect::describe(skip), count);
     add("seen by the daemon as well", counts.other_source);
     add("unreadable", counts.unreadable);
     return text + reasons;
@@ -204,7 +204,7 @@ class Run {
                 sender_.abort(legacy ? Wire::kRecord : Wire::kCbor, level, handle);
             }
             if (skip != Skip::kNone) {
-                ++counts.skipped[inspect::nameOf(skip)];
+                ++counts.skipped[skip];
                 continue;
             }
             ++counts.sent;
@@ -277,7 +277,9 @@ Action declareReplay(CLI::App& app, const Common& common) {
         const std::string difference = run.carryOut(counts);
         if (!difference.empty()) throw Failure(Exit::check, difference + "; " + sentenceOf(counts));
         Report report = {{"sent", counts.sent}, {"skipped", Report::object()}};
-        for (const auto& [reason, count] : counts.skipped) report["skipped"][reason] = count;
+        for (const auto& [skip, count] : counts.skipped) {
+            report["skipped"][inspect::nameOf(skip)] = count;
+        }
         report["seenByDaemonToo"] = counts.other_source;
         report["unreadable"] = counts.unreadable;
         conclude(common, report, "no difference that matters; " + sentenceOf(counts));
