@@ -42,6 +42,7 @@ struct Fault {
 
 struct Inspection {
     std::string kind;
+    size_t size = 0;  // of what was looked into, in bytes
     std::vector<Item> items;
     std::vector<std::string> remarks;  // worth knowing, and nothing wrong
     std::vector<Fault> faults;

@@ -205,6 +205,7 @@ std::optional<Inspection> inspectBytes(Window bytes, const Hints& hints, std::st
         return std::nullopt;
     }
     Inspection found = row->inspect(bytes, hints);
+    found.size = bytes.size();
     if (!decoded.empty()) {
         found.remarks.push_back("bytes count in the binary form that the text stands for");
     }

@@ -31,7 +31,8 @@ class TokenReader {
 
     // The field that was taken last.
     void show(const char* name, const std::string& value) {
-        found_.items.emplace_back(token_.sub(last_, width_), name, value);
+        const Window where = token_.sub(last_, width_);
+        found_.items.emplace_back(where, name, where.size() == width_ ? value : "cut off");
     }
     void fault(const std::string& why) {
         found_.faults.push_back({"", std::nullopt, token_.offset() + last_, std::nullopt, why});
@@ -51,8 +52,10 @@ class TokenReader {
 
     Inspection finish(size_t wanted) {
         if (token_.size() != wanted) {
-            fault("it has " + std::to_string(token_.size()) + " bytes, not " +
-                  std::to_string(wanted));
+            found_.faults.push_back({"", std::nullopt, std::min(token_.size(), wanted),
+                                     std::nullopt,
+                                     "it has " + std::to_string(token_.size()) + " bytes, not " +
+                                         std::to_string(wanted)});
         }
         return std::move(found_);
     }
@@ -138,7 +141,7 @@ Inspection inspectVerificationToken(Window token) {
     const uint64_t length = reader.little(4);
     reader.show("length of the MAC", std::to_string(length));
     if (length != 0 && length != kMacBytes) reader.fault("a MAC has 32 bytes");
-    reader.showMac(reader.bytes(kMacBytes));
+    reader.showMac(reader.bytes(length == 0 ? 0 : kMacBytes));
     return reader.finish(kUnsignedVerificationTokenBytes + (length == 0 ? 0 : kMacBytes));
 }
 

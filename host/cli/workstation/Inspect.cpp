@@ -48,16 +48,16 @@ Report reportOf(const std::vector<Item>& items) {
     return all;
 }
 
-Report reportOf(const Inspection& found, size_t size) {
+Report reportOf(const Inspection& found) {
     return {{"kind", found.kind},
-            {"size", size},
+            {"size", found.size},
             {"fields", reportOf(found.items)},
             {"remarks", found.remarks},
             {"faults", describe(found.faults)}};
 }
 
-std::string textOf(const Inspection& found, size_t size) {
-    std::string text = found.kind + ", " + std::to_string(size) + " bytes\n";
+std::string textOf(const Inspection& found) {
+    std::string text = found.kind + ", " + std::to_string(found.size) + " bytes\n";
     text += "  byte   size  field\n" + toText(found.items);
     for (const std::string& remark : found.remarks) text += "note: " + remark + "\n";
     for (const inspect::Fault& fault : found.faults) {
@@ -86,9 +86,9 @@ Action declareInspect(CLI::App& app, const Common& common) {
         const auto found = inspect::inspectBytes(inspect::Window(file), hints, why);
         if (!found) throw Failure(Exit::usage, arguments->file + ": " + why);
         if (common.json) {
-            print(reportOf(*found, file.size()), true);
+            print(reportOf(*found), true);
         } else {
-            const std::string text = textOf(*found, file.size());
+            const std::string text = textOf(*found);
             writeFile("-", Bytes(text.begin(), text.end()));
         }
         if (!found->faults.empty()) throw ReportedFailure(Exit::check);
