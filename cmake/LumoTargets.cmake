@@ -17,6 +17,10 @@ target_compile_options(lumo_flags INTERFACE
     -Wold-style-cast -Wcast-align -Wcast-qual -Woverloaded-virtual -Wmissing-declarations -Wvla
     -Wundef
     $<$<BOOL:${LUMO_WERROR}>:-Werror>)
+if(LUMO_COVERAGE)
+    add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
 if(LUMO_SANITIZE)
     add_compile_options(-fsanitize=${LUMO_SANITIZE} -fno-sanitize-recover=all
                         -fno-omit-frame-pointer)
