@@ -5,7 +5,6 @@
 #include "Operation.h"
 #include "Report.h"
 #include "ServiceSource.h"
-#include "TagOptions.h"
 #include "Version.h"
 
 namespace lumo::cli {
@@ -19,11 +18,6 @@ using km::V4_0::EcCurve;
 using km::V4_0::PaddingMode;
 
 constexpr size_t kMostOperations = 64;  // more are not begun
-
-template <typename Value>
-KeyParameter of(Tag tag, Value value) {
-    return makeEnum(tag, static_cast<uint32_t>(value));
-}
 
 template <typename... Values>
 std::vector<uint32_t> numbers(Values... values) {
@@ -53,7 +47,7 @@ const std::vector<AlgorithmRow>& algorithms() {
         {Algorithm::HMAC,
          Tag::KEY_SIZE,
          {64, 128, 256, 512, 1024},
-         {of(Tag::DIGEST, Digest::SHA_2_256), makeEnum(Tag::MIN_MAC_LENGTH, 64)}},
+         {makeParameter(Tag::DIGEST, Digest::SHA_2_256), makeEnum(Tag::MIN_MAC_LENGTH, 64)}},
     };
     return rows;
 }
@@ -72,12 +66,13 @@ const std::vector<OperationRow>& operations() {
     static const std::vector<uint32_t> digests =
         numbers(Digest::NONE, Digest::MD5, Digest::SHA1, Digest::SHA_2_224, Digest::SHA_2_256,
                 Digest::SHA_2_384, Digest::SHA_2_512);
-    static const Parameters sha256 = {of(Tag::DIGEST, Digest::SHA_2_256)};
-    static const Parameters rsa = {of(Tag::KEY_SIZE, 2048),
+    static const Parameters sha256 = {makeParameter(Tag::DIGEST, Digest::SHA_2_256)};
+    static const Parameters rsa = {makeParameter(Tag::KEY_SIZE, 2048),
                                    makeLong(Tag::RSA_PUBLIC_EXPONENT, 65537),
-                                   of(Tag::DIGEST, Digest::SHA_2_256)};
-    static const Parameters none = {of(Tag::PADDING, PaddingMode::NONE)};
-    static const Parameters aes = {of(Tag::KEY_SIZE, 128), of(Tag::PADDING, PaddingMode::NONE),
+                                   makeParameter(Tag::DIGEST, Digest::SHA_2_256)};
+    static const Parameters none = {makeParameter(Tag::PADDING, PaddingMode::NONE)};
+    static const Parameters aes = {makeParameter(Tag::KEY_SIZE, 128),
+                                   makeParameter(Tag::PADDING, PaddingMode::NONE),
                                    makeEnum(Tag::MIN_MAC_LENGTH, 128)};
     static const Parameters tag = joined(none, {makeEnum(Tag::MAC_LENGTH, 128)});
     static const std::vector<OperationRow> rows = {
@@ -90,7 +85,7 @@ const std::vector<OperationRow>& operations() {
          KeyPurpose::SIGN,
          Tag::DIGEST,
          digests,
-         {of(Tag::EC_CURVE, EcCurve::P_256)},
+         {makeParameter(Tag::EC_CURVE, EcCurve::P_256)},
          {}},
         {Algorithm::AES, KeyPurpose::ENCRYPT, Tag::BLOCK_MODE,
          numbers(BlockMode::ECB, BlockMode::CBC, BlockMode::CTR, BlockMode::GCM), aes, tag},
@@ -98,20 +93,21 @@ const std::vector<OperationRow>& operations() {
          KeyPurpose::ENCRYPT,
          Tag::BLOCK_MODE,
          numbers(BlockMode::ECB, BlockMode::CBC),
-         {of(Tag::KEY_SIZE, 168), of(Tag::PADDING, PaddingMode::NONE)},
+         {makeParameter(Tag::KEY_SIZE, 168), makeParameter(Tag::PADDING, PaddingMode::NONE)},
          none},
         {Algorithm::HMAC,
          KeyPurpose::SIGN,
          Tag::DIGEST,
          digests,
-         {of(Tag::KEY_SIZE, 256), makeEnum(Tag::MIN_MAC_LENGTH, 64)},
+         {makeParameter(Tag::KEY_SIZE, 256), makeEnum(Tag::MIN_MAC_LENGTH, 64)},
          {makeEnum(Tag::MAC_LENGTH, 64)}},
     };
     return rows;
 }
 
 Parameters keyOf(Algorithm algorithm, const Parameters& others) {
-    return joined({of(Tag::ALGORITHM, algorithm), makeBool(Tag::NO_AUTH_REQUIRED)}, others);
+    return joined({makeParameter(Tag::ALGORITHM, algorithm), makeBool(Tag::NO_AUTH_REQUIRED)},
+                  others);
 }
 
 // A keymaster that cannot be reached must not look like one that can do nothing.
@@ -148,7 +144,8 @@ Report operationsOf(Examination& examination) {
         for (const uint32_t value : row.values) {
             const Parameters one = {makeEnum(row.tag, value)};
             const Parameters made =
-                keyOf(row.algorithm, joined(joined(row.key, one), {of(Tag::PURPOSE, row.purpose)}));
+                keyOf(row.algorithm,
+                      joined(joined(row.key, one), {makeParameter(Tag::PURPOSE, row.purpose)}));
             uint64_t handle = 0;
             if (!accepted(examination.generate(made, &key).code)) continue;
             if (!accepted(examination.begin({row.purpose, key, joined(row.uses, one), {}, {}, {}},
@@ -165,8 +162,9 @@ Report operationsOf(Examination& examination) {
 
 // How many more operations can be begun now; all of them are aborted again.
 size_t operationsAtOnce(Examination& examination) {
-    const Parameters gcm = {of(Tag::BLOCK_MODE, BlockMode::GCM),
-                            of(Tag::PADDING, PaddingMode::NONE), makeEnum(Tag::MAC_LENGTH, 128)};
+    const Parameters gcm = {makeParameter(Tag::BLOCK_MODE, BlockMode::GCM),
+                            makeParameter(Tag::PADDING, PaddingMode::NONE),
+                            makeEnum(Tag::MAC_LENGTH, 128)};
     std::vector<uint64_t> handles;
     uint64_t handle = 0;
     while (handles.size() < kMostOperations &&

@@ -6,7 +6,6 @@
 #include <tuple>
 
 #include "Command.h"
-#include "TagOptions.h"
 
 namespace lumo::cli {
 
@@ -28,11 +27,6 @@ constexpr char kEcKey[] =
     "38ec988b901d802d1b2efbca3aec1040ffef691b10a14403420004dff23b8c0403dce04ead3f453e8951e1f4827b30"
     "5e870408363cc3ec6972353a7c09f7e04a70a1ff877aeda17062226690c417fdf8cb54a04281a59d341d6864";
 
-template <typename Value>
-KeyParameter of(Tag tag, Value value) {
-    return makeEnum(tag, static_cast<uint32_t>(value));
-}
-
 Bytes text(const char* words) {
     return Bytes(words, words + strlen(words));
 }
@@ -51,28 +45,29 @@ Parameters without(Parameters parameters, Tag tag) {
 }
 
 Parameters sha256() {
-    return {of(Tag::DIGEST, Digest::SHA_2_256)};
+    return {makeParameter(Tag::DIGEST, Digest::SHA_2_256)};
 }
 
 Parameters pss() {
-    return joined(sha256(), {of(Tag::PADDING, PaddingMode::RSA_PSS)});
+    return joined(sha256(), {makeParameter(Tag::PADDING, PaddingMode::RSA_PSS)});
 }
 
 Parameters oaep() {
-    return joined(sha256(), {of(Tag::PADDING, PaddingMode::RSA_OAEP)});
+    return joined(sha256(), {makeParameter(Tag::PADDING, PaddingMode::RSA_OAEP)});
 }
 
 Parameters mac() {
-    return joined(sha256(), {of(Tag::MAC_LENGTH, 256)});
+    return joined(sha256(), {makeParameter(Tag::MAC_LENGTH, 256)});
 }
 
 Parameters gcm() {
-    return {of(Tag::BLOCK_MODE, BlockMode::GCM), of(Tag::PADDING, PaddingMode::NONE),
-            of(Tag::MAC_LENGTH, 128)};
+    return {makeParameter(Tag::BLOCK_MODE, BlockMode::GCM),
+            makeParameter(Tag::PADDING, PaddingMode::NONE), makeParameter(Tag::MAC_LENGTH, 128)};
 }
 
 Parameters cbc() {
-    return {of(Tag::BLOCK_MODE, BlockMode::CBC), of(Tag::PADDING, PaddingMode::PKCS7)};
+    return {makeParameter(Tag::BLOCK_MODE, BlockMode::CBC),
+            makeParameter(Tag::PADDING, PaddingMode::PKCS7)};
 }
 
 // Signs, and verifies what came out.
@@ -448,7 +443,7 @@ std::vector<DoctorCase> makeCases() {
          "a digest that the key does not allow",
          {E::INCOMPATIBLE_DIGEST},
          [](Examination& e) {
-             return begin(e, P::SIGN, e.ecKey(), {of(Tag::DIGEST, Digest::NONE)});
+             return begin(e, P::SIGN, e.ecKey(), {makeParameter(Tag::DIGEST, Digest::NONE)});
          }},
         {"begin", "bytes that are no key", bad_blob,
          [](Examination& e) { return begin(e, P::SIGN, message(), sha256()); }},

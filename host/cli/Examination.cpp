@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Command.h"
-#include "TagOptions.h"
 
 namespace lumo::cli {
 
@@ -21,11 +20,6 @@ constexpr uint64_t kExponent = 65537;
 constexpr size_t kTransportKeyBytes = 32;
 constexpr size_t kGcmTagBytes = 16;
 constexpr uint8_t kOctets = 0x04, kSequence = 0x30;
-
-template <typename Value>
-KeyParameter of(Tag tag, Value value) {
-    return makeEnum(tag, static_cast<uint32_t>(value));
-}
 
 Bytes joinedBytes(std::initializer_list<Bytes> parts) {
     Bytes whole;
@@ -67,41 +61,49 @@ ErrorCode codeOf(const Return<void>& result, const ErrorCode& error) {
 }
 
 Parameters ecParameters() {
-    return {of(Tag::ALGORITHM, Algorithm::EC),
-            of(Tag::EC_CURVE, EcCurve::P_256),
-            of(Tag::KEY_SIZE, 256),
-            of(Tag::PURPOSE, KeyPurpose::SIGN),
-            of(Tag::PURPOSE, KeyPurpose::VERIFY),
-            of(Tag::DIGEST, Digest::SHA_2_256),
+    return {makeParameter(Tag::ALGORITHM, Algorithm::EC),
+            makeParameter(Tag::EC_CURVE, EcCurve::P_256),
+            makeParameter(Tag::KEY_SIZE, 256),
+            makeParameter(Tag::PURPOSE, KeyPurpose::SIGN),
+            makeParameter(Tag::PURPOSE, KeyPurpose::VERIFY),
+            makeParameter(Tag::DIGEST, Digest::SHA_2_256),
             makeBool(Tag::NO_AUTH_REQUIRED)};
 }
 
 Parameters rsaParameters() {
-    return {of(Tag::ALGORITHM, Algorithm::RSA),
-            of(Tag::KEY_SIZE, 2048),
+    return {makeParameter(Tag::ALGORITHM, Algorithm::RSA),
+            makeParameter(Tag::KEY_SIZE, 2048),
             makeLong(Tag::RSA_PUBLIC_EXPONENT, kExponent),
-            of(Tag::PURPOSE, KeyPurpose::SIGN),
-            of(Tag::PURPOSE, KeyPurpose::VERIFY),
-            of(Tag::PURPOSE, KeyPurpose::ENCRYPT),
-            of(Tag::PURPOSE, KeyPurpose::DECRYPT),
-            of(Tag::DIGEST, Digest::SHA_2_256),
-            of(Tag::PADDING, PaddingMode::RSA_PSS),
-            of(Tag::PADDING, PaddingMode::RSA_OAEP),
+            makeParameter(Tag::PURPOSE, KeyPurpose::SIGN),
+            makeParameter(Tag::PURPOSE, KeyPurpose::VERIFY),
+            makeParameter(Tag::PURPOSE, KeyPurpose::ENCRYPT),
+            makeParameter(Tag::PURPOSE, KeyPurpose::DECRYPT),
+            makeParameter(Tag::DIGEST, Digest::SHA_2_256),
+            makeParameter(Tag::PADDING, PaddingMode::RSA_PSS),
+            makeParameter(Tag::PADDING, PaddingMode::RSA_OAEP),
             makeBool(Tag::NO_AUTH_REQUIRED)};
 }
 
 Parameters aesParameters(uint32_t bits) {
-    return {of(Tag::ALGORITHM, Algorithm::AES),        of(Tag::KEY_SIZE, bits),
-            of(Tag::PURPOSE, KeyPurpose::ENCRYPT),     of(Tag::PURPOSE, KeyPurpose::DECRYPT),
-            of(Tag::BLOCK_MODE, BlockMode::CBC),       of(Tag::BLOCK_MODE, BlockMode::GCM),
-            of(Tag::PADDING, PaddingMode::NONE),       of(Tag::PADDING, PaddingMode::PKCS7),
-            of(Tag::MIN_MAC_LENGTH, kGcmTagBytes * 8), makeBool(Tag::NO_AUTH_REQUIRED)};
+    return {makeParameter(Tag::ALGORITHM, Algorithm::AES),
+            makeParameter(Tag::KEY_SIZE, bits),
+            makeParameter(Tag::PURPOSE, KeyPurpose::ENCRYPT),
+            makeParameter(Tag::PURPOSE, KeyPurpose::DECRYPT),
+            makeParameter(Tag::BLOCK_MODE, BlockMode::CBC),
+            makeParameter(Tag::BLOCK_MODE, BlockMode::GCM),
+            makeParameter(Tag::PADDING, PaddingMode::NONE),
+            makeParameter(Tag::PADDING, PaddingMode::PKCS7),
+            makeParameter(Tag::MIN_MAC_LENGTH, kGcmTagBytes * 8),
+            makeBool(Tag::NO_AUTH_REQUIRED)};
 }
 
 Parameters hmacParameters() {
-    return {of(Tag::ALGORITHM, Algorithm::HMAC), of(Tag::KEY_SIZE, 256),
-            of(Tag::PURPOSE, KeyPurpose::SIGN),  of(Tag::PURPOSE, KeyPurpose::VERIFY),
-            of(Tag::DIGEST, Digest::SHA_2_256),  of(Tag::MIN_MAC_LENGTH, 128),
+    return {makeParameter(Tag::ALGORITHM, Algorithm::HMAC),
+            makeParameter(Tag::KEY_SIZE, 256),
+            makeParameter(Tag::PURPOSE, KeyPurpose::SIGN),
+            makeParameter(Tag::PURPOSE, KeyPurpose::VERIFY),
+            makeParameter(Tag::DIGEST, Digest::SHA_2_256),
+            makeParameter(Tag::MIN_MAC_LENGTH, 128),
             makeBool(Tag::NO_AUTH_REQUIRED)};
 }
 
@@ -154,12 +156,14 @@ Answer Examination::import(const Parameters& parameters, KeyFormat format, const
 Answer Examination::importWrapped(const Bytes& wrapped, const Bytes& wrapping_key,
                                   const Bytes& masking_key) {
     Answer answer;
-    codeOf(device_->importWrappedKey(
-               wrapped, wrapping_key, masking_key,
-               {of(Tag::PADDING, PaddingMode::RSA_OAEP), of(Tag::DIGEST, Digest::SHA_2_256)}, 0, 0,
-               [&](ErrorCode code, const auto& made, const auto& described) {
-                   answer = keep(code, made, described, KeyOrigin::SECURELY_IMPORTED, nullptr);
-               }),
+    codeOf(device_->importWrappedKey(wrapped, wrapping_key, masking_key,
+                                     {makeParameter(Tag::PADDING, PaddingMode::RSA_OAEP),
+                                      makeParameter(Tag::DIGEST, Digest::SHA_2_256)},
+                                     0, 0,
+                                     [&](ErrorCode code, const auto& made, const auto& described) {
+                                         answer = keep(code, made, described,
+                                                       KeyOrigin::SECURELY_IMPORTED, nullptr);
+                                     }),
            answer.code);
     return answer;
 }
@@ -234,7 +238,8 @@ const Bytes& Examination::hmacKey() {
 }
 
 const Bytes& Examination::wrappingKey() {
-    return shared("wrapping", joined(rsaParameters(), {of(Tag::PURPOSE, KeyPurpose::WRAP_KEY)}));
+    return shared("wrapping",
+                  joined(rsaParameters(), {makeParameter(Tag::PURPOSE, KeyPurpose::WRAP_KEY)}));
 }
 
 Bytes Examination::wrapped(const Bytes& masking_key) {
@@ -242,14 +247,14 @@ Bytes Examination::wrapped(const Bytes& masking_key) {
     Bytes masked = transport_key;
     for (size_t i = 0; i < masked.size(); i++) masked[i] ^= masking_key[i];
     Bytes encrypted_transport_key;
-    require("encrypt a transport key",
-            use({KeyPurpose::ENCRYPT,
-                 wrappingKey(),
-                 {of(Tag::PADDING, PaddingMode::RSA_OAEP), of(Tag::DIGEST, Digest::SHA_2_256)},
-                 masked,
-                 {},
-                 {}},
-                &encrypted_transport_key));
+    require("encrypt a transport key", use({KeyPurpose::ENCRYPT,
+                                            wrappingKey(),
+                                            {makeParameter(Tag::PADDING, PaddingMode::RSA_OAEP),
+                                             makeParameter(Tag::DIGEST, Digest::SHA_2_256)},
+                                            masked,
+                                            {},
+                                            {}},
+                                           &encrypted_transport_key));
 
     Bytes key;
     require(
@@ -257,15 +262,15 @@ Bytes Examination::wrapped(const Bytes& masking_key) {
         import(aesParameters(kTransportKeyBytes * 8), KeyFormat::RAW, transport_key, &key).code);
     Bytes encrypted;
     Bytes nonce;
-    require("encrypt the key to wrap",
-            use({KeyPurpose::ENCRYPT,
-                 key,
-                 {of(Tag::BLOCK_MODE, BlockMode::GCM), of(Tag::PADDING, PaddingMode::NONE),
-                  of(Tag::MAC_LENGTH, kGcmTagBytes * 8)},
-                 Bytes(32, 0x77),
-                 {},
-                 {makeBytes(Tag::ASSOCIATED_DATA, kWrappedDescription)}},
-                &encrypted, &nonce));
+    require("encrypt the key to wrap", use({KeyPurpose::ENCRYPT,
+                                            key,
+                                            {makeParameter(Tag::BLOCK_MODE, BlockMode::GCM),
+                                             makeParameter(Tag::PADDING, PaddingMode::NONE),
+                                             makeParameter(Tag::MAC_LENGTH, kGcmTagBytes * 8)},
+                                            Bytes(32, 0x77),
+                                            {},
+                                            {makeBytes(Tag::ASSOCIATED_DATA, kWrappedDescription)}},
+                                           &encrypted, &nonce));
     if (encrypted.size() < kGcmTagBytes) {
         throw Failure(Exit::check, "AES-GCM gave less than a tag");
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Client.h"
+#include "TagOptions.h"
 
 namespace lumo::cli {
 
@@ -79,6 +80,12 @@ class Examination {
 
 // The code that a callback stored. Throws Failure where the service has gone.
 ErrorCode codeOf(const Return<void>& result, const ErrorCode& error);
+
+// A parameter whose value is an enumerator or a number of 32 bits.
+template <typename Value>
+KeyParameter makeParameter(Tag tag, Value value) {
+    return makeEnum(tag, static_cast<uint32_t>(value));
+}
 
 // Parameter sets that several cases use.
 Parameters ecParameters();
