@@ -60,6 +60,12 @@ std::string directoryOf(const std::string& path) {
     return directory.empty() ? "." : directory;
 }
 
+Failure plantedLink(const std::string& path, const std::string& link) {
+    return Failure(Exit::other, "cannot write " + path + ": " + link +
+                                    " is another user's link in a folder that is open to all; give "
+                                    "the file that is to be written");
+}
+
 // Links are followed, so that the file behind them is replaced and not the link, but not one that
 // somebody else has put where everybody may: he would choose which file of the user's is replaced.
 // The kernel refuses to write through these, too, unless its fs.protected_symlinks is off.
@@ -73,9 +79,7 @@ std::string followLinks(const std::string& path) {
         if (stat(directoryOf(place).c_str(), &folder) != 0) throw fileFailure("open", path, errno);
         const bool open_to_all = (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
         if (open_to_all && link.st_uid != geteuid() && link.st_uid != folder.st_uid) {
-            throw Failure(Exit::other, "cannot write " + path + ": " + place +
-                                           " is another user's link in a folder that is open to "
-                                           "all; give the file that is to be written");
+            throw plantedLink(path, place);
         }
         std::error_code error;
         const auto target = std::filesystem::read_symlink(place, error);
