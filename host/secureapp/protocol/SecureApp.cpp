@@ -69,10 +69,13 @@ struct SecureApp::Impl {
         boot.emplace(*this);
     }
 
-    // The present boot, to serve `client`. A restart ends it, and the next request begins another.
-    Boot& bootFor(uint64_t client) {
+    // The present boot. A restart ends it, and whoever asks next begins another.
+    Boot& present() {
         if (!boot) boot.emplace(*this);
-        boot->keymaster.serve(client);
+        return *boot;
+    }
+    Boot& presentFor(uint64_t client) {
+        present().keymaster.serve(client);
         return *boot;
     }
 
@@ -100,7 +103,7 @@ const Profile& SecureApp::profile() const {
 
 Reply SecureApp::exchangeCbor(uint32_t command, ByteView request, uint64_t client) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return replyOf([&] { return impl_->bootFor(client).cbor.handle(command, request); });
+    return replyOf([&] { return impl_->presentFor(client).cbor.handle(command, request); });
 }
 
 Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
@@ -111,7 +114,7 @@ Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity
     }
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     reply = replyOf([&] {
-        Bytes answer = impl_->bootFor(client).records.handle({request, area, capacity});
+        Bytes answer = impl_->presentFor(client).records.handle({request, area, capacity});
         if (answer.size() > capacity) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
         return answer;
     });
@@ -140,7 +143,7 @@ void SecureApp::confirmPresence() {
 }
 
 Keymaster& SecureApp::keymaster() {
-    return impl_->boot->keymaster;
+    return impl_->present().keymaster;
 }
 
 }  // namespace lumo::secureapp
