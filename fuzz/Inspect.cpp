@@ -1,7 +1,7 @@
 // Files that nobody vouches for, recognised and taken apart.
 //
-// Input: the file. A first byte of 0 to 15 before it forces a kind (0 none; of messages, with and
-// without their command and side). Beyond not crashing: what is shown lies within the file (within
+// Input: the file. A first byte of 0 to 15 before it forces a kind (0 none), or says that it is the
+// response of a begin. Beyond not crashing: what is shown lies within the file (within
 // its certificate), the parts of an item are not many more than its bytes, text and chain can be
 // shown and judged, and nothing but printable characters comes out.
 
@@ -39,8 +39,9 @@ void requirePrintable(const std::string& text) {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     lumo::inspect::Hints hints;
     if (size > 0 && data[0] < 0x10) {
-        hints.kind = kKinds[data[0] % std::size(kKinds)];
-        if (data[0] >= std::size(kKinds)) {
+        if (data[0] < std::size(kKinds)) {
+            hints.kind = kKinds[data[0]];
+        } else {
             hints.side = lumo::inspect::Side::kResponse;
             hints.command = lumo::inspect::findCommand("begin");
         }

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <sstream>
 
 #include "inspect/Certificate.h"
 #include "inspect/KeyBlob.h"
 #include "inspect/KeyDescription.h"
+#include "inspect/Parameters.h"
 #include "inspect/Token.h"
+#include "inspect/TraceLine.h"
 #include "inspect/Values.h"
 #include "inspect/WrappedKey.h"
 
@@ -48,27 +51,80 @@ Inspection inspectDescription(Window bytes) {
     return found;
 }
 
-Inspection describeMessage(const Message& message) {
-    Inspection found;
-    found.kind = std::string(nameOf(message.wire)) +
-                 (message.side == Side::kRequest ? " request" : " response");
-    if (message.command != nullptr) found.kind += std::string(" of ") + message.command->name;
+// Fields that are parts of the one before them stand below it.
+std::vector<Item> itemsOf(const Message& message) {
+    std::vector<Item> items;
     for (const Field& field : message.fields) {
         Item item;
         item.offset = field.offset;
         item.size = field.size;
         item.name = field.name;
         item.value = printable(field.value);
-        if (field.depth == 0 || found.items.empty()) {
-            found.items.push_back(std::move(item));
+        if (field.depth == 0 || items.empty()) {
+            items.push_back(std::move(item));
         } else {
-            found.items.back().add(std::move(item));
+            items.back().add(std::move(item));
         }
     }
+    return items;
+}
+
+Inspection describeMessage(const Message& message) {
+    Inspection found;
+    found.kind = std::string(nameOf(message.wire)) +
+                 (message.side == Side::kRequest ? " request" : " response");
+    if (message.command != nullptr) found.kind += std::string(" of ") + message.command->name;
+    found.items = itemsOf(message);
     if (!message.notation.empty()) found.remarks.push_back(printable(message.notation));
     for (const std::string& problem : message.problems) {
         found.faults.push_back({"", std::nullopt, std::nullopt, std::nullopt, problem});
     }
+    return found;
+}
+
+Item describeMessage(const Message& message, const char* name, size_t line,
+                     std::vector<Fault>& faults) {
+    Item item;
+    item.size = message.extent;
+    item.name = name;
+    item.value = printable(message.notation);
+    item.parts = itemsOf(message);
+    for (const std::string& problem : message.problems) {
+        faults.push_back({"", std::nullopt, std::nullopt, std::nullopt,
+                          "line " + std::to_string(line) + ", " + name + ": " + problem});
+    }
+    return item;
+}
+
+void describeLine(const std::string& text, size_t line, Inspection& found) {
+    try {
+        const Exchange exchange = parseLine(text);
+        Item item;
+        item.name = "line " + std::to_string(line);
+        item.value = describeCommand(exchange.wire, exchange.number) + ": " +
+                     errorName(exchange.code) +
+                     (exchange.reason.empty() ? "" : ", " + printable(exchange.reason));
+        item.add(describeMessage(exchange.decodedRequest(), "request", line, found.faults));
+        if (exchange.response) {
+            item.add(describeMessage(exchange.decodedResponse(), "response", line, found.faults));
+        }
+        found.items.push_back(std::move(item));
+    } catch (const TraceError& error) {
+        found.faults.push_back({"", std::nullopt, std::nullopt, std::nullopt,
+                                "line " + std::to_string(line) + ": " + printable(error.what())});
+    }
+}
+
+Inspection inspectTrace(Window bytes) {
+    Inspection found;
+    found.kind = "trace";
+    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
+    size_t line = 0;
+    for (std::string text; std::getline(lines, text);) {
+        ++line;
+        if (!text.empty()) describeLine(text, line, found);
+    }
+    found.remarks.push_back("bytes count from 0 in each message; lumokm trace filters the lines");
     return found;
 }
 
@@ -105,6 +161,7 @@ constexpr KindRow kKinds[] = {
     {"chain", whateverItBelongsTo<inspectChain>},
     {"key-description", whateverItBelongsTo<inspectDescription>},
     {"wrapped-key", whateverItBelongsTo<inspectWrappedKey>},
+    {"trace", whateverItBelongsTo<inspectTrace>},
 };
 
 const KindRow* kindNamed(const std::string& name) {
@@ -146,6 +203,7 @@ const char* recognise(Window bytes, const Hints& hints) {
     }
     if (looksLikeKeyBlob(bytes)) return "key-blob";
     if (holds(bytes, "-----BEGIN CERTIFICATE")) return "chain";
+    if (!bytes.empty() && bytes[0] == '{' && holds(bytes, "\"trace\"")) return "trace";
     if (const char* der = recogniseDer(bytes)) return der;
     if (looksLikeAuthToken(bytes)) return "auth-token";
     const bool map = isMap(bytes);

@@ -97,7 +97,7 @@ Action declareInspect(CLI::App& app, const Common& common) {
 
 const char kInspectNotes[] =
     "No keymaster is asked. KIND: key-blob, cbor, record, auth-token,\n"
-    "verification-token, chain, key-description or wrapped-key. Files of\n"
+    "verification-token, chain, key-description, wrapped-key or trace. Files of\n"
     "hexadecimal digits are taken for the bytes that they stand for. Exit status 5\n"
     "says that something does not add up.\n\n"
     "Examples:\n"
