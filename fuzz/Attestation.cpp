@@ -91,7 +91,8 @@ void checkRules(uint8_t pick, const ParamSet& params) {
     try {
         lumo::secureapp::checkAttestationRequest(
             pick % 4, params,
-            (pick & 4) != 0 ? KM_SECURITY_LEVEL_STRONGBOX : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
+            (pick & 4) != 0 ? KM_SECURITY_LEVEL_STRONGBOX : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT,
+            (pick & 16) != 0 ? 4 : 3);
         REQUIRE(params.bytes(KM_TAG_ATTESTATION_CHALLENGE).size() <= 128);
         REQUIRE(params.bytes(KM_TAG_ATTESTATION_APPLICATION_ID).size() <= 1024);
         if ((pick & 8) != 0) lumo::secureapp::destroyDeviceIds(state);

@@ -15,11 +15,14 @@ constexpr uint64_t kRsaExponent = 65537;
 constexpr char kRootRecord[] = "attestation-root";
 constexpr char kRsaRecord[] = "attestation-rsa";
 constexpr char kEcRecord[] = "attestation-ec";
+constexpr char kDeviceRecord[] = "attestation-device";
+constexpr char kTestDeviceRecord[] = "attestation-device-test";  // under the fixed test root
 
 // Serial numbers under the root.
 constexpr uint64_t kRootSerial = 1;
 constexpr uint64_t kRsaBatchSerial = 2;
 constexpr uint64_t kEcBatchSerial = 3;
+constexpr uint64_t kDeviceSerial = 4;
 
 // All certificates above the leaf: 2020-01-01 to 2049-12-31, 23:59:59.
 constexpr uint64_t kValidFrom = 1577836800000;
@@ -160,6 +163,22 @@ AttestationKey attestationKey(State& state, const DeviceConfig& config,
     return storedKey(state, rsa ? kRsaRecord : kEcRecord, [&] {
         return batchUnder(rootKey(state, config, level), config, level, algorithm,
                           rsa ? makeRsaKey(kRsaBits, kRsaExponent) : makeEcKey(KM_EC_CURVE_P_256));
+    });
+}
+
+AttestationKey deviceAttestationKey(State& state, const DeviceConfig& config,
+                                    keymaster_security_level_t level) {
+    const bool test = config.test_attestation_keys;
+    return storedKey(state, test ? kTestDeviceRecord : kDeviceRecord, [&] {
+        const AttestationKey root = rootKey(state, config, level);
+        AttestationKey device;
+        device.key = makeEcKey(KM_EC_CURVE_P_256);
+        const Authority subject = {
+            test ? "Lumo Test Device - NOT FOR PRODUCTION" : "Lumo StrongBox Device", kDeviceSerial,
+            device.key.get()};
+        device.chain = {
+            authorityCertificate(subject, rootAuthority(config, level, root.key.get()))};
+        return device;
     });
 }
 

@@ -7,6 +7,7 @@ namespace {
 
 constexpr size_t kMaxChallengeBytes = 128;
 constexpr size_t kMaxApplicationIdBytes = 1024;
+constexpr uint32_t kVersionWithDeviceKey = 4;
 constexpr char kIdsDestroyedRecord[] = "ids-destroyed";  // exists once the device ids are destroyed
 
 bool isDeviceId(keymaster_tag_t tag) {
@@ -19,13 +20,21 @@ bool isDeviceId(keymaster_tag_t tag) {
 }  // namespace
 
 void checkAttestationRequest(uint32_t algorithm, const ParamSet& params,
-                             keymaster_security_level_t level) {
+                             keymaster_security_level_t level, uint32_t attestation_version) {
     if (algorithm != KM_ALGORITHM_RSA && algorithm != KM_ALGORITHM_EC) {
         refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
     }
     if (params.contains(KM_TAG_DEVICE_UNIQUE_ATTESTATION)) {
-        refuse(level == KM_SECURITY_LEVEL_STRONGBOX ? KM_ERROR_CANNOT_ATTEST_IDS
-                                                    : KM_ERROR_UNIMPLEMENTED);
+        if (level != KM_SECURITY_LEVEL_STRONGBOX) {
+            refuse(KM_ERROR_UNIMPLEMENTED,
+                   "the trusted environment has no attestation key of the device's own");
+        }
+        if (attestation_version < kVersionWithDeviceKey) {
+            refuse(KM_ERROR_CANNOT_ATTEST_IDS,
+                   "this secure application attests in version " +
+                       std::to_string(attestation_version) +
+                       ", which has no field for an attestation by the device's own key");
+        }
     }
     const Param* challenge = params.find(KM_TAG_ATTESTATION_CHALLENGE);
     if (challenge == nullptr) refuse(KM_ERROR_ATTESTATION_CHALLENGE_MISSING);

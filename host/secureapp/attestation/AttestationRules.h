@@ -10,7 +10,7 @@ namespace lumo::secureapp {
 // Refuses keys that are neither RSA nor EC, and parameters that are missing, too long or ask for
 // what this device does not have.
 void checkAttestationRequest(uint32_t algorithm, const ParamSet& params,
-                             keymaster_security_level_t level);
+                             keymaster_security_level_t level, uint32_t attestation_version);
 
 // The device ids that are asked for, all of which must be the provisioned ones:
 // KM_ERROR_CANNOT_ATTEST_IDS for others, and for all once the ids are destroyed.

@@ -109,6 +109,8 @@ class Keymaster {
     OpenedKey openForExport(uint32_t format, ByteView blob, const ParamSet& binding);
     // The key that signs attestations of keys of `algorithm`; read once a boot.
     const AttestationKey& batchKey(uint32_t algorithm);
+    // The one that signs in place of it for who asks for the device's own; read once a boot.
+    const AttestationKey& deviceKey();
     void checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params);
 
     const KeymasterOptions options_;
@@ -121,6 +123,7 @@ class Keymaster {
     KeyStore keys_;
     OperationTable operations_;
     std::map<uint32_t, AttestationKey> batch_keys_;
+    AttestationKey device_key_;
 
     uint64_t client_ = 0;  // who calls
     bool early_boot_ = true;

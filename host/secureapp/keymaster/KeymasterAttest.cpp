@@ -58,9 +58,18 @@ const AttestationKey& Keymaster::batchKey(uint32_t algorithm) {
     return batch;
 }
 
+const AttestationKey& Keymaster::deviceKey() {
+    if (device_key_.key == nullptr) {
+        device_key_ = deviceAttestationKey(state_, config_, options_.level);
+    }
+    return device_key_;
+}
+
 std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
     const OpenedKey key = openForUse(blob, params);
-    checkAttestationRequest(key.algorithm(), params, options_.level);
+    const Versions& versions =
+        options_.blob_version >= kBlobVersion4_1 ? kVersions4_1 : kVersions4_0;
+    checkAttestationRequest(key.algorithm(), params, options_.level, versions.attestation);
 
     LeafRequest request;
     request.authorizations = key.authorizations;
@@ -68,8 +77,6 @@ std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
     request.now = clock_.wallMillis();
 
     KeyDescription& description = request.description;
-    const Versions& versions =
-        options_.blob_version >= kBlobVersion4_1 ? kVersions4_1 : kVersions4_0;
     description.attestation_version = versions.attestation;
     description.keymaster_version = versions.keymaster;
     description.security_level = options_.level;
@@ -84,9 +91,12 @@ std::vector<Bytes> Keymaster::attestKey(ByteView blob, const ParamSet& params) {
         description.unique_id = uniqueIdOf(request.authorizations, params, state_, random_);
     }
 
-    const AttestationKey& batch = batchKey(key.algorithm());
-    std::vector<Bytes> chain = {makeLeafCertificate(request, batch.key.get(), batch.chain.front())};
-    chain.insert(chain.end(), batch.chain.begin(), batch.chain.end());
+    const bool by_device = params.contains(KM_TAG_DEVICE_UNIQUE_ATTESTATION);
+    if (by_device) description.hardware.add(boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION));
+    const AttestationKey& signer = by_device ? deviceKey() : batchKey(key.algorithm());
+    std::vector<Bytes> chain = {
+        makeLeafCertificate(request, signer.key.get(), signer.chain.front())};
+    chain.insert(chain.end(), signer.chain.begin(), signer.chain.end());
     return chain;
 }
 

@@ -94,6 +94,29 @@ TEST(AttestedChain, IsAcceptedStrictly) {
     }
 }
 
+TEST(DeviceUniqueAttestation, IsSignedByTheDeviceUnderTheRoot) {
+    const ParamSet asked = with(kAttest, {boolParam(KM_TAG_DEVICE_UNIQUE_ATTESTATION)});
+    Device device(kStrongBox), other(kStrongBox);
+    std::vector<Bytes> chains[3];
+    chains[0] = device->attestKey(device->generateKey(rsaKey()), asked);
+    device.boot();
+    chains[1] = device->attestKey(device->generateKey(ecKey()), asked);
+    chains[2] = other->attestKey(other->generateKey(ecKey()), asked);
+    for (const auto& chain : chains) {
+        ASSERT_EQ(chain.size(), 2U);
+        const Bytes element = der::item(der::context(720), der::item(der::kNull, {}));
+        EXPECT_NE(toHex(chain[0]).find(toHex(element)), std::string::npos);
+        const bool own = &chain != &chains[2];
+        EXPECT_EQ(chain[1] == chains[0][1], own);
+        const ChainFiles files(
+            {chain[0], chain[1], attestationRoot(device.state, device.config, kStrongBox)});
+        EXPECT_EQ(run("openssl verify -no-CApath -x509_strict -CAfile " + files.pem[2] +
+                      " -untrusted " + files.pem[1] + " " + files.pem[0])
+                          .status == 0,
+                  own);
+    }
+}
+
 TEST_F(Attestation, KeyUsageFollowsThePurposes) {
     const auto shown = [&](const ParamSet& purposes) {
         const ParamSet key = with(without(ecKey(), KM_TAG_PURPOSE), purposes);
