@@ -86,7 +86,7 @@ void AccessControl::checkUse(const Admission& admission, uint64_t handle, const 
             refuse(KM_ERROR_KEY_USER_NOT_AUTHENTICATED);
         }
     }
-    if (admission.needs_presence && !presence_proven_) refuse(kErrorProofOfPresenceRequired);
+    if (awaitsPresence(admission)) refuse(kErrorProofOfPresenceRequired);
 }
 
 void AccessControl::release(const Admission& admission) {
@@ -107,8 +107,10 @@ void AccessControl::lockDevice(bool password_only) {
     locked_at_ = clock_.bootMillis();
 }
 
-void AccessControl::confirmPresence() {
-    presence_proven_ = presence_wanted_;
+bool AccessControl::confirmPresence() {
+    if (!presence_wanted_ || presence_proven_) return false;
+    presence_proven_ = true;
+    return true;
 }
 
 // Any user's token counts here: it shows that the device was unlocked after it was locked.

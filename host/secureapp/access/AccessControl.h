@@ -41,7 +41,13 @@ class AccessControl {
     void release(const Admission& admission);
 
     void lockDevice(bool password_only);
-    void confirmPresence();
+
+    // For the operation that waits for it; false where none does, and the press is lost.
+    bool confirmPresence();
+    // Whether an admitted operation still waits for the button.
+    bool awaitsPresence(const Admission& admission) const {
+        return admission.needs_presence && !presence_proven_;
+    }
 
   private:
     struct Rate {

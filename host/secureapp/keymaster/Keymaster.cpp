@@ -141,8 +141,13 @@ void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_vers
     boot_state_set_ = true;
 }
 
-void Keymaster::confirmPresence() {
-    access_.confirmPresence();
+bool Keymaster::confirmPresence() {
+    return access_.confirmPresence();
+}
+
+bool Keymaster::awaitsPresence(uint64_t handle) {
+    const RunningOperation& running = runningOperation(handle);
+    return running.controlled && access_.awaitsPresence(running.admission);
 }
 
 }  // namespace lumo::secureapp

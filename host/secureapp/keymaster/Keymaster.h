@@ -71,10 +71,15 @@ class Keymaster {
     Bytes finish(uint64_t handle, const ParamSet& params, ByteView input, ByteView signature);
     void abort(uint64_t handle);
 
-    // The client of the calls that follow; a transport with several clients numbers them.
+    // The client of the calls that follow; a transport with several clients numbers them. Ends what
+    // was kept for too long.
     void serve(uint64_t client);
     // Aborts the operations that a client left open, so that they do not block others.
     void abortAllOf(uint64_t client);
+    // The operation goes on when its client has gone. It ends when no step comes for `millis`,
+    // which are not 0. KM_ERROR_INVALID_OPERATION_HANDLE where there is none,
+    // KM_ERROR_TOO_MANY_OPERATIONS when half of the places are taken by such operations.
+    void keepOperation(uint64_t handle, uint64_t millis);
     bool isRunning(uint64_t handle) const { return operations_.contains(handle); }
 
     const HmacSharingParameters& hmacSharingParameters() { return hmac_.ownParameters(); }
@@ -88,8 +93,15 @@ class Keymaster {
     void setRootOfTrust(ByteView verified_boot_key);
     void setBootState(bool locked, uint32_t color, uint32_t system_version,
                       uint32_t system_patchlevel);
-    // The user has pressed the button: for the operation that waits for it.
-    void confirmPresence();
+    // The user has pressed the button: for the operation that waits for it. False where none does.
+    bool confirmPresence();
+    // Whether the operation waits for the button; KM_ERROR_INVALID_OPERATION_HANDLE where there is
+    // none.
+    bool awaitsPresence(uint64_t handle);
+
+    // For whoever plays an authenticator of this device: the key of its tokens, and its clock.
+    const Bytes& sharedHmacKey() { return hmac_.key(); }
+    uint64_t bootMillis() { return clock_.bootMillis(); }
 
   private:
     void requireConfigured() const;
@@ -112,6 +124,7 @@ class Keymaster {
     // The one that signs in place of it for who asks for the device's own; read once a boot.
     const AttestationKey& deviceKey();
     void checkUse(uint64_t handle, const RunningOperation& running, const ParamSet& params);
+    RunningOperation& runningOperation(uint64_t handle);
 
     const KeymasterOptions options_;
     DeviceConfig config_;

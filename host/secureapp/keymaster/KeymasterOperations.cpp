@@ -34,6 +34,9 @@ void Keymaster::update(uint64_t handle, const ParamSet& params, ByteView input, 
     OperationTable::Call call(operations_, handle);
     checkUse(handle, call.running(), params);
     call.running().operation->update(params, input, out);
+    if (const uint64_t millis = call.running().kept_millis; millis != 0) {
+        call.running().kept_until = clock_.bootMillis() + millis;
+    }
     call.goOn();
 }
 
@@ -52,10 +55,27 @@ void Keymaster::abort(uint64_t handle) {
 
 void Keymaster::serve(uint64_t client) {
     client_ = client;
+    if (operations_.keepsAny()) operations_.endAbandoned(clock_.bootMillis());
 }
 
 void Keymaster::abortAllOf(uint64_t client) {
     operations_.endAllOf(client);
+}
+
+RunningOperation& Keymaster::runningOperation(uint64_t handle) {
+    RunningOperation* const running = operations_.find(handle);
+    if (running == nullptr) {
+        refuse(KM_ERROR_INVALID_OPERATION_HANDLE, "no operation runs under this handle");
+    }
+    return *running;
+}
+
+void Keymaster::keepOperation(uint64_t handle, uint64_t millis) {
+    runningOperation(handle);
+    if (!operations_.keep(handle, millis, clock_.bootMillis())) {
+        refuse(KM_ERROR_TOO_MANY_OPERATIONS,
+               "half of all operations are kept beyond their clients already; finish or abort one");
+    }
 }
 
 }  // namespace lumo::secureapp

@@ -25,7 +25,13 @@ OperationTable::Call::~Call() {
     if (!goes_on_) table_.end(which_);
 }
 
+RunningOperation* OperationTable::find(uint64_t handle) {
+    const auto found = operations_.find(handle);
+    return found == operations_.end() ? nullptr : &found->second;
+}
+
 void OperationTable::end(Operations::iterator which) {
+    if (which->second.kept_millis != 0) --kept_;
     if (which->second.controlled) access_.release(which->second.admission);
     operations_.erase(which);
 }
@@ -33,7 +39,26 @@ void OperationTable::end(Operations::iterator which) {
 void OperationTable::endAllOf(uint64_t client) {
     for (auto each = operations_.begin(); each != operations_.end();) {
         const auto candidate = each++;
-        if (candidate->second.client == client) end(candidate);
+        const RunningOperation& running = candidate->second;
+        if (running.client == client && running.kept_millis == 0) end(candidate);
+    }
+}
+
+bool OperationTable::keep(uint64_t handle, uint64_t millis, uint64_t now) {
+    RunningOperation& running = operations_.at(handle);
+    if (running.kept_millis == 0) {
+        if (kept_ >= capacity_ / 2) return false;
+        ++kept_;
+    }
+    running.kept_millis = millis;
+    running.kept_until = now + millis;
+    return true;
+}
+
+void OperationTable::endAbandoned(uint64_t now) {
+    for (auto each = operations_.begin(); each != operations_.end();) {
+        const auto candidate = each++;
+        if (candidate->second.kept_until <= now) end(candidate);
     }
 }
 

@@ -15,6 +15,10 @@ struct RunningOperation {
     uint64_t client = 0;      // who began it
     bool controlled = false;  // whether access control has admitted it
     Admission admission;
+    // Where it is kept beyond its client: how long it waits for each step, in milliseconds of the
+    // boot clock, and until when for the next.
+    uint64_t kept_millis = 0;
+    uint64_t kept_until = UINT64_MAX;
 };
 
 class OperationTable {
@@ -27,6 +31,8 @@ class OperationTable {
 
     bool full() const { return operations_.size() >= capacity_; }
     bool contains(uint64_t handle) const { return operations_.count(handle) != 0; }
+    // Nullptr where there is none.
+    RunningOperation* find(uint64_t handle);
 
     // Returns the handle of the new operation: random, and neither of the two that mean "none".
     uint64_t add(RunningOperation operation);
@@ -50,8 +56,15 @@ class OperationTable {
         bool goes_on_ = false;
     };
 
-    // Ends all that the client began.
+    // Ends all that the client began and that are not kept.
     void endAllOf(uint64_t client);
+
+    // Keeps the operation, which is there, beyond its client. False, with nothing changed, once
+    // half of all are kept: the other half is for who finishes what he begins.
+    bool keep(uint64_t handle, uint64_t millis, uint64_t now);
+    // Ends those that were kept and have waited for too long.
+    void endAbandoned(uint64_t now);
+    bool keepsAny() const { return kept_ > 0; }
 
   private:
     void end(Operations::iterator which);
@@ -60,6 +73,7 @@ class OperationTable {
     AccessControl& access_;
     RandomSource& random_;
     Operations operations_;
+    size_t kept_ = 0;  // of them
 };
 
 }  // namespace lumo::secureapp

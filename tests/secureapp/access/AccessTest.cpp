@@ -94,17 +94,39 @@ TEST(Presence, IsProvenBetweenBeginAndFirstUse) {
     const auto finish = [&](uint64_t handle) {
         return errorOf([&] { device->finish(handle, {}, Bytes(16, 0), {}); });
     };
-    device->confirmPresence();  // too early
+    EXPECT_FALSE(device->confirmPresence()) << "too early";
     const uint64_t first = beginAes(device, blob);
     EXPECT_EQ(tryBegin(device, aesWith(device, pressed)), kErrorConcurrentProofOfPresenceRequested);
     EXPECT_EQ(finish(first), kErrorProofOfPresenceRequired);
     EXPECT_EQ(finish(first), KM_ERROR_INVALID_OPERATION_HANDLE);
 
     const uint64_t second = beginAes(device, blob);
-    device->confirmPresence();
+    EXPECT_TRUE(device->awaitsPresence(second) && device->confirmPresence());
+    EXPECT_FALSE(device->awaitsPresence(second) || device->confirmPresence());
     EXPECT_EQ(finish(second), KM_ERROR_OK);
     const uint64_t third = beginAes(device, blob);
     EXPECT_EQ(finish(third), kErrorProofOfPresenceRequired);
+}
+
+TEST(KeptOperations, OutliveTheirClientUntilNoStepComesInTime) {
+    Device device(kStrongBox);  // has room for four
+    const Bytes blob = device->generateKey(aesKey());
+    device->serve(1);
+    const uint64_t used = beginAes(device, blob), forgotten = beginAes(device, blob);
+    const uint64_t third = beginAes(device, blob);
+    device->keepOperation(used, 1000);
+    device->keepOperation(forgotten, 1000);
+    EXPECT_EQ(errorOf([&] { device->keepOperation(third, 1000); }), KM_ERROR_TOO_MANY_OPERATIONS);
+    device->abortAllOf(1);
+    device.clock.advance(999);
+    device->serve(2);
+    EXPECT_TRUE(device->isRunning(forgotten) && !device->isRunning(third));
+    Bytes output;
+    device->update(used, {}, Bytes(16, 0), output);
+    device.clock.advance(1);
+    device->serve(2);
+    EXPECT_TRUE(device->isRunning(used) && !device->isRunning(forgotten));
+    device->keepOperation(beginAes(device, blob), 1);
 }
 
 }  // namespace
