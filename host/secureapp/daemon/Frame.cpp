@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kRequestMagic = 0x514D554C;  // "LUMQ"
 constexpr uint32_t kReplyMagic = 0x524D554C;    // "LUMR"
-constexpr uint32_t kProtocolVersion = 3;
+constexpr uint32_t kProtocolVersion = 4;
 
 // Headers, word by word.
 enum RequestWord : size_t {
@@ -156,7 +156,7 @@ ServerFacts decodeFacts(ByteView body) {
 }
 
 bool bringsKeyMaterial(const RequestFrame& request) {
-    if (request.kind == FrameKind::kHello || request.kind == FrameKind::kRehearsal) return false;
+    if (request.kind != FrameKind::kCbor && request.kind != FrameKind::kRecord) return false;
     const auto level = static_cast<keymaster_security_level_t>(request.level);
     std::optional<Command> command;
     if (request.kind == FrameKind::kCbor) {

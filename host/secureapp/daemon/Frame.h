@@ -24,6 +24,7 @@ enum class FrameKind : uint32_t {
     kCbor = 2,       // `command` and `body`
     kRecord = 3,     // `body`, the answer's `area` and `capacity`
     kRehearsal = 4,  // a Rehearsal as `command`
+    kOtherPart = 5,  // `command`, a RehearsalCommand, and `body`
 };
 
 // What a client may ask of a server that takes faults.

@@ -87,12 +87,18 @@ std::string nameOf(uint64_t client) {
     return "client " + std::to_string(client);
 }
 
+const char* nameOf(FrameKind kind) {
+    if (kind == FrameKind::kRehearsal) return "fault";
+    if (kind == FrameKind::kOtherPart) return "rehearsal";
+    return kind == FrameKind::kRecord ? "record" : "command";
+}
+
 std::string describe(const RequestFrame& request) {
-    const bool cbor = request.kind == FrameKind::kCbor;
+    const bool record = request.kind == FrameKind::kRecord;
     uint32_t command = request.command;
-    if (!cbor && request.body.size() >= kWordBytes) command = loadWord(request.body, 0);
+    if (record && request.body.size() >= kWordBytes) command = loadWord(request.body, 0);
     char text[64];
-    std::snprintf(text, sizeof(text), "%s 0x%x of level %u", cbor ? "command" : "record", command,
+    std::snprintf(text, sizeof(text), "%s 0x%x of level %u", nameOf(request.kind), command,
                   request.level);
     return text;
 }
@@ -137,10 +143,14 @@ int Server::readSignal(int signals) {
     signalfd_siginfo signal = {};
     if (::read(signals, &signal, sizeof(signal)) != sizeof(signal)) return SIGTERM;
     if (signal.ssi_signo != SIGUSR1) return static_cast<int>(signal.ssi_signo);
+    bool awaited = false;
     for (const auto level : {KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT, KM_SECURITY_LEVEL_STRONGBOX}) {
-        device_.app(level).confirmPresence();
+        if (device_.app(level).confirmPresence()) awaited = true;
     }
-    log_.detail("presence confirmed by a signal");
+    log_.line(awaited
+                  ? "presence confirmed by a signal"
+                  : "a signal pressed the button, but no operation waits for it: it counts from "
+                    "begin to the first data");
     return 0;
 }
 
@@ -291,6 +301,8 @@ Reply Server::carryOut(const RequestFrame& request, Client& client) {
             return app.exchangeRecord(request.body, request.area, request.capacity, client.number);
         case FrameKind::kRehearsal:
             break;
+        case FrameKind::kOtherPart:
+            return app.rehearse(static_cast<RehearsalCommand>(request.command), request.body);
     }
     throw ChannelError("what came is no request");
 }

@@ -26,6 +26,7 @@ class Device {
     explicit Device(const DeviceOptions& options);
 
     const Profile& profile() const { return profile_; }
+    bool drawsTheSameRandomNumbers() const { return settings_.random_seed.has_value(); }
 
     // StrongBox's secure application, or the trusted environment's for every other level; created
     // by the first call, which is its boot. Throws StateError. Safe from several threads.

@@ -19,6 +19,7 @@ class RecordOperations {
 
     // Forgets operations that ended other than by a request.
     void forgetEnded();
+    bool isEcOperation(uint64_t handle) const { return ec_operations_.count(handle) != 0; }
 
     // The answer to a request that was refused: the status, and zeros for the words behind it that
     // a client may read even then.

@@ -19,6 +19,8 @@ class RecordProtocol {
 
     // Forgets operations that ended other than by a request.
     void forgetEnded() { operations_.forgetEnded(); }
+    // Whether its signature travels as bare numbers.
+    bool isEcOperation(uint64_t handle) const { return operations_.isEcOperation(handle); }
 
   private:
     Keymaster& keymaster_;

@@ -9,9 +9,13 @@
 #include "secureapp/keys/KeymasterOptions.h"
 #include "secureapp/protocol/CborProtocol.h"
 #include "secureapp/protocol/RecordProtocol.h"
+#include "secureapp/protocol/RehearsalProtocol.h"
 
 namespace lumo::secureapp {
 namespace {
+
+// Nobody's operations begin by a rehearsal's command.
+constexpr uint64_t kNoClient = UINT64_MAX;
 
 KeymasterOptions optionsFor(const Profile& profile, keymaster_security_level_t level,
                             const DeviceConfig& config) {
@@ -49,11 +53,13 @@ struct SecureApp::Impl {
             : keymaster(optionsFor(impl.profile, impl.level, impl.config), impl.config, impl.state,
                         impl.shared_state, impl.clock, impl.random),
               cbor(keymaster, impl.profile),
-              records(keymaster, impl.profile) {}
+              records(keymaster, impl.profile),
+              rehearsal(keymaster, records) {}
 
         Keymaster keymaster;
         CborProtocol cbor;
         RecordProtocol records;
+        RehearsalProtocol rehearsal;
     };
 
     Impl(const Profile& played, keymaster_security_level_t its_level,
@@ -137,9 +143,14 @@ void SecureApp::restart() {
     impl_->boot.reset();
 }
 
-void SecureApp::confirmPresence() {
+bool SecureApp::confirmPresence() {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    if (impl_->boot) impl_->boot->keymaster.confirmPresence();
+    return impl_->boot && impl_->boot->keymaster.confirmPresence();
+}
+
+Reply SecureApp::rehearse(RehearsalCommand command, ByteView request) {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    return replyOf([&] { return impl_->bootFor(kNoClient).rehearsal.handle(command, request); });
 }
 
 Keymaster& SecureApp::keymaster() {

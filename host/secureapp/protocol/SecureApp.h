@@ -8,6 +8,7 @@
 #include "secureapp/base/Reply.h"
 #include "secureapp/keymaster/Keymaster.h"
 #include "secureapp/protocol/Profile.h"
+#include "secureapp/protocol/Rehearsal.h"
 
 namespace lumo::secureapp {
 
@@ -35,8 +36,11 @@ class SecureApp {
     // Forgets what a boot does not keep: running operations, what was configured and agreed.
     void restart();
 
-    // The user proves presence, as with a button of the device.
-    void confirmPresence();
+    // The user proves presence, as with a button of the device. False where no operation waits.
+    bool confirmPresence();
+
+    // What is rehearsed beside both protocols; see Rehearsal.h. As exchangeCbor.
+    Reply rehearse(RehearsalCommand command, ByteView request);
 
     Keymaster& keymaster();
 
