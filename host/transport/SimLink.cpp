@@ -88,4 +88,20 @@ keymaster_error_t SimLink::exchangeRecord(ByteView request, uint8_t* response, s
     return recordExchangeResult(reply.error, reply.body);
 }
 
+keymaster_error_t SimLink::rehearse(secureapp::RehearsalCommand command, ByteView request,
+                                    secureapp::Bytes& answer) {
+    if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
+    Reply reply = app_->rehearse(command, request);
+    noteAnswer(reply.error, reply.cause, reply.reason);
+    answer = std::move(reply.body);
+    return reply.error;
+}
+
+bool SimLink::reboot() {
+    const bool repeats = device_ != nullptr && device_->drawsTheSameRandomNumbers();
+    app_ = nullptr;
+    device_.reset();
+    return repeats;
+}
+
 }  // namespace lumo::transport

@@ -23,6 +23,13 @@ class SimLink : public Link {
     keymaster_error_t restart() override;
     keymaster_error_t fillDisk() override;
 
+    // A rehearsal's command; see secureapp/protocol/Rehearsal.h.
+    keymaster_error_t rehearse(secureapp::RehearsalCommand command, secureapp::ByteView request,
+                               secureapp::Bytes& answer);
+    // Another boot of the device, unless other links use it. Returns whether each boot draws the
+    // same random numbers.
+    bool reboot();
+
   private:
     template <typename Exchange>
     secureapp::Reply carryOut(Exchange exchange);

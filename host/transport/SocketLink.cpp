@@ -133,4 +133,15 @@ keymaster_error_t SocketLink::exchangeRecord(ByteView request, uint8_t* response
     });
 }
 
+keymaster_error_t SocketLink::rehearse(RehearsalCommand command, ByteView request, Bytes& answer) {
+    return guarded([&] {
+        RequestFrame sent = frame(FrameKind::kOtherPart);
+        sent.command = static_cast<uint32_t>(command);
+        sent.body = request;
+        const ReplyFrame reply = call(sent);
+        answer = reply.body.copy();
+        return reply.error;
+    });
+}
+
 }  // namespace lumo::transport

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "Link.h"
+#include "secureapp/protocol/Rehearsal.h"
 
 namespace lumo::transport {
 
@@ -29,6 +30,10 @@ class SocketLink : public Link {
     // Both are up to the daemon, which has to be started with --faults.
     keymaster_error_t restart() override;
     keymaster_error_t fillDisk() override { return ask(secureapp::Rehearsal::kFullDisk); }
+
+    // A rehearsal's command; see secureapp/protocol/Rehearsal.h.
+    keymaster_error_t rehearse(secureapp::RehearsalCommand command, secureapp::ByteView request,
+                               secureapp::Bytes& answer);
 
     // The boot of the secure application that the last connection reached; 0 before the first.
     uint64_t bootId() const { return facts_.boot_id; }
