@@ -38,6 +38,7 @@ struct Arguments {
         key.declare(app);
         options.declare(app, kAttestationOptions, "Options");
         options.declare(app, kIdOptions, "Device ids");
+        options.declareAny(app);
         addOutput(app, output, "certificates to write as PEM, the key's own first");
     }
 };

@@ -43,6 +43,7 @@ struct OperationArguments {
     void declare(CLI::App& app, const TagOption (&table)[N], const std::string& input_help) {
         key.declare(app);
         options.declare(app, table, "Options");
+        options.declareAny(app);
         addAuthToken(app, token);
         addInput(app, input, input_help);
     }

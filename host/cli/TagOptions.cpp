@@ -1,5 +1,8 @@
 #include "TagOptions.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "Dates.h"
 #include "Failure.h"
 #include "Files.h"
@@ -63,6 +66,63 @@ KeyParameter parseValue(const TagOption& row, const std::string& text) {
             return parseDateValue(row, text);
         default:
             return parseBytesValue(row, text);
+    }
+}
+
+// What follows --tag: the tag, and its value as text, empty where none was given.
+struct AnyTag {
+    Tag tag;
+    std::string value;
+};
+
+AnyTag splitTag(const std::string& text) {
+    const size_t equals = std::min(text.find('='), text.size());
+    const std::string name = text.substr(0, equals);
+    const auto tag = tagNamed(name);
+    if (!tag) {
+        throw Failure(Exit::usage, "--tag: '" + name +
+                                       "' is no tag; give a published name such as USER_ID, or "
+                                       "0x and its number with the type in the top four bits");
+    }
+    return {*tag, text.substr(std::min(equals + 1, text.size()))};
+}
+
+KeyParameter parseAnyBool(const TagOption& row, const std::string& text) {
+    KeyParameter parameter = makeBool(row.tag);
+    if (text == "false") parameter.f.boolValue = false;
+    if (!text.empty() && text != "true" && text != "false") {
+        throw badValue(row, text, "true or false");
+    }
+    return parameter;
+}
+
+// Values of enumerations may be numbers too, so that those without a word can be tried.
+KeyParameter parseAny(const std::string& text) {
+    const auto [tag, value] = splitTag(text);
+    const std::string option = "--tag " + text.substr(0, text.find('='));
+    const TagOption row = {option.c_str(), tag, ""};
+    switch (typeOf(tag)) {
+        case TagType::BOOL:
+            return parseAnyBool(row, value);
+        case TagType::BIGNUM:
+        case TagType::BYTES:
+            return makeBytes(tag, parseBytes(option, value));
+        case TagType::ENUM:
+        case TagType::ENUM_REP:
+            if (const auto number = parseNumber(value, UINT32_MAX)) {
+                return makeEnum(tag, static_cast<uint32_t>(*number));
+            }
+            if (wordsFor(tag).empty()) throw badValue(row, value, "a number of at most 32 bits");
+            return parseWord(row, value);
+        case TagType::UINT:
+        case TagType::UINT_REP:
+        case TagType::ULONG:
+        case TagType::ULONG_REP:
+        case TagType::DATE:
+            return parseValue(row, value);
+        default:
+            throw Failure(Exit::usage,
+                          option + ": the top four bits of the tag's number name no type of value");
     }
 }
 
@@ -138,7 +198,17 @@ void TagOptions::declareOne(CLI::App& app, const TagOption& row, const std::stri
     }
 }
 
+void TagOptions::declareAny(CLI::App& app) {
+    any_ = std::make_unique<std::vector<std::string>>();
+    app.add_option("--tag", *any_, "any parameter, by the tag's name or number; once for each")
+        ->type_name("NAME|0xNUMBER[=VALUE]")
+        ->type_size(1)
+        ->allow_extra_args(false);
+}
+
 bool TagOptions::has(Tag tag) const {
+    const auto is_tag = [tag](const std::string& text) { return splitTag(text).tag == tag; };
+    if (any_ && std::any_of(any_->begin(), any_->end(), is_tag)) return true;
     for (const auto& given : given_) {
         if (given->row->tag == tag) return given->flag || !given->values.empty();
     }
@@ -153,6 +223,7 @@ std::vector<KeyParameter> TagOptions::parameters() const {
             parameters.push_back(parseValue(*given->row, text));
         }
     }
+    if (any_) std::transform(any_->begin(), any_->end(), std::back_inserter(parameters), parseAny);
     return parameters;
 }
 

@@ -36,12 +36,17 @@ class TagOptions {
         for (const TagOption& row : table) declareOne(app, row, group);
     }
 
+    // --tag NAME|0xNUMBER[=VALUE], for tags that have no option, or another value than theirs
+    // takes.
+    void declareAny(CLI::App& app);
+
     bool has(Tag tag) const;
 
-    // In the order of the tables. Throws Failure for a value that its tag cannot have.
+    // In the order of the tables, then those of --tag. Throws Failure for a value that its tag
+    // cannot have.
     std::vector<KeyParameter> parameters() const;
 
-    // The bytes given for one tag; empty if it was not given.
+    // The bytes given for one tag by its option; empty if that was not given.
     Bytes bytesOf(Tag tag) const;
 
   private:
@@ -53,7 +58,9 @@ class TagOptions {
 
     void declareOne(CLI::App& app, const TagOption& row, const std::string& group);
 
-    std::vector<std::unique_ptr<Given>> given_;  // CLI11 holds the addresses
+    // CLI11 holds the addresses.
+    std::vector<std::unique_ptr<Given>> given_;
+    std::unique_ptr<std::vector<std::string>> any_;
 };
 
 }  // namespace lumo::cli

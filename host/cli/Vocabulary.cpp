@@ -145,6 +145,20 @@ bool isRepeatable(Tag tag) {
     return type == TagType::ENUM_REP || type == TagType::UINT_REP || type == TagType::ULONG_REP;
 }
 
+std::optional<Tag> tagNamed(const std::string& text) {
+    if (const auto number = parseNumber(text, UINT32_MAX)) {
+        return Tag{static_cast<uint32_t>(*number)};
+    }
+    constexpr char kPrefix[] = "KM_TAG_";
+    constexpr size_t kPrefixLength = sizeof(kPrefix) - 1;
+    const bool prefixed = sameWord(text.substr(0, kPrefixLength), kPrefix);
+    const std::string name = prefixed ? text.substr(kPrefixLength) : text;
+    for (const Tag tag : ::android::hardware::hidl_enum_range<Tag>()) {
+        if (sameWord(name, toString(tag))) return tag;
+    }
+    return std::nullopt;
+}
+
 std::string wordsFor(Tag tag) {
     std::string words;
     const Vocabulary* vocabulary = vocabularyOf(tag);

@@ -24,6 +24,10 @@ inline Tag tagOf(const KeyParameter& parameter) {
 TagType typeOf(Tag tag);
 bool isRepeatable(Tag tag);
 
+// The tag of a published name, in any case of letters and with or without "KM_TAG_", or of a number
+// that parseNumber() takes. Nothing for any other text.
+std::optional<Tag> tagNamed(const std::string& text);
+
 // The words that an ENUM or ENUM_REP tag's value can be given in, joined by '|'.
 std::string wordsFor(Tag tag);
 
