@@ -40,6 +40,17 @@ std::string reasonOfLatestCall() {
 
 void declareWayThere(CLI::App& /*app*/) {}
 
+// No interface tells whether an operation waits for the user; data that comes too early is refused.
+void awaitPresence(SecurityLevel /*level*/, uint64_t /*operation*/) {}
+bool awaitsPresence(SecurityLevel /*level*/, uint64_t /*operation*/) {
+    return false;
+}
+
+// They belong to the service's process, which goes on.
+void requireLastingOperations() {}
+void keepOperation(SecurityLevel /*level*/, uint64_t /*operation*/,
+                   std::chrono::seconds /*patience*/) {}
+
 std::vector<CommandGroup> furtherCommands() {
     return {};
 }

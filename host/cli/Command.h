@@ -45,6 +45,7 @@ struct CommandGroup {
 CommandGroup deviceCommands();
 CommandGroup keyCommands();
 CommandGroup operationCommands();
+CommandGroup stepCommands();
 CommandGroup attestationCommands();
 CommandGroup sharingCommands();
 CommandGroup capabilitiesCommands();

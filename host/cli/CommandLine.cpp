@@ -60,8 +60,8 @@ bool asksForJson(int argc, char** argv) {
 
 std::vector<CommandGroup> allCommands() {
     std::vector<CommandGroup> all = {
-        deviceCommands(),  keyCommands(),          operationCommands(), attestationCommands(),
-        sharingCommands(), capabilitiesCommands(), doctorCommands()};
+        deviceCommands(),      keyCommands(),     operationCommands(),    stepCommands(),
+        attestationCommands(), sharingCommands(), capabilitiesCommands(), doctorCommands()};
     for (CommandGroup& group : furtherCommands()) all.push_back(std::move(group));
     return all;
 }

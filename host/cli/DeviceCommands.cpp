@@ -7,6 +7,7 @@
 #include "Files.h"
 #include "Report.h"
 #include "ServiceSource.h"
+#include "VerificationTokens.h"
 
 namespace lumo::cli {
 
@@ -57,11 +58,19 @@ Action declareEarlyBootEnded(CLI::App& /*app*/, const Common& common) {
 }
 
 Action declareDeviceLocked(CLI::App& app, const Common& common) {
-    const auto password_only = std::make_shared<bool>(false);
-    app.add_flag("--password-only", *password_only, "only a password token unlocks again");
-    return [password_only, &common] {
-        require("lock the device", connect41(common.level())->deviceLocked(*password_only, {}));
-        conclude(common, {{"device", "locked"}, {"passwordOnly", *password_only}},
+    struct Arguments {
+        bool password_only = false;
+        std::string token;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    app.add_flag("--password-only", arguments->password_only,
+                 "only a password token unlocks again");
+    addVerificationToken(app, arguments->token);
+    return [arguments, &common] {
+        const km::V4_0::VerificationToken token = readVerificationToken(arguments->token);
+        require("lock the device",
+                connect41(common.level())->deviceLocked(arguments->password_only, token));
+        conclude(common, {{"device", "locked"}, {"passwordOnly", arguments->password_only}},
                  "the device is locked");
     };
 }

@@ -35,6 +35,8 @@ constexpr Advice kAdvice[] = {
      "others from raw"},
     {ErrorCode::INVALID_INPUT_LENGTH, "the data is longer or shorter than the parameters allow"},
     {ErrorCode::KEY_USER_NOT_AUTHENTICATED, "give a fresh token of the right user: --auth-token"},
+    {ErrorCode::INVALID_OPERATION_HANDLE,
+     "the operation has ended: finished, aborted, refused in a step, or left for too long"},
     {ErrorCode::VERIFICATION_FAILED,
      "key, data, signature or tag, or a parameter is not the one that it was made with"},
     {ErrorCode::TOO_MANY_OPERATIONS, "wait until other operations have ended"},

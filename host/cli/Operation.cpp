@@ -48,6 +48,13 @@ Operation::Operation(sp<Device> device, OperationRequest request)
     live_ = true;
 }
 
+Operation::Operation(sp<Device> device, uint64_t handle, const HardwareAuthToken& token,
+                     const km::V4_0::VerificationToken& verification_token)
+    : device_(std::move(device)), doing_("go on with the operation"), handle_(handle) {
+    request_.token = token;
+    request_.verification_token = verification_token;
+}
+
 Operation::~Operation() {
     if (live_) static_cast<void>(device_->abort(handle_).isOk());
 }
@@ -82,24 +89,26 @@ size_t Operation::update(const std::vector<KeyParameter>& parameters, const Byte
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     size_t consumed = 0;
     Bytes output;
-    requireStep(device_->update(handle_, parameters, input, request_.token, {},
-                                [&](ErrorCode code, uint32_t taken, const auto& /*parameters*/,
-                                    const HidlBytes& bytes) {
-                                    error = code;
-                                    consumed = taken;
-                                    output = bytes;
-                                }),
-                error);
+    requireStep(
+        device_->update(handle_, parameters, input, request_.token, request_.verification_token,
+                        [&](ErrorCode code, uint32_t taken, const auto& /*parameters*/,
+                            const HidlBytes& bytes) {
+                            error = code;
+                            consumed = taken;
+                            output = bytes;
+                        }),
+        error);
     sink(output);
     return consumed;
 }
 
 void Operation::finish(const std::vector<KeyParameter>& parameters, const Bytes& signature,
-                       const Sink& sink) {
+                       const Sink& sink, const Bytes& input) {
     ErrorCode error = ErrorCode::UNKNOWN_ERROR;
     Bytes output;
     requireStep(
-        device_->finish(handle_, parameters, {}, signature, request_.token, {},
+        device_->finish(handle_, parameters, input, signature, request_.token,
+                        request_.verification_token,
                         [&](ErrorCode code, const auto& /*parameters*/, const HidlBytes& bytes) {
                             error = code;
                             output = bytes;
@@ -107,6 +116,11 @@ void Operation::finish(const std::vector<KeyParameter>& parameters, const Bytes&
         error);
     live_ = false;
     sink(output);
+}
+
+void Operation::abort() {
+    live_ = false;
+    require("abort the operation", device_->abort(handle_));
 }
 
 // An error has ended the operation on the other side as well.

@@ -10,12 +10,13 @@
 
 namespace lumo::cli {
 
-// The arguments of begin; the token is sent with every call of the operation.
+// The arguments of begin; the tokens are sent with every call of the operation that takes them.
 struct OperationRequest {
     km::V4_0::KeyPurpose purpose{};
     Bytes key;
     std::vector<KeyParameter> parameters;
     HardwareAuthToken token{};
+    km::V4_0::VerificationToken verification_token{};
 };
 
 // Receives output in the order in which it comes.
@@ -31,25 +32,32 @@ class Operation {
     static constexpr size_t kMaxAssociatedDataBytes = 4096;
 
     Operation(sp<Device> device, OperationRequest request);
+    // Goes on with an operation that another process began; it is not aborted with this object.
+    Operation(sp<Device> device, uint64_t handle, const HardwareAuthToken& token,
+              const km::V4_0::VerificationToken& verification_token);
     ~Operation();
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
 
     // What begin gave back.
     const std::vector<KeyParameter>& parameters() const { return parameters_; }
+    uint64_t handle() const { return handle_; }
+    // Leaves it open for others to go on with.
+    void release() { live_ = false; }
 
     // Data that is authenticated and not encrypted; before any of the other.
     void authenticate(Input& associated_data);
 
     void process(Input& input, const Sink& sink);
 
-    void finish(const std::vector<KeyParameter>& parameters, const Bytes& signature,
-                const Sink& sink);
-
-  private:
-    // The number of bytes that were consumed.
+    // One call each; the first returns the number of bytes that were consumed.
     size_t update(const std::vector<KeyParameter>& parameters, const Bytes& input,
                   const Sink& sink);
+    void finish(const std::vector<KeyParameter>& parameters, const Bytes& signature,
+                const Sink& sink, const Bytes& input = {});
+    void abort();
+
+  private:
     void requireStep(const Return<void>& result, const ErrorCode& error);
 
     sp<Device> device_;

@@ -5,6 +5,7 @@
 #include "Files.h"
 #include "Operation.h"
 #include "Report.h"
+#include "ServiceSource.h"
 
 namespace lumo::cli {
 
@@ -83,6 +84,7 @@ Action declareSign(CLI::App& app, const Common& common) {
         Input input(arguments->input);
         Output output(arguments->output);
         Operation operation(connect(common.level()), request);
+        awaitPresence(common.level(), operation.handle());
         operation.process(input, writeTo(output));
         operation.finish(confirmation, {}, writeTo(output));
         output.commit();
@@ -104,6 +106,7 @@ Action declareVerify(CLI::App& app, const Common& common) {
         const Bytes signature = readSmallFile(arguments->signature);
         Input input(arguments->input);
         Operation operation(connect(common.level()), request);
+        awaitPresence(common.level(), operation.handle());
         operation.process(input, discard);
         operation.finish({}, signature, discard);
         conclude(common, {{"valid", true}}, "the signature is good");
@@ -143,6 +146,7 @@ Action declareEncrypt(CLI::App& app, const Common& common) {
         Input input(arguments->input);
         Output output(arguments->output);
         Operation operation(connect(common.level()), request);
+        awaitPresence(common.level(), operation.handle());
         Bytes nonce;
         for (const KeyParameter& parameter : operation.parameters()) {
             if (tagOf(parameter) == Tag::NONCE) nonce = parameter.blob;
@@ -219,6 +223,7 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
         const sp<Device> device = connect(common.level());
         readNonce(input, leadingNonceBytes(device, *arguments, request), request);
         Operation operation(device, request);
+        awaitPresence(common.level(), operation.handle());
         arguments->authenticate(operation);
         operation.process(input, writeTo(output));
         operation.finish({}, {}, writeTo(output));

@@ -3,6 +3,8 @@
 // has beside those that both have.
 #pragma once
 
+#include <chrono>
+
 #include "Client.h"
 #include "Command.h"
 #include "Failure.h"
@@ -31,6 +33,18 @@ std::string reasonOfLatestCall();
 
 // Options of this program alone that go with every command and say how the keymaster is reached.
 void declareWayThere(CLI::App& app);
+
+// Waits until the user has pressed the button, where the operation is known to wait for it, and
+// tells so on standard error. Throws Failure where nobody presses it.
+void awaitPresence(SecurityLevel level, uint64_t operation);
+// Whether the operation is known to wait for the button.
+bool awaitsPresence(SecurityLevel level, uint64_t operation);
+
+// Throws Failure where an operation ends with the process that began it.
+void requireLastingOperations();
+// Lets the operation go on when this process has ended, at most until no step has come for
+// `patience`. Throws Failure.
+void keepOperation(SecurityLevel level, uint64_t operation, std::chrono::seconds patience);
 
 // Commands of this program alone.
 std::vector<CommandGroup> furtherCommands();

@@ -7,6 +7,7 @@
 #include "Failure.h"
 #include "Files.h"
 #include "Report.h"
+#include "VerificationTokens.h"
 
 namespace lumo::cli {
 
@@ -112,12 +113,15 @@ Action declareVerifyAuthorization(CLI::App& app, const Common& common) {
     struct Arguments {
         std::string challenge = "0";
         std::string token;
+        std::string output;
     };
     const auto arguments = std::make_shared<Arguments>();
     app.add_option("--challenge", arguments->challenge, "operation handle that the token is for")
         ->type_name("N")
         ->capture_default_str();
     addAuthToken(app, arguments->token);
+    app.add_option("-o,--out", arguments->output, "write the token there as well, 56 bytes")
+        ->type_name("FILE");
     return [arguments, &common] {
         const auto challenge = parseNumber(arguments->challenge, UINT64_MAX);
         if (!challenge) {
@@ -126,21 +130,24 @@ Action declareVerifyAuthorization(CLI::App& app, const Common& common) {
         }
         const HardwareAuthToken auth_token = readAuthToken(arguments->token);
         ErrorCode error = ErrorCode::UNKNOWN_ERROR;
-        Report report;
+        km::V4_0::VerificationToken token;
         const sp<Device> device = connect(common.level());
         require("verify the authorization",
                 device->verifyAuthorization(
                     *challenge, {}, auth_token,
-                    [&](ErrorCode code, const km::V4_0::VerificationToken& token) {
+                    [&](ErrorCode code, const km::V4_0::VerificationToken& found) {
                         error = code;
-                        if (code != ErrorCode::OK) return;
-                        report = {{"challenge", idText(token.challenge)},
-                                  {"timestamp", token.timestamp},
-                                  {"securityLevel", toString(token.securityLevel)},
-                                  {"mac", toHex(token.mac)}};
+                        token = found;
                     }),
                 error);
-        print(report, common.json);
+        if (!arguments->output.empty()) {
+            writeFile(arguments->output, encodeVerificationToken(token), Output::Kind::secret);
+        }
+        print({{"challenge", idText(token.challenge)},
+               {"timestamp", token.timestamp},
+               {"securityLevel", toString(token.securityLevel)},
+               {"mac", toHex(token.mac)}},
+              common.json);
     };
 }
 

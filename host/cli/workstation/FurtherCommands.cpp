@@ -1,12 +1,17 @@
 // The commands that only the client on a workstation has, in groups.
 #include "InspectCommands.h"
+#include "RehearsalCommands.h"
 #include "ServiceSource.h"
 #include "TraceCommands.h"
 
 namespace lumo::cli {
 
 std::vector<CommandGroup> furtherCommands() {
-    return {inspectionCommands(), traceCommands()};
+    return {
+        inspectionCommands(),
+        traceCommands(),
+        {"Rehearsals", {pressCommand()}},
+    };
 }
 
 }  // namespace lumo::cli
