@@ -15,6 +15,7 @@ Rehearsal rehearsalOf(SecurityLevel level);
 // Throws the Failure of a rehearsal's call; `doing` completes "could not ...".
 void requireRehearsed(const std::string& doing, keymaster_error_t error);
 
+Command mintCommand();
 Command pressCommand();
 
 }  // namespace lumo::cli
