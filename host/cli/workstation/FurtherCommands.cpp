@@ -10,7 +10,7 @@ std::vector<CommandGroup> furtherCommands() {
     return {
         inspectionCommands(),
         traceCommands(),
-        {"Rehearsals", {mintCommand(), pressCommand()}},
+        {"Rehearsals", {mintCommand(), pressCommand(), wrapCommand(), setRootOfTrustCommand()}},
     };
 }
 

@@ -17,5 +17,7 @@ void requireRehearsed(const std::string& doing, keymaster_error_t error);
 
 Command mintCommand();
 Command pressCommand();
+Command setRootOfTrustCommand();
+Command wrapCommand();
 
 }  // namespace lumo::cli
