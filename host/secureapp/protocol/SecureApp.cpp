@@ -150,7 +150,7 @@ bool SecureApp::confirmPresence() {
 
 Reply SecureApp::rehearse(RehearsalCommand command, ByteView request) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return replyOf([&] { return impl_->bootFor(kNoClient).rehearsal.handle(command, request); });
+    return replyOf([&] { return impl_->presentFor(kNoClient).rehearsal.handle(command, request); });
 }
 
 Keymaster& SecureApp::keymaster() {
