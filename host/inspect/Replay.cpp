@@ -387,7 +387,7 @@ std::string Replay::compare(const Exchange& exchange, const Answer& answer) {
         if (a[i]->name != b[i]->name) {
             return "the answer has " + b[i]->name + " where " + a[i]->name + " is recorded";
         }
-        const std::string difference =
+        std::string difference =
             compareField(exchange, *a[i], *b[i], bytesOf(*a[i], *exchange.response),
                          bytesOf(*b[i], *answer.response));
         if (!difference.empty()) return difference;
