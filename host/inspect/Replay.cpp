@@ -131,9 +131,12 @@ Bytes withRecordContents(const Message& message, ByteView bytes,
     for (const Field& pair : message.fields) {
         if (pair.meaning != Meaning::kLayout || pair.unit == 0) continue;
         const uint8_t* words = bytes.data() + pair.offset;
-        const size_t start = pair.base + secureapp::loadLittle(words, kWordBytes);
-        const size_t end =
-            start + secureapp::loadLittle(words + kWordBytes, kWordBytes) * pair.unit;
+        const auto wordAt = [&](size_t index) {
+            return static_cast<size_t>(
+                secureapp::loadLittle(words + index * kWordBytes, kWordBytes));
+        };
+        const size_t start = pair.base + wordAt(0);
+        const size_t end = start + wordAt(1) * pair.unit;
         const size_t new_start = start + shiftAt(start, contents);
         const size_t new_end = end + shiftAt(end, contents);
         const size_t new_base = pair.base + shiftAt(pair.base, contents);
