@@ -72,11 +72,20 @@ std::string bashCompletion(const CLI::App& app) {
     std::string commands;
     std::string values = valueCases(app, "*") + otherValues(app, "*");
     std::string options;
+    std::string kinds;  // of the commands that have commands of their own
     for (const CLI::App* command : app.get_subcommands({})) {
         const std::string name = command->get_name();
         commands += (commands.empty() ? "" : " ") + name;
         values += valueCases(*command, name) + otherValues(*command, name);
-        options += "        " + name + ") words+=\"" + optionNames(*command) + "\" ;;\n";
+        std::string offered = optionNames(*command);
+        std::string own;
+        for (const CLI::App* kind : command->get_subcommands({})) {
+            own += (own.empty() ? "" : " ") + kind->get_name();
+            values += valueCases(*kind, name) + otherValues(*kind, name);
+            offered += optionNames(*kind);
+        }
+        if (!own.empty()) kinds += "        " + name + ") words=\"" + own + "\" ;;\n";
+        options += "        " + name + ") words+=\"" + offered + "\" ;;\n";
     }
     const std::string function = functionName(app);
     return "# Completion of " + app.get_name() + " in bash; made from what its help says.\n" +
@@ -104,6 +113,10 @@ std::string bashCompletion(const CLI::App& app) {
            "        esac\n"
            "    elif [[ -z $command ]]; then\n"
            "        words=$commands\n"
+           "    else\n"
+           "        case $command in\n" +
+           kinds +
+           "        esac\n"
            "    fi\n"
            "    for word in $words; do\n"
            "        [[ $word == \"${current#\"$before\"}\"* ]] && COMPREPLY+=(\"$before$word\")\n"

@@ -132,7 +132,7 @@ std::string optionsOf(const CLI::App& app) {
     return list;
 }
 
-std::string commandsOf(const CLI::App& app) {
+std::string commandsOf(const CLI::App& app, const std::string& page) {
     std::string list;
     std::string group;
     for (const CLI::App* command : app.get_subcommands({})) {
@@ -141,7 +141,7 @@ std::string commandsOf(const CLI::App& app) {
             group = command->get_group();
             list += ".SS " + group + "\n";
         }
-        list += ".TP\n.BR " + plain(app.get_name() + "-" + command->get_name()) + " (1)\n" +
+        list += ".TP\n.BR " + plain(page + "-" + command->get_name()) + " (1)\n" +
                 plain(command->get_description()) + "\n";
     }
     return list;
@@ -158,7 +158,7 @@ std::string manPage(const Page& page, const CLI::App& app) {
     const std::string description = withoutEmptyParagraphs(notes.description());
     text += ".SH DESCRIPTION\n";
     text += description.empty() ? plain(app.get_description()) + ".\n" : description;
-    text += commandsOf(app) + optionsOf(app) + withoutEmptyParagraphs(notes.sections());
+    text += commandsOf(app, page.name) + optionsOf(app) + withoutEmptyParagraphs(notes.sections());
     return text + ".SH SEE ALSO\n" + plain(page.see_also) + "\n";
 }
 

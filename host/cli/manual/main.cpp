@@ -25,16 +25,24 @@ void write(const fs::path& path, const std::string& text) {
     if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
+// A page for each command below `app`, whose own page is `parent`, and for each below that.
+void writeCommands(const fs::path& directory, const CLI::App& app,
+                   const lumo::manual::Page& parent) {
+    for (const CLI::App* command : app.get_subcommands({})) {
+        const std::string name = command->get_name();
+        const lumo::manual::Page page = {parent.name + "-" + name, '1', parent.command + " " + name,
+                                         parent.name + "(1)"};
+        write(directory / (page.name + ".1"), manPage(page, *command));
+        writeCommands(directory, *command, page);
+    }
+}
+
 void writeClient(const fs::path& directory) {
     lumo::cli::visitCommandLine([&](const CLI::App& app) {
         const std::string name = app.get_name();
         write(directory / "man/man1" / (name + ".1"),
               manPage({name, '1', name, "lumo-secureapp(8)"}, app));
-        for (const CLI::App* command : app.get_subcommands({})) {
-            const std::string page = name + "-" + command->get_name();
-            write(directory / "man/man1" / (page + ".1"),
-                  manPage({page, '1', name + " " + command->get_name(), name + "(1)"}, *command));
-        }
+        writeCommands(directory / "man/man1", app, {name, '1', name, ""});
         write(directory / "bash-completion/completions" / name, bashCompletion(app));
     });
 }
