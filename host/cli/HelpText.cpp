@@ -38,9 +38,10 @@ std::string fill(const std::string& text, const std::vector<std::string>& words,
     std::string filled = text;
     size_t column = text.size();
     bool first = true;
+    const std::string next_line = end + "\n" + indent;
     for (const std::string& word : words) {
         if (!first && column + 1 + word.size() + end.size() > columns) {
-            filled += end + "\n" + indent;
+            filled += next_line;
             column = indent.size();
             first = true;
         }
@@ -89,7 +90,7 @@ std::string listOf(const CLI::App& app, const std::string& group) {
 }  // namespace
 
 std::string syntaxOf(const CLI::Option& option) {
-    const std::string names = option.get_name(option.get_positional(), true);
+    std::string names = option.get_name(option.get_positional(), true);
     if (option.get_items_expected_max() == 0) return names;
     const std::string form = valueForm(option);
     return names + (form.empty() ? "" : " " + form);

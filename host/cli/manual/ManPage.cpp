@@ -124,7 +124,9 @@ std::string optionsOf(const CLI::App& app) {
             if (syntax[0] == '-' && comma != std::string::npos && syntax[comma + 1] == '-') {
                 syntax.insert(comma + 1, " ");
             }
-            entries += ".TP\n.B " + plain(syntax) + "\n" + plain(cli::meaningOf(*option)) + "\n";
+            entries += ".TP\n.B ";
+            entries += plain(syntax) + "\n";
+            entries += plain(cli::meaningOf(*option)) + "\n";
         }
         if (entries.empty()) continue;
         list += (group == "Options" ? ".SH OPTIONS\n" : ".SS " + group + "\n") + entries;
