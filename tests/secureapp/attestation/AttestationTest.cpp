@@ -117,23 +117,6 @@ TEST(DeviceUniqueAttestation, IsSignedByTheDeviceUnderTheRoot) {
     }
 }
 
-TEST_F(Attestation, KeyUsageFollowsThePurposes) {
-    const auto shown = [&](const ParamSet& purposes) {
-        const ParamSet key = with(without(ecKey(), KM_TAG_PURPOSE), purposes);
-        return ChainFiles(attested(key)).leaf("-text");
-    };
-    EXPECT_NE(
-        shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_DECRYPT),
-               intParam(KM_TAG_PURPOSE, KM_PURPOSE_WRAP)})
-            .find("Key Usage: critical\n                Key Encipherment, Data Encipherment\n"),
-        std::string::npos);
-    EXPECT_NE(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_SIGN)})
-                  .find("Key Usage: critical\n                Digital Signature\n"),
-              std::string::npos);
-    EXPECT_EQ(shown({intParam(KM_TAG_PURPOSE, KM_PURPOSE_VERIFY)}).find("Key Usage"),
-              std::string::npos);
-}
-
 TEST(CertificateTime, ChangesItsFormIn2050AndEndsIn9999) {
     const struct {
         uint64_t millis;
