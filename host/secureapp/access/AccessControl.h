@@ -57,7 +57,9 @@ class AccessControl {
     };
 
     void unlockWith(const std::optional<AuthToken>& token);
-    void checkAuthentication(const ParamSet& key, const std::optional<AuthToken>& token) const;
+    std::string whyLocked(const std::optional<AuthToken>& token, const ParamSet& params) const;
+    void checkAuthentication(const ParamSet& key, const std::optional<AuthToken>& token,
+                             const ParamSet& params) const;
     void checkDates(uint32_t purpose, const ParamSet& key) const;
     void checkRate(const Bytes& id, const ParamSet& key);
     void checkUses(const Bytes& id, const ParamSet& key) const;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/AesCmac.h"
 #include "secureapp/crypto/Digest.h"
 
@@ -48,9 +49,15 @@ Bytes SharedHmac::agree(const std::vector<HmacSharingParameters>& all) {
     const auto is_own = [&own](const HmacSharingParameters& params) {
         return params.seed == own.seed && params.nonce == own.nonce;
     };
-    if (!std::all_of(all.begin(), all.end(), hasRightSizes) ||
-        std::none_of(all.begin(), all.end(), is_own)) {
-        refuse(KM_ERROR_INVALID_ARGUMENT);
+    const auto wrong = std::find_if_not(all.begin(), all.end(), hasRightSizes);
+    if (wrong != all.end()) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "parameters ", wrong - all.begin() + 1, " of ",
+               all.size(), " have a seed of ", wrong->seed.size(), " and a nonce of ",
+               wrong->nonce.size(), " bytes");
+    }
+    if (std::none_of(all.begin(), all.end(), is_own)) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "this instance's own parameters of this boot, nonce ",
+               startWords(own.nonce), ", are not among the ", all.size(), " that came");
     }
     key_ = deriveSharedKey(pre_shared_secret_.bytes(), all);
     return sharingCheck(key_);

@@ -77,7 +77,9 @@ CryptoPtr<EVP_PKEY> testKey(const char* digits) {
         pkcs8.push_back(static_cast<uint8_t>(std::stoul(std::string(digit, 2), nullptr, 16)));
     }
     CryptoPtr<EVP_PKEY> key = parsePrivateKey(pkcs8);
-    if (key == nullptr) refuse(KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED);
+    if (key == nullptr) {
+        refuse(KM_ERROR_ATTESTATION_KEYS_NOT_PROVISIONED, "libcrypto does not take the test keys");
+    }
     return key;
 }
 

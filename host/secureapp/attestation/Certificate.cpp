@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "secureapp/base/Dates.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/crypto/Der.h"
@@ -14,7 +15,6 @@ namespace {
 constexpr uint64_t kVersion3 = 2;  // as encoded
 constexpr uint32_t kVersionTag = 0;
 constexpr uint32_t kExtensionsTag = 3;
-constexpr uint64_t kSecondsPerDay = 86400;
 
 Bytes signatureAlgorithm(EVP_PKEY* key) {
     if (EVP_PKEY_id(key) == EVP_PKEY_RSA) {  // sha256WithRSAEncryption
@@ -32,7 +32,7 @@ Bytes sign(EVP_PKEY* key, ByteView data) {
     if (context == nullptr ||
         EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) != 1 ||
         EVP_DigestSign(context.get(), signature.data(), &size, data.data(), data.size()) != 1) {
-        refuse(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR, "libcrypto could not sign a certificate");
     }
     signature.resize(size);
     return signature;
@@ -49,26 +49,6 @@ Bytes keyIdentifier(EVP_PKEY* key) {
     Bytes identifier = sha256(encodePublicKey(key));
     identifier.resize(kIdentifierBytes);
     return identifier;
-}
-
-struct Date {
-    uint64_t year, month, day;
-};
-
-// The Gregorian date of a day since 1970-01-01. The C library's functions end in 2038 where time_t
-// has 32 bits. Years begin in March, so that the leap day comes last.
-Date dateOf(uint64_t days) {
-    constexpr uint64_t kDaysTo1970 = 719468;  // from 0000-03-01
-    constexpr uint64_t kDaysPerEra = 146097;  // 400 years
-    const uint64_t whole = days + kDaysTo1970;
-    const uint64_t day_of_era = whole % kDaysPerEra;
-    const uint64_t year_of_era =
-        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
-    const uint64_t day_of_year =
-        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-    const uint64_t month = (5 * day_of_year + 2) / 153;  // 0 is March
-    const uint64_t year = year_of_era + whole / kDaysPerEra * 400 + (month < 10 ? 0 : 1);
-    return {year, month < 10 ? month + 3 : month - 9, day_of_year - (153 * month + 2) / 5 + 1};
 }
 
 void appendDigits(Bytes& text, uint64_t number, size_t digits) {

@@ -16,11 +16,13 @@ using AesBlock = std::array<uint8_t, kAesBlockBytes>;
 class AesBlockCipher {
   public:
     explicit AesBlockCipher(ByteView key) : context_(EVP_CIPHER_CTX_new()) {
-        requireCrypto(key.size() == kAesBlockBytes || key.size() == kAes256Bytes);
+        requireCrypto(key.size() == kAesBlockBytes || key.size() == kAes256Bytes,
+                      "take a key for AES-CMAC");
         const EVP_CIPHER* cipher =
             key.size() == kAesBlockBytes ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
         requireCrypto(context_ != nullptr && EVP_EncryptInit_ex(context_.get(), cipher, nullptr,
-                                                                key.data(), nullptr) == 1);
+                                                                key.data(), nullptr) == 1,
+                      "begin AES-CMAC");
         EVP_CIPHER_CTX_set_padding(context_.get(), 0);
     }
 
@@ -28,7 +30,8 @@ class AesBlockCipher {
         AesBlock out = {};
         int written = 0;
         requireCrypto(EVP_EncryptUpdate(context_.get(), out.data(), &written, in.data(),
-                                        static_cast<int>(in.size())) == 1);
+                                        static_cast<int>(in.size())) == 1,
+                      "go on with AES-CMAC");
         return out;
     }
 

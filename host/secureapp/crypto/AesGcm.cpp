@@ -18,24 +18,28 @@ struct GcmCall {
     CryptoPtr<EVP_CIPHER_CTX> context{EVP_CIPHER_CTX_new()};
 
     GcmCall(ByteView key, ByteView nonce, bool encrypt) {
-        requireCrypto(context != nullptr && key.size() == kAes256Bytes &&
-                      nonce.size() == kGcmNonceBytes);
+        requireCrypto(
+            context != nullptr && key.size() == kAes256Bytes && nonce.size() == kGcmNonceBytes,
+            "take key and nonce for sealing");
         requireCrypto(EVP_CipherInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.data(),
-                                        nonce.data(), encrypt ? 1 : 0) == 1);
+                                        nonce.data(), encrypt ? 1 : 0) == 1,
+                      "begin sealing");
     }
 
     void addAad(ByteView aad) {
         int written = 0;
         if (aad.empty()) return;
         requireCrypto(
-            EVP_CipherUpdate(context.get(), nullptr, &written, aad.data(), CryptoLength{aad}) == 1);
+            EVP_CipherUpdate(context.get(), nullptr, &written, aad.data(), CryptoLength{aad}) == 1,
+            "seal with associated data");
     }
 
     void run(ByteView in, uint8_t* out) {
         int written = 0;
         if (in.empty()) return;
-        requireCrypto(EVP_CipherUpdate(context.get(), out, &written, in.data(), CryptoLength{in}) ==
-                      1);
+        requireCrypto(
+            EVP_CipherUpdate(context.get(), out, &written, in.data(), CryptoLength{in}) == 1,
+            "seal or open data");
     }
 
     bool finish() {
@@ -52,9 +56,10 @@ Bytes aesGcmSeal(ByteView key, ByteView nonce, ByteView aad, ByteView plaintext)
     Bytes sealed(plaintext.size() + kGcmTagBytes);
     call.addAad(aad);
     call.run(plaintext, sealed.data());
-    requireCrypto(call.finish());
+    requireCrypto(call.finish(), "end sealing");
     requireCrypto(EVP_CIPHER_CTX_ctrl(call.context.get(), EVP_CTRL_AEAD_GET_TAG, kGcmTagBytes,
-                                      sealed.data() + plaintext.size()) == 1);
+                                      sealed.data() + plaintext.size()) == 1,
+                  "make a seal's tag");
     return sealed;
 }
 
@@ -68,7 +73,8 @@ std::optional<Bytes> aesGcmOpen(ByteView key, ByteView nonce, ByteView aad, Byte
     call.addAad(aad);
     call.run(ciphertext, plaintext.data());
     requireCrypto(EVP_CIPHER_CTX_ctrl(call.context.get(), EVP_CTRL_AEAD_SET_TAG, kGcmTagBytes,
-                                      tag.data()) == 1);
+                                      tag.data()) == 1,
+                  "take a seal's tag");
     if (!call.finish()) {
         ERR_clear_error();
         OPENSSL_cleanse(plaintext.data(), plaintext.size());

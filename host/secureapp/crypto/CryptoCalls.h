@@ -7,8 +7,9 @@
 namespace lumo::secureapp {
 
 // For calls that fail only when libcrypto is out of memory or misused: refuses with
-// KM_ERROR_UNKNOWN_ERROR. Leaves libcrypto's own error queue empty, so that it never grows.
-void requireCrypto(bool success);
+// KM_ERROR_UNKNOWN_ERROR and the reason "libcrypto could not STEP". Leaves libcrypto's own error
+// queue empty, so that it never grows.
+void requireCrypto(bool success, const char* step);
 
 // libcrypto reads a null pointer as "not given"; empty data is given.
 const uint8_t* nonNull(ByteView data);

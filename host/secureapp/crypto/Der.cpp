@@ -14,8 +14,8 @@ constexpr uint8_t kDigitBits = 0x7F;
 constexpr uint8_t kTrue = 0xFF;
 constexpr uint32_t kMaxTagNumber = 0x0FFFFFFF;
 
-void check(bool well_formed) {
-    if (!well_formed) refuse(KM_ERROR_INVALID_ARGUMENT);
+void check(bool well_formed, const char* fault) {
+    if (!well_formed) refuse(KM_ERROR_INVALID_ARGUMENT, "DER: ", fault);
 }
 
 void appendBase128(Bytes& out, uint32_t value) {
@@ -39,11 +39,11 @@ Bytes minimalBytes(uint64_t value) {
 }  // namespace
 
 void Reader::expectEnd() const {
-    check(atEnd());
+    check(atEnd(), "bytes follow the last item");
 }
 
 uint8_t Reader::byte() {
-    check(!rest_.empty());
+    check(!rest_.empty(), "the data ends where an item should go on");
     const uint8_t first = rest_[0];
     rest_ = rest_.sub(1);
     return first;
@@ -59,11 +59,11 @@ Tag Reader::identifier() {
     uint8_t digit = kMore;
     while ((digit & kMore) != 0) {
         digit = byte();
-        check(number != 0 || digit != kMore);
-        check(number <= kMaxTagNumber >> 7);
+        check(number != 0 || digit != kMore, "a tag number begins with a zero digit");
+        check(number <= kMaxTagNumber >> 7, "a tag number has more than 28 bits");
         number = number << 7 | (digit & kDigitBits);
     }
-    check(number >= kNumberBits);
+    check(number >= kNumberBits, "a small tag number is in the long form");
     return {form, number};
 }
 
@@ -71,14 +71,15 @@ size_t Reader::length() {
     const uint8_t first = byte();
     if ((first & kMore) == 0) return first;
     const size_t count = first & kDigitBits;
-    check(count > 0 && count <= sizeof(uint32_t));  // 0 is the indefinite form
+    // 0 is the indefinite form.
+    check(count > 0 && count <= sizeof(uint32_t), "a length is indefinite or above 32 bits");
     uint32_t size = 0;
     for (size_t i = 0; i < count; ++i) {
         const uint8_t digit = byte();
-        check(i > 0 || digit != 0);
+        check(i > 0 || digit != 0, "a length begins with a zero byte");
         size = size << 8 | digit;
     }
-    check(size > kDigitBits);
+    check(size > kDigitBits, "a short length is in the long form");
     return size;
 }
 
@@ -87,7 +88,7 @@ Item Reader::next() {
     Item found;
     found.tag = identifier();
     const size_t size = length();
-    check(size <= rest_.size());
+    check(size <= rest_.size(), "an item is longer than what is left of the data");
     found.contents = rest_.sub(0, size);
     rest_ = rest_.sub(size);
     found.encoding = start.sub(0, start.size() - rest_.size());
@@ -96,19 +97,22 @@ Item Reader::next() {
 
 Item Reader::next(Tag expected) {
     const Item found = next();
-    check(found.tag == expected);
+    if (found.tag != expected) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "DER: item ", expected.number, " (form ", expected.form,
+               ") should come, not ", found.tag.number, " (form ", found.tag.form, ")");
+    }
     return found;
 }
 
 uint64_t Reader::nextUnsigned() {
     constexpr uint8_t kSign = 0x80;
     ByteView digits = next(kInteger).contents;
-    check(!digits.empty() && (digits[0] & kSign) == 0);
+    check(!digits.empty() && (digits[0] & kSign) == 0, "an INTEGER is empty or negative");
     if (digits.size() > 1 && digits[0] == 0) {
-        check((digits[1] & kSign) != 0);
+        check((digits[1] & kSign) != 0, "an INTEGER begins with a needless zero byte");
         digits = digits.sub(1);
     }
-    check(digits.size() <= sizeof(uint64_t));
+    check(digits.size() <= sizeof(uint64_t), "an INTEGER has more than 64 bits");
     uint64_t value = 0;
     for (const uint8_t digit : digits) value = value << 8 | digit;
     return value;

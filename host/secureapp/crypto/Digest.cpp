@@ -11,14 +11,16 @@ namespace lumo::secureapp {
 Bytes sha256(ByteView data) {
     Bytes digest(kSha256Bytes);
     requireCrypto(
-        EVP_Digest(nonNull(data), data.size(), digest.data(), nullptr, EVP_sha256(), nullptr) == 1);
+        EVP_Digest(nonNull(data), data.size(), digest.data(), nullptr, EVP_sha256(), nullptr) == 1,
+        "make a SHA-256 digest");
     return digest;
 }
 
 Bytes hmacSha256(ByteView key, ByteView data) {
     Bytes mac(kSha256Bytes);
     requireCrypto(HMAC(EVP_sha256(), nonNull(key), CryptoLength{key}, nonNull(data), data.size(),
-                       mac.data(), nullptr) != nullptr);
+                       mac.data(), nullptr) != nullptr,
+                  "make an HMAC with SHA-256");
     return mac;
 }
 

@@ -38,7 +38,8 @@ CryptoPtr<EVP_PKEY> ecKeyInStandardForm(EC_KEY* key) {
     EC_KEY_set_asn1_flag(key, OPENSSL_EC_NAMED_CURVE);
     EC_KEY_set_conv_form(key, POINT_CONVERSION_UNCOMPRESSED);
     CryptoPtr<EVP_PKEY> result(EVP_PKEY_new());
-    requireCrypto(result != nullptr && EVP_PKEY_set1_EC_KEY(result.get(), key) == 1);
+    requireCrypto(result != nullptr && EVP_PKEY_set1_EC_KEY(result.get(), key) == 1,
+                  "wrap an EC key");
     return result;
 }
 
@@ -56,7 +57,7 @@ bool isConsistent(EVP_PKEY* key) {
 CryptoPtr<EVP_PKEY> inStandardForm(CryptoPtr<EVP_PKEY> key) {
     if (EVP_PKEY_id(key.get()) != EVP_PKEY_EC) return key;
     const CryptoPtr<EC_KEY> ec(EVP_PKEY_get1_EC_KEY(key.get()));
-    requireCrypto(ec != nullptr);
+    requireCrypto(ec != nullptr, "give the EC part of a key");
     return ecKeyInStandardForm(ec.get());
 }
 
@@ -73,7 +74,7 @@ CryptoPtr<EVP_PKEY> decodePrivateKey(ByteView pkcs8) {
 // The bytes that an i2d function allocated.
 Bytes copyEncoding(uint8_t* encoding, int size) {
     const CryptoPtr<uint8_t> owner(encoding);
-    requireCrypto(size > 0 && encoding != nullptr);
+    requireCrypto(size > 0 && encoding != nullptr, "encode a key in DER");
     return Bytes(encoding, encoding + size);
 }
 
@@ -99,7 +100,7 @@ CryptoPtr<EVP_PKEY> openStandardEcKey(ByteView pkcs8) {
         const ByteView point = bits.sub(1);  // after the number of unused bits
         key.reset(EC_KEY_new_by_curve_name(curve->nid));
         const CryptoPtr<BIGNUM> number(BN_bin2bn(scalar.data(), CryptoLength{scalar}, nullptr));
-        requireCrypto(key != nullptr && number != nullptr);
+        requireCrypto(key != nullptr && number != nullptr, "hold a stored EC key");
         const EC_GROUP* group = EC_KEY_get0_group(key.get());
         const CryptoPtr<EC_POINT> place(EC_POINT_new(group));
         if (place == nullptr || EC_KEY_set_private_key(key.get(), number.get()) != 1 ||
@@ -126,13 +127,13 @@ CryptoPtr<EVP_PKEY> parsePrivateKey(ByteView pkcs8) {
 CryptoPtr<EVP_PKEY> openPrivateKey(ByteView pkcs8) {
     if (CryptoPtr<EVP_PKEY> ec = openStandardEcKey(pkcs8)) return ec;
     CryptoPtr<EVP_PKEY> key = decodePrivateKey(pkcs8);
-    requireCrypto(key != nullptr);
+    requireCrypto(key != nullptr, "read a stored key");
     return inStandardForm(std::move(key));
 }
 
 Bytes encodePrivateKey(EVP_PKEY* key) {
     const CryptoPtr<PKCS8_PRIV_KEY_INFO> info(EVP_PKEY2PKCS8(key));
-    requireCrypto(info != nullptr);
+    requireCrypto(info != nullptr, "bring a key into PKCS#8");
     uint8_t* encoding = nullptr;
     const int size = i2d_PKCS8_PRIV_KEY_INFO(info.get(), &encoding);
     return copyEncoding(encoding, size);
@@ -151,18 +152,21 @@ CryptoPtr<EVP_PKEY> makeRsaKey(uint32_t bits, uint64_t exponent) {
     const CryptoPtr<RSA> rsa(RSA_new());
     const CryptoPtr<BIGNUM> e(
         BN_bin2bn(exponent_bytes.data(), CryptoLength{exponent_bytes}, nullptr));
-    requireCrypto(bits <= INT_MAX && rsa != nullptr && e != nullptr);
-    requireCrypto(RSA_generate_key_ex(rsa.get(), static_cast<int>(bits), e.get(), nullptr) == 1);
+    requireCrypto(bits <= INT_MAX && rsa != nullptr && e != nullptr, "hold a new RSA key");
+    requireCrypto(RSA_generate_key_ex(rsa.get(), static_cast<int>(bits), e.get(), nullptr) == 1,
+                  "generate an RSA key");
     CryptoPtr<EVP_PKEY> key(EVP_PKEY_new());
-    requireCrypto(key != nullptr && EVP_PKEY_set1_RSA(key.get(), rsa.get()) == 1);
+    requireCrypto(key != nullptr && EVP_PKEY_set1_RSA(key.get(), rsa.get()) == 1,
+                  "wrap an RSA key");
     return key;
 }
 
 CryptoPtr<EVP_PKEY> makeEcKey(uint32_t curve) {
     const Curve* known = findCurve(curve);
-    if (known == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    if (known == nullptr)
+        refuse(KM_ERROR_UNSUPPORTED_EC_CURVE, "no EC key is made on curve ", curve);
     const CryptoPtr<EC_KEY> key(EC_KEY_new_by_curve_name(known->nid));
-    requireCrypto(key != nullptr && EC_KEY_generate_key(key.get()) == 1);
+    requireCrypto(key != nullptr && EC_KEY_generate_key(key.get()) == 1, "generate an EC key");
     return ecKeyInStandardForm(key.get());
 }
 

@@ -17,7 +17,9 @@ constexpr size_t kCounterBytes = 8;
 
 uint64_t millis(clockid_t clock) {
     timespec now = {};
-    if (::clock_gettime(clock, &now) != 0) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (::clock_gettime(clock, &now) != 0) {
+        refuse(KM_ERROR_UNKNOWN_ERROR, "the system has no clock: ", systemError(errno));
+    }
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
@@ -28,7 +30,7 @@ void fillFromKernel(Bytes& bytes) {
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) {
             refuse(KM_ERROR_UNKNOWN_ERROR,
-                   "the system gives no random bytes: " + systemError(errno));
+                   "the system gives no random bytes: ", systemError(errno));
         }
         filled += static_cast<size_t>(got);
     }

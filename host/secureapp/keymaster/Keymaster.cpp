@@ -26,7 +26,7 @@ uint32_t verifiedBootState(uint32_t color) {
         case BootColor::kRed:
             return 3;
     }
-    refuse(KM_ERROR_INVALID_ARGUMENT);
+    refuse(KM_ERROR_INVALID_ARGUMENT, "the boot loader's colour ", color, " is none of 0 to 3");
 }
 
 // The values that configure() sets, in a fixed order.
@@ -65,11 +65,15 @@ Keymaster::Keymaster(const KeymasterOptions& options, DeviceConfig config, State
 void Keymaster::configure(const ParamSet& params) {
     const ParamSet values = configuredValues(params);
     if (!values.contains(KM_TAG_OS_VERSION) || !values.contains(KM_TAG_OS_PATCHLEVEL)) {
-        refuse(KM_ERROR_INVALID_ARGUMENT);
+        refuse(
+            KM_ERROR_INVALID_ARGUMENT,
+            "configure needs OS_VERSION and OS_PATCHLEVEL and came with: ", versionWords(values));
     }
     if (configured_) {
         if (!std::equal(values.begin(), values.end(), configured_->begin(), configured_->end())) {
-            refuse(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT, "this boot was configured with ",
+                   versionWords(*configured_), ", and now comes ", versionWords(values),
+                   "; other versions need a restart of the secure application");
         }
         return;
     }
@@ -82,12 +86,18 @@ void Keymaster::configure(const ParamSet& params) {
 }
 
 void Keymaster::requireConfigured() const {
-    if (!configured_) refuse(KM_ERROR_KEYMASTER_NOT_CONFIGURED);
+    if (!configured_) {
+        refuse(KM_ERROR_KEYMASTER_NOT_CONFIGURED,
+               "nobody has sent the versions of the system since the boot");
+    }
 }
 
 void Keymaster::addEntropy(ByteView entropy) {
     requireConfigured();
-    if (entropy.size() > kMaxEntropyBytes) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+    if (entropy.size() > kMaxEntropyBytes) {
+        refuse(KM_ERROR_INVALID_INPUT_LENGTH, entropy.size(), " bytes of entropy are more than ",
+               kMaxEntropyBytes);
+    }
     random_.mix(entropy);
 }
 
@@ -96,7 +106,9 @@ Bytes Keymaster::computeSharedHmac(const std::vector<HmacSharingParameters>& all
 }
 
 VerificationToken Keymaster::verifyAuthorization(uint64_t challenge) {
-    if (options_.level == KM_SECURITY_LEVEL_STRONGBOX) refuse(KM_ERROR_UNIMPLEMENTED);
+    if (options_.level == KM_SECURITY_LEVEL_STRONGBOX) {
+        refuse(KM_ERROR_UNIMPLEMENTED, "StrongBox does not verify authorizations");
+    }
     requireConfigured();
     VerificationToken token;
     token.challenge = challenge;
@@ -120,10 +132,14 @@ void Keymaster::deviceLocked(bool password_only) {
 }
 
 void Keymaster::setRootOfTrust(ByteView verified_boot_key) {
-    if (verified_boot_key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (verified_boot_key.size() != kVerifiedBootKeyBytes) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the verified boot key has ", verified_boot_key.size(),
+               " bytes in place of ", kVerifiedBootKeyBytes);
+    }
     // Keys are bound to the root of trust, so it cannot change once one was used.
     if (root_of_trust_set_ || keys_.used()) {
-        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET, "the root of trust is fixed for this boot: ",
+               root_of_trust_set_ ? "it was set before" : "a key was made or opened under it");
     }
     config_.verified_boot_key = verified_boot_key.copy();
     root_of_trust_set_ = true;
@@ -134,7 +150,8 @@ void Keymaster::setBootState(bool locked, uint32_t color, uint32_t /*system_vers
                              uint32_t /*system_patchlevel*/) {
     const uint32_t state = verifiedBootState(color);
     if (boot_state_set_ || keys_.used()) {
-        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET);
+        refuse(KM_ERROR_ROOT_OF_TRUST_ALREADY_SET, "the boot state is fixed for this boot: ",
+               boot_state_set_ ? "it was sent before" : "a key was made or opened in it");
     }
     config_.device_locked = locked;
     config_.verified_boot_state = state;

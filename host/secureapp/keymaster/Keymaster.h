@@ -115,6 +115,7 @@ class Keymaster {
 
     OpenedKey open(ByteView blob, const ParamSet& binding);
     // KM_ERROR_KEY_REQUIRES_UPGRADE for a key that was made for other versions.
+    void requireCurrent(const OpenedKey& key) const;
     OpenedKey openCurrent(ByteView blob, const ParamSet& binding);
     // As openCurrent, and KM_ERROR_INVALID_KEY_BLOB for a key that only the boot loader may use.
     OpenedKey openForUse(ByteView blob, const ParamSet& binding);

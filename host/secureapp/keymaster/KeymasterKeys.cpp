@@ -2,6 +2,7 @@
 #include "secureapp/base/Params.h"
 #include "secureapp/base/Refusal.h"
 #include "secureapp/base/Secret.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/keymaster/Keymaster.h"
 #include "secureapp/keys/KeyBlob.h"
 #include "secureapp/keys/KeyMaterial.h"
@@ -50,8 +51,9 @@ ParamSet Keymaster::acceptedParams(const ParamSet& params) {
     context.user_presence = config_.user_presence;
     ParamSet accepted = acceptCreation(params, context);
     if (accepted.contains(KM_TAG_ROLLBACK_RESISTANCE) && !keys_.hasRollbackRoom()) {
-        refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE,
-               "the registry of rollback-resistant keys is full; delete some of them");
+        refuse(
+            KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE,
+            "the registry of rollback-resistant keys has no room for another; delete some of them");
     }
     return accepted;
 }
@@ -68,16 +70,31 @@ OpenedKey Keymaster::open(ByteView blob, const ParamSet& binding) {
     return keys_.open(blob, binding);
 }
 
+void Keymaster::requireCurrent(const OpenedKey& key) const {
+    if (isCurrent(key.authorizations, versions_)) return;
+    // Upgrading is what the code asks for; here it would be refused.
+    if (wouldDowngrade(key.authorizations, versions_)) {
+        refuse(KM_ERROR_KEY_REQUIRES_UPGRADE, versionDifference(key.authorizations, versions_),
+               "; a newer key opens only once the device has that version, and is not upgraded "
+               "to an older one");
+    }
+    refuse(KM_ERROR_KEY_REQUIRES_UPGRADE, "the key is bound to other versions: ",
+           versionDifference(key.authorizations, versions_));
+}
+
 OpenedKey Keymaster::openCurrent(ByteView blob, const ParamSet& binding) {
     OpenedKey key = open(blob, binding);
-    if (!isCurrent(key.authorizations, versions_)) refuse(KM_ERROR_KEY_REQUIRES_UPGRADE);
+    requireCurrent(key);
     return key;
 }
 
 OpenedKey Keymaster::openForUse(ByteView blob, const ParamSet& binding) {
     OpenedKey key = open(blob, binding);
-    if (key.authorizations.contains(KM_TAG_BOOTLOADER_ONLY)) refuse(KM_ERROR_INVALID_KEY_BLOB);
-    if (!isCurrent(key.authorizations, versions_)) refuse(KM_ERROR_KEY_REQUIRES_UPGRADE);
+    if (key.authorizations.contains(KM_TAG_BOOTLOADER_ONLY)) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB,
+               "the key has BOOTLOADER_ONLY; nothing but the boot loader can use it");
+    }
+    requireCurrent(key);
     keys_.use(blob, key);
     return key;
 }
@@ -90,7 +107,14 @@ OpenedKey Keymaster::openForExport(uint32_t format, ByteView blob, const ParamSe
     OpenedKey key = openCurrent(blob, binding);
     const bool asymmetric =
         key.algorithm() == KM_ALGORITHM_RSA || key.algorithm() == KM_ALGORITHM_EC;
-    if (!asymmetric || format != KM_KEY_FORMAT_X509) refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
+    if (!asymmetric) {
+        refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT, "a key of algorithm ",
+               algorithmWord(key.algorithm()), " has no public key to export");
+    }
+    if (format != KM_KEY_FORMAT_X509) {
+        refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT, "public keys are exported in format 0 (x509), not ",
+               format);
+    }
     return key;
 }
 
@@ -105,7 +129,11 @@ PublicKeyParts Keymaster::exportKeyParts(uint32_t format, ByteView blob, const P
 
 Bytes Keymaster::upgradeKey(ByteView blob, const ParamSet& params) {
     const OpenedKey key = open(blob, params);
-    if (wouldDowngrade(key.authorizations, versions_)) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (wouldDowngrade(key.authorizations, versions_)) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "keys are not bound to older versions, and ",
+               versionDifference(key.authorizations, versions_),
+               "; start the device with the version of the key or a newer one");
+    }
     if (isCurrent(key.authorizations, versions_)) return {};
     ParamSet authorizations = key.authorizations;
     setVersions(authorizations, versions_);

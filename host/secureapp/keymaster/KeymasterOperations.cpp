@@ -9,7 +9,7 @@ namespace lumo::secureapp {
 BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& params) {
     const OpenedKey key = openForUse(blob, params);
     if (!early_boot_ && key.authorizations.contains(KM_TAG_EARLY_BOOT_ONLY)) {
-        refuse(KM_ERROR_EARLY_BOOT_ENDED);
+        refuse(KM_ERROR_EARLY_BOOT_ENDED, "the key has EARLY_BOOT_ONLY, and early boot has ended");
     }
     checkPurpose(purpose, key);
     RunningOperation running;
@@ -18,7 +18,10 @@ BeginResult Keymaster::begin(uint32_t purpose, ByteView blob, const ParamSet& pa
     if (running.controlled) access_.checkBegin(purpose, key, params, hmac_.key());
     running.operation = startOperation(purpose, key, params, options_.level, random_, hmac_.key());
     // A running operation is never dropped for a new one: the caller chooses which one to abort.
-    if (operations_.full()) refuse(KM_ERROR_TOO_MANY_OPERATIONS);
+    if (operations_.full()) {
+        refuse(KM_ERROR_TOO_MANY_OPERATIONS, operations_.capacity(),
+               " operations are running, which is the most at this security level");
+    }
 
     if (running.controlled) running.admission = access_.admit(key);
     const ParamSet out_params = running.operation->outParams();

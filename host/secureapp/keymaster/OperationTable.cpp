@@ -1,6 +1,7 @@
 #include "secureapp/keymaster/OperationTable.h"
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 
 namespace lumo::secureapp {
 
@@ -18,7 +19,10 @@ uint64_t OperationTable::add(RunningOperation operation) {
 
 OperationTable::Call::Call(OperationTable& table, uint64_t handle)
     : table_(table), which_(table.operations_.find(handle)) {
-    if (which_ == table.operations_.end()) refuse(KM_ERROR_INVALID_OPERATION_HANDLE);
+    if (which_ == table.operations_.end()) {
+        refuse(KM_ERROR_INVALID_OPERATION_HANDLE, "no operation with handle ", hexWord(handle),
+               " is running");
+    }
 }
 
 OperationTable::Call::~Call() {

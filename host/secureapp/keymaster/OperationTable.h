@@ -29,6 +29,7 @@ class OperationTable {
     OperationTable(size_t capacity, AccessControl& access, RandomSource& random)
         : capacity_(capacity), access_(access), random_(random) {}
 
+    size_t capacity() const { return capacity_; }
     bool full() const { return operations_.size() >= capacity_; }
     bool contains(uint64_t handle) const { return operations_.count(handle) != 0; }
     // Nullptr where there is none.

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/Der.h"
 
 namespace lumo::secureapp {
@@ -94,7 +95,10 @@ Bytes encodeValue(const ParamSet& params, keymaster_tag_t tag) {
 uint64_t decodeInteger(der::Reader& reader, keymaster_tag_type_t type) {
     const uint64_t value = reader.nextUnsigned();
     const bool is_wide = type == KM_ULONG || type == KM_ULONG_REP || type == KM_DATE;
-    if (!is_wide && value > UINT32_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (!is_wide && value > UINT32_MAX) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the wrapped authorization's value ", value,
+               " has more than 32 bits");
+    }
     return value;
 }
 
@@ -103,7 +107,10 @@ void decodeSet(der::Reader& reader, keymaster_tag_t tag, ParamSet& params) {
     uint64_t last = 0;
     while (!elements.atEnd()) {
         const uint64_t value = decodeInteger(elements, keymaster_tag_get_type(tag));
-        if (value < last) refuse(KM_ERROR_INVALID_ARGUMENT);  // not DER's order
+        if (value < last) {
+            refuse(KM_ERROR_INVALID_ARGUMENT, "the values of ", tagName(tag),
+                   " are not in DER's order: ", value, " follows ", last);
+        }
         params.add(intParam(tag, value));
         last = value;
     }
@@ -141,7 +148,9 @@ keymaster_tag_t tagOf(der::Tag element) {
         std::find_if(std::begin(kFields), std::end(kFields), [element](const Field& candidate) {
             return der::context(keymaster_tag_mask_type(candidate.tag)) == element;
         });
-    if (field == std::end(kFields)) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (field == std::end(kFields)) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "no authorization has the number ", element.number);
+    }
     return field->tag;
 }
 
@@ -170,7 +179,10 @@ ParamSet decodeAuthorizationList(ByteView encoding) {
     uint32_t last_number = 0;
     while (!elements.atEnd()) {
         const der::Item element = elements.next();
-        if (element.tag.number <= last_number) refuse(KM_ERROR_INVALID_ARGUMENT);
+        if (element.tag.number <= last_number) {
+            refuse(KM_ERROR_INVALID_ARGUMENT, "authorization ", element.tag.number, " follows ",
+                   last_number, ", against DER's order");
+        }
         last_number = element.tag.number;
         der::Reader value(element.contents);
         decodeValue(value, tagOf(element.tag), params);

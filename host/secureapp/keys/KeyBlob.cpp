@@ -6,6 +6,7 @@
 
 #include "secureapp/base/Refusal.h"
 #include "secureapp/base/Secret.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/AesGcm.h"
 #include "secureapp/crypto/Digest.h"
 
@@ -208,7 +209,10 @@ class ClearWriter {
 void readArrays(ByteView clear, ParamSet& params) {
     for (const ArrayField& array : kArrays) {
         const uint64_t count = loadLittle(clear.data() + array.count, 4);
-        if (count > array.capacity) refuse(KM_ERROR_INVALID_KEY_BLOB);
+        if (count > array.capacity) {
+            refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob counts ", count, " values of ",
+                   tagName(array.tag), ", and has room for ", array.capacity);
+        }
         for (uint64_t i = 0; i < count; ++i) {
             const uint8_t* value = clear.data() + array.values + i * array.width;
             params.add(intParam(array.tag, loadLittle(value, array.width)));
@@ -236,7 +240,10 @@ void readClear(ByteView clear, OpenedKey& key) {
 }
 
 Bytes encodeSealed(const BlobContents& contents, const ParamSet& sealed) {
-    if (contents.material.size() > UINT32_MAX) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+    if (contents.material.size() > UINT32_MAX) {
+        refuse(KM_ERROR_INVALID_INPUT_LENGTH, "a key of ", contents.material.size(),
+               " bytes fits into no blob");
+    }
     size_t size = kMinSealedBytes + contents.material.size();
     for (const Param& param : sealed) size += 4 + 8 + 4 + param.bytes.size();
 
@@ -261,7 +268,10 @@ class SealedReader {
     explicit SealedReader(ByteView data) : rest_(data) {}
 
     ByteView bytes(uint64_t count) {
-        if (count > rest_.size()) refuse(KM_ERROR_INVALID_KEY_BLOB);
+        if (count > rest_.size()) {
+            refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob's sealed part ends after ", rest_.size(),
+                   " of ", count, " bytes");
+        }
         const auto size = static_cast<size_t>(count);
         const ByteView taken = rest_.sub(0, size);
         rest_ = rest_.sub(size);
@@ -286,7 +296,9 @@ void readSealed(ByteView plain, OpenedKey& key) {
         param.bytes = reader.bytes(reader.number(4)).copy();
         key.authorizations.add(std::move(param));
     }
-    if (!reader.done()) refuse(KM_ERROR_INVALID_KEY_BLOB);
+    if (!reader.done()) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "bytes follow the blob's sealed authorizations");
+    }
 }
 
 }  // namespace
@@ -334,11 +346,17 @@ Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_b
 }
 
 OpenedKey openBlob(ByteView blob, ByteView blob_key) {
-    if (blob.size() < kSealedAt + kTagBytes) refuse(KM_ERROR_INVALID_KEY_BLOB);
+    if (blob.size() < kSealedAt + kTagBytes) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB, blob.size(),
+               " bytes are no key blob, which has at least ", kSealedAt + kTagBytes,
+               "; give the whole key file");
+    }
     const ByteView clear = blob.sub(0, kClearBytes);
     const ByteView nonce = blob.sub(kClearBytes, kNonceBytes);
     std::optional<Bytes> opened = aesGcmOpen(blob_key, nonce, clear, blob.sub(kSealedAt));
-    if (!opened) refuse(KM_ERROR_INVALID_KEY_BLOB);
+    if (!opened) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob was not sealed under this secret");
+    }
     const Secret plain(std::move(*opened));
 
     OpenedKey key;

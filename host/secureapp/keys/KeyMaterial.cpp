@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/crypto/Curves.h"
 #include "secureapp/crypto/PrivateKey.h"
@@ -62,7 +63,9 @@ uint32_t curveOf(EVP_PKEY* key) {
     const EC_GROUP* group = ec == nullptr ? nullptr : EC_KEY_get0_group(ec);
     const int nid = group == nullptr ? NID_undef : EC_GROUP_get_curve_name(group);
     const Curve* known = findCurveOfNid(nid);
-    if (known == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
+    if (known == nullptr) {
+        refuse(KM_ERROR_UNSUPPORTED_EC_CURVE, "the key is on a curve that keymaster does not have");
+    }
     return known->curve;
 }
 
@@ -70,13 +73,18 @@ const BIGNUM* exponentOf(EVP_PKEY* key) {
     const RSA* rsa = EVP_PKEY_get0_RSA(key);
     const BIGNUM* exponent = nullptr;
     if (rsa != nullptr) RSA_get0_key(rsa, nullptr, &exponent, nullptr);
-    if (exponent == nullptr) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (exponent == nullptr) {
+        refuse(KM_ERROR_UNKNOWN_ERROR, "libcrypto gives no exponent of an RSA key");
+    }
     return exponent;
 }
 
 uint64_t exponentValue(EVP_PKEY* key) {
     const Bytes bytes = numberBytes(exponentOf(key));
-    if (bytes.size() > sizeof(uint64_t)) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (bytes.size() > sizeof(uint64_t)) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the RSA key's public exponent has ", bytes.size(),
+               " bytes, at most 8 are taken");
+    }
     return loadBig(bytes.data(), bytes.size());
 }
 
@@ -84,9 +92,17 @@ void checkPkcs8(uint32_t algorithm, ByteView data) {
     const CryptoPtr<EVP_PKEY> key = parsePrivateKey(data);
     if (key == nullptr) {
         const bool foreign = algorithm == KM_ALGORITHM_EC && namesForeignCurve(data);
-        refuse(foreign ? KM_ERROR_UNSUPPORTED_EC_CURVE : KM_ERROR_INVALID_ARGUMENT);
+        if (foreign) {
+            refuse(KM_ERROR_UNSUPPORTED_EC_CURVE,
+                   "the PKCS#8 key names a curve that keymaster does not have");
+        }
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the key's ", data.size(),
+               " bytes are no consistent private key in PKCS#8");
     }
-    if (EVP_PKEY_id(key.get()) != keyType(algorithm)) refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM);
+    if (EVP_PKEY_id(key.get()) != keyType(algorithm)) {
+        refuse(KM_ERROR_INCOMPATIBLE_ALGORITHM, "the PKCS#8 key is of another algorithm than ",
+               algorithmWord(algorithm));
+    }
     if (algorithm == KM_ALGORITHM_EC) {
         curveOf(key.get());
     } else {
@@ -125,7 +141,10 @@ Secret makeMaterial(const KeyFacts& facts, RandomSource& random) {
 
 void checkMaterial(uint32_t algorithm, uint32_t format, ByteView data) {
     const uint32_t expected = isAsymmetric(algorithm) ? KM_KEY_FORMAT_PKCS8 : KM_KEY_FORMAT_RAW;
-    if (format != expected) refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT);
+    if (format != expected) {
+        refuse(KM_ERROR_UNSUPPORTED_KEY_FORMAT, "keys of algorithm ", algorithmWord(algorithm),
+               " are imported in format ", expected, ", not ", format);
+    }
     if (isAsymmetric(algorithm)) checkPkcs8(algorithm, data);
 }
 
@@ -168,7 +187,7 @@ PublicKeyParts publicPartsOf(uint32_t algorithm, ByteView material) {
     if (ec == nullptr || x == nullptr || y == nullptr ||
         EC_POINT_get_affine_coordinates_GFp(EC_KEY_get0_group(ec), EC_KEY_get0_public_key(ec),
                                             x.get(), y.get(), nullptr) != 1) {
-        refuse(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR, "libcrypto gives no public point of an EC key");
     }
     parts.x = numberBytes(x.get());
     parts.y = numberBytes(y.get());

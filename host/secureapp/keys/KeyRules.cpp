@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/Curves.h"
 #include "secureapp/crypto/Digest.h"
 #include "secureapp/keys/KeyVersions.h"
@@ -95,7 +96,8 @@ ParamSet withoutRepetition(const ParamSet& params) {
         std::optional<Param> param = stored(each);
         if (!param || !seen.emplace(param->tag, param->integer, param->bytes).second) continue;
         if (!tags.insert(param->tag).second && !keymaster_tag_repeatable(param->tag)) {
-            refuse(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT, tagName(param->tag),
+                   " is given with two values, and a key has one");
         }
         result.add(std::move(*param));
     }
@@ -104,18 +106,27 @@ ParamSet withoutRepetition(const ParamSet& params) {
 
 void checkAbilities(const ParamSet& params, const CreationContext& context) {
     if (params.contains(KM_TAG_EARLY_BOOT_ONLY) && !context.early_boot) {
-        refuse(KM_ERROR_EARLY_BOOT_ENDED);
+        refuse(KM_ERROR_EARLY_BOOT_ENDED,
+               "keys with EARLY_BOOT_ONLY are made in early boot, which has ended");
     }
     // Such keys are for inline encryption hardware, of which there is none.
-    if (params.contains(kTagStorageKey)) refuse(kErrorStorageKeyUnsupported);
-    if (params.contains(KM_TAG_ROLLBACK_RESISTANCE) && !context.rollback_resistance) {
-        refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE);
+    if (params.contains(kTagStorageKey)) {
+        refuse(kErrorStorageKeyUnsupported,
+               "there is no inline encryption hardware to use STORAGE_KEY with");
     }
-    if (params.integer(kTagHardwareType).value_or(context.level) != context.level) {
-        refuse(kErrorHardwareTypeUnavailable);
+    if (params.contains(KM_TAG_ROLLBACK_RESISTANCE) && !context.rollback_resistance) {
+        refuse(KM_ERROR_ROLLBACK_RESISTANCE_UNAVAILABLE,
+               "world.conf gives this device no rollback resistance");
+    }
+    const uint64_t hardware = params.integer(kTagHardwareType).value_or(context.level);
+    if (hardware != context.level) {
+        refuse(kErrorHardwareTypeUnavailable, "HARDWARE_TYPE is ",
+               valueWord(kTagHardwareType, hardware), ", this is ", levelWord(context.level));
     }
     if (params.contains(kTagTrustedUserPresenceRequired) && !context.user_presence) {
-        refuse(KM_ERROR_UNIMPLEMENTED);
+        refuse(KM_ERROR_UNIMPLEMENTED,
+               "this device has no button for TRUSTED_USER_PRESENCE_REQUIRED; user_presence in "
+               "world.conf gives it one");
     }
 }
 
@@ -143,43 +154,77 @@ bool supportsSize(const KeyFacts& facts, keymaster_security_level_t level) {
     }
 }
 
+// The level supports no key of these facts.
+[[noreturn]] void refuseSize(keymaster_error_t code, const KeyFacts& facts,
+                             keymaster_security_level_t level) {
+    refuse(code, levelWord(level), " has no ", algorithmWord(facts.algorithm), " keys of ",
+           facts.bits, " bits");
+}
+
 KeyFacts planEc(const ParamSet& params, keymaster_security_level_t level) {
     const std::optional<uint64_t> bits = params.integer(KM_TAG_KEY_SIZE);
     const std::optional<uint64_t> wanted = params.integer(KM_TAG_EC_CURVE);
-    if (!bits && !wanted) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
-    if (bits && findCurveOfBits(*bits) == nullptr) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (!bits && !wanted) {
+        refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE, "an EC key needs EC_CURVE or KEY_SIZE");
+    }
+    if (bits && findCurveOfBits(*bits) == nullptr) {
+        refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE, "no curve has ", *bits,
+               " bits: there are 224, 256, 384 and 521");
+    }
     const Curve* curve = wanted ? findCurve(*wanted) : findCurveOfBits(*bits);
-    if (curve == nullptr) refuse(KM_ERROR_UNSUPPORTED_EC_CURVE);
-    if (bits && curve->bits != *bits) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (curve == nullptr)
+        refuse(KM_ERROR_UNSUPPORTED_EC_CURVE, "EC_CURVE ", *wanted, " is unknown");
+    if (bits && curve->bits != *bits) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "curve ", valueWord(KM_TAG_EC_CURVE, *wanted), " has ",
+               curve->bits, " bits, KEY_SIZE is ", *bits);
+    }
 
     const KeyFacts facts = {KM_ALGORITHM_EC, curve->bits, curve->curve, std::nullopt};
     if (!supportsSize(facts, level)) {
-        refuse(bits ? KM_ERROR_UNSUPPORTED_KEY_SIZE : KM_ERROR_UNSUPPORTED_EC_CURVE);
+        refuseSize(bits ? KM_ERROR_UNSUPPORTED_KEY_SIZE : KM_ERROR_UNSUPPORTED_EC_CURVE, facts,
+                   level);
     }
     return facts;
 }
 
 void checkHmacRules(const ParamSet& params, keymaster_security_level_t level) {
     const std::vector<uint64_t> digests = params.integers(KM_TAG_DIGEST);
-    if (digests.size() != 1 || digests[0] > UINT32_MAX) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (digests.size() != 1 || digests[0] > UINT32_MAX) {
+        refuse(KM_ERROR_UNSUPPORTED_DIGEST,
+               "an HMAC key has one digest, given are: ", valueWords(KM_TAG_DIGEST, digests));
+    }
     const auto digest = static_cast<uint32_t>(digests[0]);
     const uint32_t digest_bits = digestBits(digest);
-    if (digest_bits == 0) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
-    if (isStrongBox(level) && digest != KM_DIGEST_SHA_2_256) refuse(KM_ERROR_UNSUPPORTED_DIGEST);
+    if (digest_bits == 0) {
+        refuse(KM_ERROR_UNSUPPORTED_DIGEST, "there is no HMAC with digest ",
+               valueWord(KM_TAG_DIGEST, digest));
+    }
+    if (isStrongBox(level) && digest != KM_DIGEST_SHA_2_256) {
+        refuse(KM_ERROR_UNSUPPORTED_DIGEST, "StrongBox has HMAC with sha256 alone, not with ",
+               valueWord(KM_TAG_DIGEST, digest));
+    }
 
     const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
-    if (!least) refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (!least) refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH, "an HMAC key needs MIN_MAC_LENGTH");
     if (*least < kMinHmacMacBits || *least > digest_bits || *least % 8 != 0) {
-        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH, "MIN_MAC_LENGTH is ", *least, ", with ",
+               valueWord(KM_TAG_DIGEST, digest), " it is a multiple of 8 from ", kMinHmacMacBits,
+               " to ", digest_bits);
     }
 }
 
 void checkGcmRules(const ParamSet& params) {
     if (!params.contains(KM_TAG_BLOCK_MODE, KM_MODE_GCM)) return;
     const std::optional<uint64_t> least = params.integer(KM_TAG_MIN_MAC_LENGTH);
-    if (!least) refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH);
+    if (!least) {
+        refuse(KM_ERROR_MISSING_MIN_MAC_LENGTH,
+               "an AES key with block mode gcm needs "
+               "MIN_MAC_LENGTH");
+    }
     if (*least < kMinGcmMacBits || *least > kMaxGcmMacBits || *least % 8 != 0) {
-        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH);
+        refuse(KM_ERROR_UNSUPPORTED_MIN_MAC_LENGTH, "MIN_MAC_LENGTH is ", *least,
+               ", for block mode gcm it is a multiple of 8 from ", kMinGcmMacBits, " to ",
+               kMaxGcmMacBits);
     }
 }
 
@@ -191,15 +236,19 @@ void replace(ParamSet& params, Param param) {
 }  // namespace
 
 ParamSet acceptCreation(const ParamSet& params, const CreationContext& context) {
-    if (!isIn(kAlgorithms, params.integer(KM_TAG_ALGORITHM).value_or(0))) {
-        refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
+    const std::optional<uint64_t> algorithm = params.integer(KM_TAG_ALGORITHM);
+    if (!isIn(kAlgorithms, algorithm.value_or(0))) {
+        refuse(KM_ERROR_UNSUPPORTED_ALGORITHM, "a key needs a known ALGORITHM, given is ",
+               algorithm ? std::to_string(*algorithm) : "none");
     }
     for (const Param& param : params) {
-        if (isTagIn(kForbiddenTags, param.tag)) refuse(KM_ERROR_INVALID_TAG);
+        if (!isTagIn(kForbiddenTags, param.tag)) continue;
+        refuse(KM_ERROR_INVALID_TAG, tagName(param.tag), " is not for a caller to set");
     }
     ParamSet accepted = withoutRepetition(params);
     if (accepted.contains(KM_TAG_NO_AUTH_REQUIRED) && accepted.contains(KM_TAG_USER_SECURE_ID)) {
-        refuse(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT,
+               "NO_AUTH_REQUIRED and USER_SECURE_ID contradict each other; leave one of them out");
     }
     checkAbilities(accepted, context);
     return accepted;
@@ -212,24 +261,28 @@ KeyFacts planGeneration(const ParamSet& params, keymaster_security_level_t level
     KeyFacts facts;
     facts.algorithm = algorithm;
     facts.bits = params.integer(KM_TAG_KEY_SIZE).value_or(0);
-    if (!supportsSize(facts, level)) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    if (!supportsSize(facts, level)) refuseSize(KM_ERROR_UNSUPPORTED_KEY_SIZE, facts, level);
     if (algorithm == KM_ALGORITHM_RSA) {
         facts.exponent = params.integer(KM_TAG_RSA_PUBLIC_EXPONENT);
-        if (!isIn(kRsaExponents, facts.exponent.value_or(0))) refuse(KM_ERROR_INVALID_ARGUMENT);
+        if (!isIn(kRsaExponents, facts.exponent.value_or(0))) {
+            refuse(KM_ERROR_INVALID_ARGUMENT, "RSA_PUBLIC_EXPONENT is 3 or 65537, given is ",
+                   facts.exponent ? std::to_string(*facts.exponent) : "none");
+        }
     }
     return facts;
 }
 
 void checkImport(const ParamSet& params, const KeyFacts& facts, keymaster_security_level_t level) {
-    const auto differs = [&params](keymaster_tag_t tag, std::optional<uint64_t> fact) {
+    const auto compare = [&params](keymaster_tag_t tag, std::optional<uint64_t> fact) {
         const std::optional<uint64_t> wanted = params.integer(tag);
-        return wanted && fact && *wanted != *fact;
+        if (!wanted || !fact || *wanted == *fact) return;
+        refuse(KM_ERROR_IMPORT_PARAMETER_MISMATCH, tagName(tag), " is ", valueWord(tag, *wanted),
+               ", that of the key is ", valueWord(tag, *fact));
     };
-    if (differs(KM_TAG_KEY_SIZE, facts.bits) || differs(KM_TAG_EC_CURVE, facts.curve) ||
-        differs(KM_TAG_RSA_PUBLIC_EXPONENT, facts.exponent)) {
-        refuse(KM_ERROR_IMPORT_PARAMETER_MISMATCH);
-    }
-    if (!supportsSize(facts, level)) refuse(KM_ERROR_UNSUPPORTED_KEY_SIZE);
+    compare(KM_TAG_KEY_SIZE, facts.bits);
+    compare(KM_TAG_EC_CURVE, facts.curve);
+    compare(KM_TAG_RSA_PUBLIC_EXPONENT, facts.exponent);
+    if (!supportsSize(facts, level)) refuseSize(KM_ERROR_UNSUPPORTED_KEY_SIZE, facts, level);
 }
 
 void checkMacRules(const ParamSet& params, keymaster_security_level_t level) {

@@ -60,7 +60,9 @@ OpenedKey KeyStore::open(ByteView blob, const ParamSet& binding) {
     const Secret blob_key = blobKey(binding);
     OpenedKey key = openBlob(blob, blob_key.bytes());
     if (isRollbackResistant(key.authorizations) && !registry_.lists(blob)) {
-        refuse(KM_ERROR_INVALID_KEY_BLOB);
+        refuse(KM_ERROR_INVALID_KEY_BLOB,
+               "the registry of rollback-resistant keys does not have this blob: the key was "
+               "deleted, or a newer blob of it was used; no other file brings it back");
     }
     return key;
 }

@@ -10,6 +10,17 @@ uint64_t valueOrZero(const ParamSet& params, keymaster_tag_t tag) {
     return params.integer(tag).value_or(0);
 }
 
+const char* nameOf(keymaster_tag_t tag) {
+    if (tag == KM_TAG_OS_VERSION) return "OS version";
+    if (tag == KM_TAG_OS_PATCHLEVEL) return "OS patch level";
+    return tag == kTagVendorPatchlevel ? "vendor patch level" : "boot patch level";
+}
+
+// Version 0 is a system in development: whatever key comes, it is not newer.
+bool isNewer(keymaster_tag_t tag, uint64_t key, uint64_t device) {
+    return key > device && (tag != KM_TAG_OS_VERSION || device != 0);
+}
+
 }  // namespace
 
 bool isPatchDate(uint64_t value) {
@@ -32,10 +43,33 @@ bool isCurrent(const ParamSet& authorizations, const ParamSet& versions) {
 
 bool wouldDowngrade(const ParamSet& authorizations, const ParamSet& versions) {
     return std::any_of(std::begin(kVersionTags), std::end(kVersionTags), [&](keymaster_tag_t tag) {
-        const uint64_t current = valueOrZero(versions, tag);
-        if (tag == KM_TAG_OS_VERSION && current == 0) return false;
-        return valueOrZero(authorizations, tag) > current;
+        return isNewer(tag, valueOrZero(authorizations, tag), valueOrZero(versions, tag));
     });
+}
+
+std::string versionDifference(const ParamSet& authorizations, const ParamSet& versions) {
+    std::string older;
+    for (const keymaster_tag_t tag : kVersionTags) {
+        const uint64_t key = valueOrZero(authorizations, tag);
+        const uint64_t device = valueOrZero(versions, tag);
+        if (key == device) continue;
+        const std::string words = std::string("key has ") + nameOf(tag) + " " +
+                                  std::to_string(key) + ", device has " + std::to_string(device);
+        if (isNewer(tag, key, device)) return words;
+        if (older.empty()) older = words;
+    }
+    return older;
+}
+
+std::string versionWords(const ParamSet& params) {
+    std::string words;
+    for (const keymaster_tag_t tag : kVersionTags) {
+        const std::optional<uint64_t> value = params.integer(tag);
+        if (!value) continue;
+        words +=
+            (words.empty() ? "" : ", ") + std::string(nameOf(tag)) + " " + std::to_string(*value);
+    }
+    return words.empty() ? "no version" : words;
 }
 
 }  // namespace lumo::secureapp

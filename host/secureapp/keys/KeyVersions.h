@@ -1,6 +1,8 @@
 // The versions of the installed system, to which keys are bound.
 #pragma once
 
+#include <string>
+
 #include "secureapp/base/Params.h"
 
 namespace lumo::secureapp {
@@ -21,5 +23,12 @@ bool isCurrent(const ParamSet& authorizations, const ParamSet& versions);
 // Whether upgrading would bind the key to something older. Version 0 is a system in development,
 // to which keys may be downgraded.
 bool wouldDowngrade(const ParamSet& authorizations, const ParamSet& versions);
+
+// The version of a key that is not the installed one, with both values: "key has OS patch level
+// 202103, device has 202012". Of several, one that is newer than the device's.
+std::string versionDifference(const ParamSet& authorizations, const ParamSet& versions);
+
+// The versions among the parameters with their names.
+std::string versionWords(const ParamSet& params);
 
 }  // namespace lumo::secureapp

@@ -16,7 +16,9 @@ constexpr size_t kTagBytes = 16;
 void parseDescription(ByteView contents, WrappedKey& wrapped) {
     der::Reader fields(contents);
     const uint64_t format = fields.nextUnsigned();
-    if (format > UINT32_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (format > UINT32_MAX) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the key description's key format is ", format);
+    }
     wrapped.format = static_cast<uint32_t>(format);
     wrapped.params = decodeAuthorizationList(fields.next(der::kSequence).encoding);
     fields.expectEnd();
@@ -30,7 +32,11 @@ WrappedKey parseWrappedKey(ByteView encoding) {
     outer.expectEnd();
 
     WrappedKey wrapped;
-    if (fields.nextUnsigned() != kWrapperVersion) refuse(KM_ERROR_INVALID_ARGUMENT);
+    const uint64_t version = fields.nextUnsigned();
+    if (version != kWrapperVersion) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the wrapped key is of version ", version, ", known is ",
+               kWrapperVersion);
+    }
     wrapped.encrypted_transport_key = fields.next(der::kOctetString).contents;
     wrapped.nonce = fields.next(der::kOctetString).contents;
     const der::Item description = fields.next(der::kSequence);
@@ -39,7 +45,9 @@ WrappedKey parseWrappedKey(ByteView encoding) {
     const ByteView tag = fields.next(der::kOctetString).contents;
     fields.expectEnd();
     if (wrapped.nonce.size() != kNonceBytes || tag.size() != kTagBytes) {
-        refuse(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the wrapped key has a nonce of ", wrapped.nonce.size(),
+               " and a tag of ", tag.size(), " bytes in place of ", kNonceBytes, " and ",
+               kTagBytes);
     }
     append(wrapped.sealed, tag);
     parseDescription(description.contents, wrapped);
@@ -60,7 +68,10 @@ ParamSet resolveSecureIds(const ParamSet& params, uint64_t password_sid, uint64_
         resolved.add(intParam(KM_TAG_USER_SECURE_ID, biometric_sid));
     }
     // Without any id the key would need no authentication at all.
-    if (!resolved.contains(KM_TAG_USER_SECURE_ID)) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (!resolved.contains(KM_TAG_USER_SECURE_ID)) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the wrapped key's USER_SECURE_ID is ", authenticators,
+               ", which names neither password (1) nor fingerprint (2)");
+    }
     return resolved;
 }
 

@@ -1,6 +1,7 @@
 #include "secureapp/operations/Operation.h"
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/Digest.h"
 #include "secureapp/operations/OperationMac.h"
 #include "secureapp/operations/OperationParts.h"
@@ -21,7 +22,7 @@ bool algorithmCanDo(uint32_t algorithm, uint32_t purpose) {
         case KM_ALGORITHM_TRIPLE_DES:
             return encrypt_or_decrypt;
         default:
-            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
+            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM, "the key is of unknown algorithm ", algorithm);
     }
 }
 
@@ -37,7 +38,8 @@ std::unique_ptr<Operation> startEngine(const OperationRequest& request) {
         case KM_ALGORITHM_TRIPLE_DES:
             return startCipher(request);
         default:
-            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM);
+            refuse(KM_ERROR_UNSUPPORTED_ALGORITHM, "no operation has algorithm ",
+                   request.algorithm);
     }
 }
 
@@ -59,7 +61,10 @@ class ConfirmedOperation : public Operation {
     Bytes finish(const ParamSet& params, ByteView input, ByteView signature) override {
         token_.add(input);
         if (!equalSecret(token_.finish(), params.bytes(kTagConfirmationToken))) {
-            refuse(KM_ERROR_NO_USER_CONFIRMATION);
+            refuse(KM_ERROR_NO_USER_CONFIRMATION,
+                   params.contains(kTagConfirmationToken)
+                       ? "the confirmation token is not for this data, or of another boot"
+                       : "the key signs what the user confirmed, and no confirmation token came");
         }
         return signer_->finish(params, input, signature);
     }
@@ -73,11 +78,17 @@ class ConfirmedOperation : public Operation {
 
 void checkPurpose(uint32_t purpose, const OpenedKey& key) {
     const uint32_t algorithm = key.algorithm();
-    if (!algorithmCanDo(algorithm, purpose)) refuse(KM_ERROR_UNSUPPORTED_PURPOSE);
+    if (!algorithmCanDo(algorithm, purpose)) {
+        refuse(KM_ERROR_UNSUPPORTED_PURPOSE, "no key of algorithm ", algorithmWord(algorithm),
+               " is used with purpose ", valueWord(KM_TAG_PURPOSE, purpose));
+    }
     // Anyone can use the public key, since it can be exported.
     if (isPublicKeyOperation(purpose, algorithm)) return;
-    if (!key.authorizations.contains(KM_TAG_PURPOSE, purpose))
-        refuse(KM_ERROR_INCOMPATIBLE_PURPOSE);
+    if (!key.authorizations.contains(KM_TAG_PURPOSE, purpose)) {
+        refuse(KM_ERROR_INCOMPATIBLE_PURPOSE, "purpose ", valueWord(KM_TAG_PURPOSE, purpose),
+               " is not among the key's: ",
+               valueWords(KM_TAG_PURPOSE, key.authorizations.integers(KM_TAG_PURPOSE)));
+    }
 }
 
 bool isPublicKeyOperation(uint32_t purpose, uint32_t algorithm) {

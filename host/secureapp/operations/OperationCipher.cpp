@@ -5,15 +5,18 @@
 #include <algorithm>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/CryptoCalls.h"
 
 namespace lumo::secureapp {
 
 CipherStream::CipherStream(const EVP_CIPHER* cipher, ByteView key, ByteView nonce, bool encrypt)
     : context_(EVP_CIPHER_CTX_new()) {
-    requireCrypto(context_ != nullptr &&
-                  EVP_CipherInit_ex(context_.get(), cipher, nullptr, key.data(),
-                                    nonce.empty() ? nullptr : nonce.data(), encrypt ? 1 : 0) == 1);
+    requireCrypto(
+        context_ != nullptr &&
+            EVP_CipherInit_ex(context_.get(), cipher, nullptr, key.data(),
+                              nonce.empty() ? nullptr : nonce.data(), encrypt ? 1 : 0) == 1,
+        "begin a block cipher");
     EVP_CIPHER_CTX_set_padding(context_.get(), 0);
 }
 
@@ -29,7 +32,8 @@ void CipherStream::add(ByteView input, Bytes& out) {
         const ByteView step = input.sub(0, kStepBytes);
         int written = 0;
         requireCrypto(EVP_CipherUpdate(context_.get(), out.data() + filled, &written, step.data(),
-                                       static_cast<int>(step.size())) == 1);
+                                       static_cast<int>(step.size())) == 1,
+                      "go on with a block cipher");
         filled += static_cast<size_t>(written);
         input = input.sub(step.size());
     }
@@ -42,7 +46,8 @@ void CipherStream::addAssociatedData(ByteView data) {
         const ByteView step = data.sub(0, kStepBytes);
         int written = 0;
         requireCrypto(EVP_CipherUpdate(context_.get(), nullptr, &written, step.data(),
-                                       static_cast<int>(step.size())) == 1);
+                                       static_cast<int>(step.size())) == 1,
+                      "take associated data");
     }
 }
 
@@ -57,14 +62,16 @@ bool CipherStream::finishes() {
 Bytes CipherStream::tag(size_t tag_bytes) {
     Bytes tag(tag_bytes);
     requireCrypto(finishes() && EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_GET_TAG,
-                                                    static_cast<int>(tag_bytes), tag.data()) == 1);
+                                                    static_cast<int>(tag_bytes), tag.data()) == 1,
+                  "make an AES-GCM tag");
     return tag;
 }
 
 bool CipherStream::tagFits(ByteView tag) {
     Bytes copy = tag.copy();  // libcrypto's parameter is not const
     requireCrypto(EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_SET_TAG,
-                                      static_cast<int>(copy.size()), copy.data()) == 1);
+                                      static_cast<int>(copy.size()), copy.data()) == 1,
+                  "take an AES-GCM tag");
     return finishes();
 }
 
@@ -119,14 +126,18 @@ const EVP_CIPHER* findCipher(const OperationRequest& request, uint64_t mode) {
             return row.cipher();
         }
     }
-    refuse(KM_ERROR_UNKNOWN_ERROR);  // no such key can be made
+    // No such key can be made.
+    refuse(KM_ERROR_UNKNOWN_ERROR, "no cipher has keys of ", request.material.size(), " bytes");
 }
 
 template <size_t N>
 const Mode& findMode(const Mode (&modes)[N], uint64_t mode) {
     const auto* row =
         std::find_if(modes, modes + N, [mode](const Mode& m) { return m.mode == mode; });
-    if (row == modes + N) refuse(KM_ERROR_UNSUPPORTED_BLOCK_MODE);
+    if (row == modes + N) {
+        refuse(KM_ERROR_UNSUPPORTED_BLOCK_MODE, "this algorithm has no block mode ",
+               valueWord(KM_TAG_BLOCK_MODE, mode));
+    }
     return *row;
 }
 
@@ -135,19 +146,23 @@ const Mode& chooseMode(const OperationRequest& request) {
         onlyValue(request.params, KM_TAG_BLOCK_MODE, KM_ERROR_UNSUPPORTED_BLOCK_MODE);
     const Mode& row = request.algorithm == KM_ALGORITHM_AES ? findMode(kAesModes, mode)
                                                             : findMode(kTripleDesModes, mode);
-    if (!request.authorizes(KM_TAG_BLOCK_MODE, mode)) refuse(KM_ERROR_INCOMPATIBLE_BLOCK_MODE);
+    request.requireListed(KM_TAG_BLOCK_MODE, mode, KM_ERROR_INCOMPATIBLE_BLOCK_MODE);
     return row;
 }
 
 uint64_t choosePadding(const OperationRequest& request, const Mode& mode) {
     const uint64_t padding =
         onlyValue(request.params, KM_TAG_PADDING, KM_ERROR_UNSUPPORTED_PADDING_MODE);
-    if (padding != KM_PAD_NONE && padding != KM_PAD_PKCS7)
-        refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE);
-    const bool suits = padding == KM_PAD_NONE || mode.pads;
-    if (!suits || !request.authorizes(KM_TAG_PADDING, padding)) {
-        refuse(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
+    if (padding != KM_PAD_NONE && padding != KM_PAD_PKCS7) {
+        refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE, "block ciphers have padding none and pkcs7, not ",
+               valueWord(KM_TAG_PADDING, padding));
     }
+    if (padding != KM_PAD_NONE && !mode.pads) {
+        refuse(KM_ERROR_INCOMPATIBLE_PADDING_MODE, "block mode ",
+               valueWord(KM_TAG_BLOCK_MODE, mode.mode), " goes with padding none, not ",
+               valueWord(KM_TAG_PADDING, padding));
+    }
+    request.requireListed(KM_TAG_PADDING, padding, KM_ERROR_INCOMPATIBLE_PADDING_MODE);
     return padding;
 }
 
@@ -156,14 +171,23 @@ Bytes chooseNonce(const OperationRequest& request, const Mode& mode, ParamSet& o
     const bool encrypt = request.purpose == KM_PURPOSE_ENCRYPT;
     const Param* given = request.params.find(KM_TAG_NONCE);
     if (encrypt && given != nullptr && !request.authorizations.contains(KM_TAG_CALLER_NONCE)) {
-        refuse(KM_ERROR_CALLER_NONCE_PROHIBITED);
+        refuse(KM_ERROR_CALLER_NONCE_PROHIBITED,
+               "a NONCE came to encrypt with, and the key has no CALLER_NONCE");
     }
     if (mode.nonce_bytes == 0) return {};
     if (given != nullptr) {
-        if (given->bytes.size() != mode.nonce_bytes) refuse(KM_ERROR_INVALID_NONCE);
+        if (given->bytes.size() != mode.nonce_bytes) {
+            refuse(KM_ERROR_INVALID_NONCE, "the nonce has ", given->bytes.size(),
+                   " bytes, block mode ", valueWord(KM_TAG_BLOCK_MODE, mode.mode), " takes ",
+                   mode.nonce_bytes);
+        }
         return given->bytes;
     }
-    if (!encrypt) refuse(KM_ERROR_MISSING_NONCE);
+    if (!encrypt) {
+        refuse(KM_ERROR_MISSING_NONCE, "decrypting in block mode ",
+               valueWord(KM_TAG_BLOCK_MODE, mode.mode), " needs a NONCE of ", mode.nonce_bytes,
+               " bytes");
+    }
     Bytes nonce = request.random.bytes(mode.nonce_bytes);
     out_params.add(bytesParam(KM_TAG_NONCE, nonce));
     return nonce;
@@ -182,7 +206,10 @@ class CipherOperation : public Operation {
         Bytes out;
         process(input, out);
         // For libcrypto CTR has blocks of one byte.
-        if (partialBytes() != 0) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+        if (partialBytes() != 0) {
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH, "without padding ", total(),
+                   " bytes are no whole number of blocks of ", blockBytes());
+        }
         return out;
     }
 
@@ -231,7 +258,10 @@ class Pkcs7Decryption : public CipherOperation {
     Bytes finish(const ParamSet&, ByteView input, ByteView) override {
         Bytes out = std::move(held_);
         process(input, out);
-        if (total() == 0 || partialBytes() != 0) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+        if (total() == 0 || partialBytes() != 0) {
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH, "a ciphertext of ", total(),
+                   " bytes has no whole blocks of ", blockBytes());
+        }
         out.resize(out.size() - paddingBytes(out));
         return out;
     }
@@ -242,7 +272,8 @@ class Pkcs7Decryption : public CipherOperation {
         const bool possible = count >= 1 && count <= blockBytes();
         if (!possible || std::count(out.end() - static_cast<ptrdiff_t>(count), out.end(),
                                     out.back()) != static_cast<ptrdiff_t>(count)) {
-            refuse(KM_ERROR_INVALID_ARGUMENT);
+            refuse(KM_ERROR_INVALID_ARGUMENT,
+                   "what the ciphertext decrypts to does not end with PKCS#7 padding");
         }
         return count;
     }

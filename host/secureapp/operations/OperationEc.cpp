@@ -22,7 +22,10 @@ class EcOperation : public Operation {
         const Bytes digest = message_.finish();
         if (purpose_ == KM_PURPOSE_SIGN) return sign(digest);
         const auto context = keyContext(key_.get(), EVP_PKEY_verify_init);
-        if (!verifies(context.get(), signature, digest)) refuse(KM_ERROR_VERIFICATION_FAILED);
+        if (!verifies(context.get(), signature, digest)) {
+            refuse(KM_ERROR_VERIFICATION_FAILED, "the ECDSA signature of ", signature.size(),
+                   " bytes does not fit the data and this key");
+        }
         return {};
     }
 

@@ -31,7 +31,10 @@ class GcmOperation : public Operation {
     void addAssociatedData(const ParamSet& params) {
         for (const Param& param : params) {
             if (param.tag != KM_TAG_ASSOCIATED_DATA) continue;
-            if (data_seen_) refuse(KM_ERROR_INVALID_TAG);
+            if (data_seen_) {
+                refuse(KM_ERROR_INVALID_TAG,
+                       "ASSOCIATED_DATA came after the first data; it goes before all of it");
+            }
             stream_.addAssociatedData(param.bytes);
         }
     }
@@ -64,8 +67,14 @@ class GcmDecryption : public GcmOperation {
     Bytes finish(const ParamSet& params, ByteView input, ByteView) override {
         Bytes out;
         update(params, input, out);
-        if (held_.size() < tag_bytes_) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
-        if (!stream_.tagFits(held_)) refuse(KM_ERROR_VERIFICATION_FAILED);
+        if (held_.size() < tag_bytes_) {
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH, "the ciphertext has ", held_.size(),
+                   " bytes, its tag alone has ", tag_bytes_);
+        }
+        if (!stream_.tagFits(held_)) {
+            refuse(KM_ERROR_VERIFICATION_FAILED,
+                   "the AES-GCM tag does not fit ciphertext, nonce, associated data and key");
+        }
         return out;
     }
 

@@ -22,8 +22,9 @@ struct OperationRequest {
     keymaster_security_level_t level;
     RandomSource& random;
 
-    // Whether the key lists the value. Public-key operations need no authorization.
-    bool authorizes(keymaster_tag_t tag, uint64_t value) const;
+    // Refuses with `error` unless the key lists the value. Public-key operations need no
+    // authorization.
+    void requireListed(keymaster_tag_t tag, uint64_t value, keymaster_error_t error) const;
 };
 
 // The engines. Each checks its own parameters of begin.

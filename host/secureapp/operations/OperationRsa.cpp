@@ -6,6 +6,7 @@
 
 #include "secureapp/base/Params.h"
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/crypto/CryptoCalls.h"
 #include "secureapp/crypto/CryptoPtr.h"
 #include "secureapp/crypto/Digest.h"
@@ -37,8 +38,12 @@ uint32_t choosePadding(const OperationRequest& request) {
         (isSignature(request.purpose)
              ? padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_PKCS1_1_5_SIGN
              : padding == KM_PAD_RSA_OAEP || padding == KM_PAD_RSA_PKCS1_1_5_ENCRYPT);
-    if (!usable) refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE);
-    if (!request.authorizes(KM_TAG_PADDING, padding)) refuse(KM_ERROR_INCOMPATIBLE_PADDING_MODE);
+    if (!usable) {
+        refuse(KM_ERROR_UNSUPPORTED_PADDING_MODE, "RSA does not ",
+               valueWord(KM_TAG_PURPOSE, request.purpose), " with padding ",
+               valueWord(KM_TAG_PADDING, padding));
+    }
+    request.requireListed(KM_TAG_PADDING, padding, KM_ERROR_INCOMPATIBLE_PADDING_MODE);
     return static_cast<uint32_t>(padding);
 }
 
@@ -46,12 +51,27 @@ uint32_t choosePadding(const OperationRequest& request) {
 uint32_t chooseRsaDigest(const OperationRequest& request, uint32_t padding, size_t key_bytes) {
     if (!isSignature(request.purpose) && padding != KM_PAD_RSA_OAEP) return KM_DIGEST_NONE;
     const uint32_t digest = chooseDigest(request);
-    if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) refuse(KM_ERROR_INCOMPATIBLE_DIGEST);
+    if (padding == KM_PAD_NONE && digest != KM_DIGEST_NONE) {
+        refuse(KM_ERROR_INCOMPATIBLE_DIGEST, "RSA without padding goes with digest none, not ",
+               valueWord(KM_TAG_DIGEST, digest));
+    }
     if (padding == KM_PAD_RSA_PSS || padding == KM_PAD_RSA_OAEP) {
-        const bool fits = key_bytes >= encodingOverhead(digest);
-        if (digest == KM_DIGEST_NONE || !fits) refuse(KM_ERROR_INCOMPATIBLE_DIGEST);
+        if (digest == KM_DIGEST_NONE) {
+            refuse(KM_ERROR_INCOMPATIBLE_DIGEST, "padding ", valueWord(KM_TAG_PADDING, padding),
+                   " needs a digest other than none");
+        }
+        if (key_bytes < encodingOverhead(digest)) {
+            refuse(KM_ERROR_INCOMPATIBLE_DIGEST, "padding ", valueWord(KM_TAG_PADDING, padding),
+                   " with digest ", valueWord(KM_TAG_DIGEST, digest), " takes ",
+                   encodingOverhead(digest), " bytes, the key has ", key_bytes);
+        }
     }
     return digest;
+}
+
+// Every failure behind the private operation is this one, so that none reveals the padding.
+[[noreturn]] void refuseCiphertext() {
+    refuse(KM_ERROR_UNKNOWN_ERROR, "the ciphertext was not made for this key with this padding");
 }
 
 // The content of a type 2 block: 00 02, at least eight bytes other than 00, 00, content. Written
@@ -65,7 +85,7 @@ Bytes contentOfEncryptionBlock(const Bytes& block) {
         end_of_filler |= i & (size_t{0} - (searching & is_zero));
         searching &= ~is_zero;
     }
-    if (bad != 0 || end_of_filler < kPkcs1Overhead - 1) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (bad != 0 || end_of_filler < kPkcs1Overhead - 1) refuseCiphertext();
     return ByteView(block).sub(end_of_filler + 1).copy();
 }
 
@@ -79,7 +99,8 @@ class RsaOperation : public Operation {
           modulus_(static_cast<size_t>(EVP_PKEY_size(key_.get()))),
           message_(isSignature(purpose) ? digest : uint32_t{KM_DIGEST_NONE}, maxMessage()) {
         const BIGNUM* n = RSA_get0_n(EVP_PKEY_get0_RSA(key_.get()));
-        requireCrypto(BN_bn2binpad(n, modulus_.data(), EVP_PKEY_size(key_.get())) >= 0);
+        requireCrypto(BN_bn2binpad(n, modulus_.data(), EVP_PKEY_size(key_.get())) >= 0,
+                      "write an RSA modulus");
     }
 
     void update(const ParamSet&, ByteView input, Bytes&) override { add(input); }
@@ -105,7 +126,8 @@ class RsaOperation : public Operation {
         message_.add(input);
         // No signature fits a message that is too long, so it does not verify.
         if (message_.overflowed() && purpose_ != KM_PURPOSE_VERIFY) {
-            refuse(KM_ERROR_INVALID_INPUT_LENGTH);
+            refuse(KM_ERROR_INVALID_INPUT_LENGTH, "the data is longer than ", maxMessage(),
+                   " bytes, the most for this key and padding");
         }
     }
 
@@ -159,7 +181,10 @@ class RsaOperation : public Operation {
 
     Bytes signBlock(const Bytes& message) const {
         const Bytes block = signatureBlock(message);
-        if (!belowModulus(block)) refuse(KM_ERROR_INVALID_ARGUMENT);
+        if (!belowModulus(block)) {
+            refuse(KM_ERROR_INVALID_ARGUMENT,
+                   "the data to sign is a number above the key's modulus");
+        }
         return rawPrivate(block);
     }
 
@@ -169,11 +194,13 @@ class RsaOperation : public Operation {
         const bool pss = padding_ == KM_PAD_RSA_PSS;
         auto context =
             rsaContext(key_.get(), init, pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING);
-        requireCrypto(EVP_PKEY_CTX_set_signature_md(context.get(), md) == 1);
+        requireCrypto(EVP_PKEY_CTX_set_signature_md(context.get(), md) == 1,
+                      "set a signature's digest");
         if (!pss) return context;
         requireCrypto(EVP_PKEY_CTX_set_rsa_pss_saltlen(context.get(),
                                                        static_cast<int>(EVP_MD_size(md))) == 1 &&
-                      EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), md) == 1);
+                          EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), md) == 1,
+                      "set salt and mask of PSS");
         return context;
     }
 
@@ -184,19 +211,26 @@ class RsaOperation : public Operation {
 
     void verify(const Bytes& message, ByteView signature) const {
         if (signature.size() != keyBytes() || !belowModulus(signature) || message_.overflowed()) {
-            refuse(KM_ERROR_VERIFICATION_FAILED);
+            refuse(KM_ERROR_VERIFICATION_FAILED, "no RSA signature of ", signature.size(),
+                   " bytes with this padding can fit a key of ", keyBytes(), " and this data");
         }
         const bool good =
             digest_ == KM_DIGEST_NONE
                 ? rawPublic(signature) == signatureBlock(message)
                 : verifies(digestContext(EVP_PKEY_verify_init).get(), signature, message);
-        if (!good) refuse(KM_ERROR_VERIFICATION_FAILED);
+        if (!good) {
+            refuse(KM_ERROR_VERIFICATION_FAILED,
+                   "the RSA signature does not fit the data, this key, digest and padding");
+        }
     }
 
     Bytes encrypt(const Bytes& message) const {
         if (padding_ != KM_PAD_NONE) return encryptPadded(message);
         const Bytes block = paddedLeft(message);
-        if (!belowModulus(block)) refuse(KM_ERROR_INVALID_ARGUMENT);
+        if (!belowModulus(block)) {
+            refuse(KM_ERROR_INVALID_ARGUMENT,
+                   "the data to encrypt is a number above the key's modulus");
+        }
         return rawPublic(block);
     }
 
@@ -207,7 +241,8 @@ class RsaOperation : public Operation {
                                         oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING);
         if (oaep) {
             requireCrypto(EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), evpDigest(digest_)) == 1 &&
-                          EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), EVP_sha1()) == 1);
+                              EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), EVP_sha1()) == 1,
+                          "set digest and mask to encrypt with OAEP");
         }
         return transform(EVP_PKEY_encrypt, key_.get(), context.get(), message);
     }
@@ -215,17 +250,23 @@ class RsaOperation : public Operation {
     Bytes decrypt(const Bytes& ciphertext) const {
         const bool whole = ciphertext.size() == keyBytes();
         if (padding_ == KM_PAD_NONE) {
-            if (!whole) refuse(KM_ERROR_INVALID_INPUT_LENGTH);
-            if (!belowModulus(ciphertext)) refuse(KM_ERROR_INVALID_ARGUMENT);
+            if (!whole) {
+                refuse(KM_ERROR_INVALID_INPUT_LENGTH, "the ciphertext has ", ciphertext.size(),
+                       " bytes, the key has ", keyBytes());
+            }
+            if (!belowModulus(ciphertext)) {
+                refuse(KM_ERROR_INVALID_ARGUMENT,
+                       "the ciphertext is a number above the key's "
+                       "modulus");
+            }
             return rawPrivate(ciphertext);
         }
-        // From here on every error is the same, so that none reveals the padding.
-        if (!whole || !belowModulus(ciphertext)) refuse(KM_ERROR_UNKNOWN_ERROR);
+        if (!whole || !belowModulus(ciphertext)) refuseCiphertext();
         if (padding_ == KM_PAD_RSA_PKCS1_1_5_ENCRYPT) {
             return contentOfEncryptionBlock(rawPrivate(ciphertext));
         }
         std::optional<Bytes> message = rsaOaepDecrypt(key_.get(), digest_, ciphertext);
-        if (!message) refuse(KM_ERROR_UNKNOWN_ERROR);
+        if (!message) refuseCiphertext();
         return std::move(*message);
     }
 

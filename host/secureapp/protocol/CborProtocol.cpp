@@ -2,6 +2,7 @@
 
 #include "secureapp/base/Params.h"
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/protocol/CborReader.h"
 #include "secureapp/protocol/CborWriter.h"
 #include "secureapp/protocol/Commands.h"
@@ -16,7 +17,10 @@ namespace {
 const Bytes kNoBody;
 
 void requireNoBody(ByteView body) {
-    if (!body.empty()) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (!body.empty()) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the command has no message, and ", body.size(),
+               " bytes came");
+    }
 }
 
 Bytes oneEntry(Label label, ByteView value) {
@@ -115,16 +119,21 @@ Bytes destroyDeviceIds(Keymaster& keymaster, ByteView body) {
     const bool flag = request.flag(Label::kDestroyFlag);
     request.finish();
     // No client sets the flag, and what it would ask for is not known.
-    if (flag) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (flag) refuse(KM_ERROR_INVALID_ARGUMENT, "the flag of a destruction of ids is set");
     keymaster.destroyDeviceIds();
     return kNoBody;
 }
 
 // Removes the purpose, which follows the client's own parameters, from the end of the set.
 uint32_t removePurpose(ParamSet& params) {
-    if (params.empty()) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (params.empty()) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "an operation begins with no parameters");
+    }
     const Param last = params[params.size() - 1];
-    if (last.tag != KM_TAG_PURPOSE) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (last.tag != KM_TAG_PURPOSE) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the last parameter of begin is not PURPOSE but ",
+               tagName(last.tag));
+    }
     ParamSet before;
     for (size_t i = 0; i + 1 < params.size(); ++i) before.add(params[i]);
     params = std::move(before);
@@ -218,7 +227,10 @@ Bytes deviceLocked(Keymaster& keymaster, ByteView body) {
 Bytes CborProtocol::handle(uint32_t command, ByteView request) {
     const std::optional<Command> known =
         findCborCommand(command, keymaster_.options().level, legacy_);
-    if (!known) refuse(KM_ERROR_UNIMPLEMENTED);
+    if (!known) {
+        refuse(KM_ERROR_UNIMPLEMENTED, "no CBOR command ", hexWord(command),
+               " exists at this security level and profile");
+    }
     switch (*known) {
         case Command::kConfigure:
             return configure(keymaster_, request);
@@ -257,7 +269,7 @@ Bytes CborProtocol::handle(uint32_t command, ByteView request) {
         case Command::kDeviceLocked:
             return deviceLocked(keymaster_, request);
         default:
-            refuse(KM_ERROR_UNIMPLEMENTED);
+            refuse(KM_ERROR_UNIMPLEMENTED, "command ", hexWord(command), " has no CBOR message");
     }
 }
 

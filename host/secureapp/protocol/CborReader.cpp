@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 
 namespace lumo::secureapp {
 
@@ -21,8 +22,13 @@ namespace {
 
 constexpr unsigned kTagTypeShift = 28;
 
-[[noreturn]] void refuseMalformed() {
-    refuse(KM_ERROR_INVALID_ARGUMENT);
+template <typename... Parts>
+[[noreturn]] void refuseMalformed(const Parts&... parts) {
+    refuse(KM_ERROR_INVALID_ARGUMENT, "the request's CBOR: ", parts...);
+}
+
+uint64_t numberOf(Label label) {
+    return static_cast<uint64_t>(label);
 }
 
 // RFC 8949, 4.2.1: the size of an item's head in its shortest form.
@@ -82,10 +88,14 @@ CborItem CborReader::peek() const {
     CborItem item;
     const cbor_decoder_result result =
         cbor_stream_decode(rest.data(), rest.size(), &callbacks, &item);
-    if (result.status != CBOR_DECODER_FINISHED) refuseMalformed();
+    if (result.status != CBOR_DECODER_FINISHED) {
+        refuseMalformed("no whole item stands at byte ", position_);
+    }
     item.encoded_bytes = result.read;
     const size_t head = result.read - item.bytes.size();
-    if (item.type != Type::kBool && head != shortestHead(item.number)) refuseMalformed();
+    if (item.type != Type::kBool && head != shortestHead(item.number)) {
+        refuseMalformed("the item at byte ", position_, " is unknown, or not in its shortest form");
+    }
     return item;
 }
 
@@ -97,7 +107,7 @@ CborItem CborReader::next() {
 
 CborReader::CborReader(ByteView message) : message_(message) {
     const CborItem map = next();
-    if (map.type != Type::kMap) refuseMalformed();
+    if (map.type != Type::kMap) refuseMalformed("it is no map");
     entries_left_ = map.number;
 }
 
@@ -107,49 +117,66 @@ bool CborReader::at(Label label) const {
 }
 
 CborItem CborReader::value(Label label) {
-    if (entries_left_ == 0) refuseMalformed();
+    if (entries_left_ == 0) {
+        refuseMalformed("it ends where label ", numberOf(label), " should come");
+    }
     const CborItem found = next();
-    if (!isLabel(found, label)) refuseMalformed();
+    if (!isLabel(found, label)) {
+        refuseMalformed("the item before byte ", position_, " is not label ", numberOf(label));
+    }
     --entries_left_;
     return next();
 }
 
 uint64_t CborReader::number(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kUnsigned) refuseMalformed();
+    if (item.type != Type::kUnsigned) {
+        refuseMalformed("label ", numberOf(label), " has no unsigned number");
+    }
     return item.number;
 }
 
 uint32_t CborReader::number32(Label label) {
     const uint64_t wide = number(label);
-    if (wide > UINT32_MAX) refuseMalformed();
+    if (wide > UINT32_MAX) {
+        refuseMalformed("label ", numberOf(label), " has a number of more than 32 bits");
+    }
     return static_cast<uint32_t>(wide);
 }
 
 ByteView CborReader::bytes(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kBytes) refuseMalformed();
+    if (item.type != Type::kBytes) {
+        refuseMalformed("label ", numberOf(label), " has no byte string");
+    }
     return item.bytes;
 }
 
 bool CborReader::flag(Label label) {
     const CborItem item = value(label);
-    if (item.type != Type::kBool) refuseMalformed();
+    if (item.type != Type::kBool) refuseMalformed("label ", numberOf(label), " has no boolean");
     return item.number != 0;
 }
 
 void CborReader::skipDate(Label label) {
     const CborItem array = value(label);
-    if (array.type != Type::kArray || array.number != kDateFields) refuseMalformed();
+    if (array.type != Type::kArray || array.number != kDateFields) {
+        refuseMalformed("label ", numberOf(label), " has no date of ", kDateFields, " fields");
+    }
     for (size_t i = 0; i < kDateFields; ++i) {
         const CborItem field = next();
-        if (!isInteger(field) || field.number > INT32_MAX) refuseMalformed();
+        if (!isInteger(field) || field.number > INT32_MAX) {
+            refuseMalformed("a field of the date at label ", numberOf(label),
+                            " is no 32-bit number");
+        }
     }
 }
 
 ParamSet CborReader::params() {
     const uint64_t count = number(Label::kParamCount);
-    if (count > entries_left_) refuseMalformed();
+    if (count > entries_left_) {
+        refuseMalformed(count, " parameters are announced, ", entries_left_, " entries follow");
+    }
     constexpr size_t kMinEntryBytes = 2;
     const size_t possible = (message_.size() - position_) / kMinEntryBytes;
     ParamSet params;
@@ -164,7 +191,9 @@ Param CborReader::param() {
     const CborItem label = next();
     --entries_left_;
     const bool negative = label.type == Type::kNegative;
-    if (!isInteger(label) || label.number > INT32_MAX) refuseMalformed();
+    if (!isInteger(label) || label.number > INT32_MAX) {
+        refuseMalformed("the item before byte ", position_, " is no tag");
+    }
     const uint32_t tag = static_cast<uint32_t>(negative ? ~label.number : label.number);
     const CborItem item = next();
 
@@ -175,32 +204,43 @@ Param CborReader::param() {
         case KM_ENUM_REP:
         case KM_UINT:
         case KM_UINT_REP:
-            if (item.type != Type::kUnsigned || item.number > UINT32_MAX) refuseMalformed();
+            if (item.type != Type::kUnsigned || item.number > UINT32_MAX) {
+                refuseMalformed(tagName(param.tag), " has no unsigned 32-bit number");
+            }
             param.integer = item.number;
             return param;
         case KM_ULONG:
         case KM_DATE:
         case KM_ULONG_REP:
             // Sent as a signed number; the value is its 64 bits.
-            if (!isInteger(item) || item.number > INT64_MAX) refuseMalformed();
+            if (!isInteger(item) || item.number > INT64_MAX) {
+                refuseMalformed(tagName(param.tag), " has no signed 64-bit number");
+            }
             param.integer = item.type == Type::kNegative ? ~item.number : item.number;
             return param;
         case KM_BOOL:
-            if (item.type != Type::kBool || item.number == 0) refuseMalformed();
+            if (item.type != Type::kBool || item.number == 0) {
+                refuseMalformed(tagName(param.tag), " has another value than true");
+            }
             param.integer = 1;
             return param;
         case KM_BIGNUM:
         case KM_BYTES:
-            if (item.type != Type::kBytes) refuseMalformed();
+            if (item.type != Type::kBytes) {
+                refuseMalformed(tagName(param.tag), " has no byte string of its own");
+            }
             param.bytes = item.bytes.copy();
             return param;
         default:
-            refuseMalformed();
+            refuseMalformed("tag ", hexWord(tag), " is of no known type");
     }
 }
 
 void CborReader::finish() const {
-    if (entries_left_ != 0 || position_ != message_.size()) refuseMalformed();
+    if (entries_left_ != 0 || position_ != message_.size()) {
+        refuseMalformed(entries_left_, " entries and ", message_.size() - position_,
+                        " bytes follow the last one of this command");
+    }
 }
 
 }  // namespace lumo::secureapp

@@ -22,7 +22,9 @@ Bytes configure(Keymaster& keymaster, const RecordCall& call) {
 Bytes destroyDeviceIds(Keymaster& keymaster, const RecordCall& call) {
     enum DestroyIdsRequest : size_t { kDestroyZero = 1, kDestroyIdsRequestWords };
     const RecordReader request(call.request, kDestroyIdsRequestWords);
-    if (request.word(kDestroyZero) != 0) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (request.word(kDestroyZero) != 0) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the second word of a destruction of ids is not 0");
+    }
     keymaster.destroyDeviceIds();
     return statusReply();
 }
@@ -30,7 +32,9 @@ Bytes destroyDeviceIds(Keymaster& keymaster, const RecordCall& call) {
 Bytes getSharingParameters(Keymaster& keymaster, const RecordCall&) {
     enum SharingReply : size_t { kSharingSeed = 1, kSharingNonce = 9, kSharingReplyWords = 17 };
     const HmacSharingParameters& own = keymaster.hmacSharingParameters();
-    if (own.nonce.size() != kSharingNonceBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (own.nonce.size() != kSharingNonceBytes) {
+        refuse(KM_ERROR_UNKNOWN_ERROR, "the sharing nonce has ", own.nonce.size(), " bytes");
+    }
     RecordWriter reply(kSharingReplyWords);
     reply.fill(kSharingSeed, wireSeed(own));
     reply.fill(kSharingNonce, own.nonce);
@@ -42,11 +46,16 @@ Bytes computeSharedHmac(Keymaster& keymaster, const RecordCall& call) {
     enum ComputeReply : size_t { kSharingCheck = 1, kComputeReplyWords = 9 };
     const RecordReader request(call.request, kComputeRequestWords);
     const uint32_t count = request.word(kSharingCount);
-    if (count > call.request.size() / kSharingRecordBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (count > call.request.size() / kSharingRecordBytes) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, count,
+               " sharing parameters do not fit into the request's ", call.request.size(), " bytes");
+    }
     const ByteView records = request.itemAt(request.word(kSharingOffset),
                                             count * static_cast<uint32_t>(kSharingRecordBytes));
     const Bytes check = keymaster.computeSharedHmac(readSharingRecords(records));
-    if (check.size() != kMacBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (check.size() != kMacBytes) {
+        refuse(KM_ERROR_UNKNOWN_ERROR, "the sharing check has ", check.size(), " bytes");
+    }
     RecordWriter reply(kComputeReplyWords);
     reply.fill(kSharingCheck, check);
     return reply.finish();
@@ -63,7 +72,10 @@ Bytes verifyAuthorization(Keymaster& keymaster, const RecordCall& call) {
     };
     const RecordReader request(call.request, kVerifyRequestWords);
     const VerificationToken token = keymaster.verifyAuthorization(request.longWord(kChallenge));
-    if (token.mac.size() != kMacBytes) refuse(KM_ERROR_UNKNOWN_ERROR);
+    if (token.mac.size() != kMacBytes) {
+        refuse(KM_ERROR_UNKNOWN_ERROR, "the verification token's MAC has ", token.mac.size(),
+               " bytes");
+    }
     RecordWriter reply(kVerifyReplyWords);
     reply.longWord(kTokenChallenge, token.challenge);
     reply.longWord(kTokenTimestamp, token.timestamp);
@@ -77,7 +89,10 @@ Bytes setRootOfTrust(Keymaster& keymaster, const RecordCall& call) {
     constexpr size_t kVerifiedBootKeyBytes = 32;
     const RecordReader request(call.request, kRootOfTrustRequestWords);
     const ByteView key = request.item(kVerifiedBootKey);
-    if (key.size() != kVerifiedBootKeyBytes) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (key.size() != kVerifiedBootKeyBytes) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the root of trust's record has a verified boot key of ",
+               key.size(), " bytes");
+    }
     keymaster.setRootOfTrust(key);
     return statusReply();
 }
@@ -111,11 +126,19 @@ Bytes setBootState(Keymaster& keymaster, const RecordCall& call) {
                          request.word(kBootStateZero) == 0 &&
                          request.word(kBootStateOffset) == kBootStateStatedOffset &&
                          request.word(kBootStateLength) == kBootStateBodyWords * kWordBytes;
-    if (!as_sent) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (!as_sent) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the boot state's record has ", call.request.size(),
+               " bytes and another header than the boot loader's, which has ",
+               kBootStateRequestBytes);
+    }
     const RecordReader body(call.request.sub(kBootStateBody), kBootStateBodyWords);
-    if (body.word(kBootLocked) > 1) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (body.word(kBootLocked) > 1) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the boot state's lock is neither 0 nor 1 but ",
+               body.word(kBootLocked));
+    }
     for (size_t word = kBootFiller; word < kBootColor; ++word) {
-        if (body.word(word) != UINT32_MAX) refuse(KM_ERROR_INVALID_ARGUMENT);
+        if (body.word(word) == UINT32_MAX) continue;
+        refuse(KM_ERROR_INVALID_ARGUMENT, "word ", word, " of the boot state is not filled");
     }
     keymaster.setBootState(body.word(kBootLocked) != 0, body.word(kBootColor),
                            body.word(kBootVersion), body.word(kBootPatchlevel));
@@ -125,7 +148,9 @@ Bytes setBootState(Keymaster& keymaster, const RecordCall& call) {
 Bytes dateSupport(const Profile& profile, const RecordCall& call) {
     enum DateSupportRequest : size_t { kDateSupportRequestWords = 3 };
     const RecordReader request(call.request, kDateSupportRequestWords);
-    if (!profile.date_support) refuse(KM_ERROR_INVALID_TAG);
+    if (!profile.date_support) {
+        refuse(KM_ERROR_INVALID_TAG, "profile ", profile.name, " takes no dates");
+    }
     return statusReply();
 }
 

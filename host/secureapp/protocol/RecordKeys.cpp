@@ -48,7 +48,10 @@ EcKeyParts readEcKey(const RecordReader& request) {
     };
     // The header gives the end of the last number instead of its length.
     const uint64_t end = uint64_t{record.word(kEcY)} + record.word(kEcY + 1);
-    if (request.word(kImportData + 1) != end) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (request.word(kImportData + 1) != end) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the EC key's record ends at byte ", end,
+               ", the request says ", request.word(kImportData + 1));
+    }
     return {record.word(kEcBits), part(kEcScalar), part(kEcX), part(kEcY)};
 }
 

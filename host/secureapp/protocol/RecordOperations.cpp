@@ -49,7 +49,8 @@ Bytes readSignature(const RecordReader& request) {
     const ByteView r = request.itemAt(record.word(kSignatureR), record.word(kSignatureR + 1));
     const ByteView s = request.itemAt(record.word(kSignatureS), record.word(kSignatureS + 1));
     if (whole.size() != kSignatureRecordWords * kWordBytes + r.size() + s.size()) {
-        refuse(KM_ERROR_INVALID_ARGUMENT);
+        refuse(KM_ERROR_INVALID_ARGUMENT, "the signature's record has ", whole.size(),
+               " bytes, with numbers of ", r.size(), " and ", s.size());
     }
     return ecDerSignature(r, s);
 }
@@ -93,7 +94,7 @@ Bytes RecordOperations::begin(const RecordCall& call) {
     const ByteView nonce = begun.out_params.bytes(KM_TAG_NONCE);
     if (nonce.size() > kNonceArea) {
         keymaster_.abort(begun.handle);
-        refuse(KM_ERROR_UNKNOWN_ERROR);
+        refuse(KM_ERROR_UNKNOWN_ERROR, "a nonce of ", nonce.size(), " bytes fits into no answer");
     }
     trackEcOperation(begun, purpose, blob, params);
     RecordWriter reply(kBeginReplyWords);
@@ -117,7 +118,8 @@ Bytes RecordOperations::update(const RecordCall& call) {
     keymaster_.update(handle, params, input, output);
     if (output.size() > place.room) {
         keymaster_.abort(handle);
-        refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+        refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE, "an update's output of ", output.size(),
+               " bytes does not fit into the room of ", place.room);
     }
     ec_operations_.insert(std::move(tracked));
     RecordWriter header(kUpdateReplyWords);

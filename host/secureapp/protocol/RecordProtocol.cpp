@@ -1,6 +1,7 @@
 #include "secureapp/protocol/RecordProtocol.h"
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 #include "secureapp/protocol/Commands.h"
 
 namespace lumo::secureapp {
@@ -14,7 +15,10 @@ Bytes RecordProtocol::handle(const RecordCall& call) {
     const uint32_t id = RecordReader(call.request, 1).word(kCommandId);
     const std::optional<Command> known =
         findRecordCommand(id, keymaster_.options().level, profile_.legacy);
-    if (!known) refuse(KM_ERROR_UNIMPLEMENTED);
+    if (!known) {
+        refuse(KM_ERROR_UNIMPLEMENTED, "no record command ", hexWord(id),
+               " exists at this security level and profile");
+    }
     switch (*known) {
         case Command::kConfigure:
             return records::configure(keymaster_, call);
@@ -59,7 +63,7 @@ Bytes RecordProtocol::handle(const RecordCall& call) {
         case Command::kDateSupport:
             return records::dateSupport(profile_, call);
         default:
-            refuse(KM_ERROR_UNIMPLEMENTED);
+            refuse(KM_ERROR_UNIMPLEMENTED, "command ", hexWord(id), " has no record");
     }
 }
 

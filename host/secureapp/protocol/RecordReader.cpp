@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "secureapp/base/Refusal.h"
+#include "secureapp/base/Words.h"
 
 namespace lumo::secureapp {
 namespace {
@@ -15,8 +16,9 @@ constexpr size_t kSecondValue = 2 * kWordBytes;
 constexpr uint32_t kTagTypeMask = 0xF0000000;
 constexpr uint32_t kNoTag = 0xFFFFFFFF;
 
-[[noreturn]] void refuseMalformed() {
-    refuse(KM_ERROR_INVALID_ARGUMENT);
+template <typename... Parts>
+[[noreturn]] void refuseMalformed(const Parts&... parts) {
+    refuse(KM_ERROR_INVALID_ARGUMENT, "the request's record: ", parts...);
 }
 
 bool equal(ByteView a, ByteView b) {
@@ -31,11 +33,16 @@ uint32_t loadWord(ByteView bytes, size_t offset) {
 
 RecordReader::RecordReader(ByteView request, size_t header_words)
     : request_(request), header_bytes_(header_words * kWordBytes) {
-    if (request.size() < header_bytes_) refuseMalformed();
+    if (request.size() < header_bytes_) {
+        refuseMalformed("its ", request.size(), " bytes are fewer than its ", header_words,
+                        " words");
+    }
 }
 
 uint32_t RecordReader::word(size_t index) const {
-    if (index >= header_bytes_ / kWordBytes) refuseMalformed();
+    if (index >= header_bytes_ / kWordBytes) {
+        refuseMalformed("word ", index, " lies behind its header");
+    }
     return loadWord(request_, index * kWordBytes);
 }
 
@@ -45,8 +52,13 @@ uint64_t RecordReader::longWord(size_t index) const {
 
 ByteView RecordReader::itemAt(uint32_t offset, uint32_t length) const {
     if (offset == 0 && length == 0) return {};
-    if (offset < header_bytes_ || offset > request_.size()) refuseMalformed();
-    if (length > request_.size() - offset) refuseMalformed();
+    if (offset < header_bytes_ || offset > request_.size()) {
+        refuseMalformed("offset ", offset, " is not within bytes ", header_bytes_, " to ",
+                        request_.size());
+    }
+    if (length > request_.size() - offset) {
+        refuseMalformed(length, " bytes at offset ", offset, " end behind its ", request_.size());
+    }
     return request_.sub(offset, length);
 }
 
@@ -56,7 +68,9 @@ ByteView RecordReader::item(size_t index) const {
 
 ParamSet RecordReader::params(size_t index) const {
     const uint32_t count = word(index + 1);
-    if (count > request_.size() / kParamBytes) refuseMalformed();
+    if (count > request_.size() / kParamBytes) {
+        refuseMalformed(count, " parameters do not fit into its ", request_.size(), " bytes");
+    }
     const ByteView array = itemAt(word(index), count * static_cast<uint32_t>(kParamBytes));
     ParamSet params;
     ByteView previous;
@@ -103,7 +117,7 @@ std::optional<Param> RecordReader::param(ByteView record) const {
             param.bytes = itemAt(first, second).copy();
             return param;
         default:
-            refuseMalformed();
+            refuseMalformed("a parameter's tag ", hexWord(tag), " is of no known type");
     }
 }
 

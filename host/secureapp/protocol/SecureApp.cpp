@@ -38,9 +38,15 @@ Reply replyOf(Work work) {
     } catch (const StateError& error) {
         return {KM_ERROR_SECURE_HW_ACCESS_DENIED, {}, Cause::kStorage, error.what()};
     } catch (const std::bad_alloc&) {
-        return {KM_ERROR_MEMORY_ALLOCATION_FAILED, {}, Cause::kRefusal, {}};
+        // Short enough to need no memory.
+        return {KM_ERROR_MEMORY_ALLOCATION_FAILED, {}, Cause::kRefusal, "out of memory"};
+    } catch (const std::exception& error) {
+        return {KM_ERROR_UNKNOWN_ERROR,
+                {},
+                Cause::kRefusal,
+                std::string("the secure application failed: ") + error.what()};
     } catch (...) {
-        return {KM_ERROR_UNKNOWN_ERROR, {}, Cause::kRefusal, {}};
+        return {KM_ERROR_UNKNOWN_ERROR, {}, Cause::kRefusal, "unknown error"};
     }
 }
 
@@ -115,13 +121,18 @@ Reply SecureApp::exchangeCbor(uint32_t command, ByteView request, uint64_t clien
 Reply SecureApp::exchangeRecord(ByteView request, ByteView area, size_t capacity, uint64_t client) {
     Reply reply;
     if (capacity < kWordBytes) {
-        reply.error = KM_ERROR_INSUFFICIENT_BUFFER_SPACE;
-        return reply;
+        return {KM_ERROR_INSUFFICIENT_BUFFER_SPACE,
+                {},
+                Cause::kRefusal,
+                "the room for the answer holds no status"};
     }
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     reply = replyOf([&] {
         Bytes answer = impl_->presentFor(client).records.handle({request, area, capacity});
-        if (answer.size() > capacity) refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE);
+        if (answer.size() > capacity) {
+            refuse(KM_ERROR_INSUFFICIENT_BUFFER_SPACE, "the answer of ", answer.size(),
+                   " bytes does not fit into ", capacity);
+        }
         return answer;
     });
     if (reply.error != KM_ERROR_OK) {

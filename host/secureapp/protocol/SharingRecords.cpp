@@ -26,7 +26,12 @@ Bytes wireSeed(const HmacSharingParameters& parameters) {
 }
 
 std::vector<HmacSharingParameters> readSharingRecords(ByteView records) {
-    if (records.size() % kSharingRecordBytes != 0) refuse(KM_ERROR_INVALID_ARGUMENT);
+    if (records.size() % kSharingRecordBytes != 0) {
+        refuse(KM_ERROR_INVALID_ARGUMENT, records.size(),
+               " bytes of sharing parameters are not in "
+               "records of ",
+               kSharingRecordBytes);
+    }
     std::vector<HmacSharingParameters> all;
     for (size_t offset = 0; offset < records.size(); offset += kSharingRecordBytes) {
         all.push_back(readRecord(records.sub(offset, kSharingRecordBytes)));
