@@ -4,7 +4,7 @@
 // answer, then requests, each after its two bytes of length; the first two bytes of a CBOR request
 // are its command. Clock and randomness are fixed, so that a blob or an operation handle from one
 // answer is valid in a later request. Beyond not crashing, nothing throws, every request gets
-// a published error, and an answer stays within its capacity.
+// a published error, a refused one a reason, and an answer stays within its capacity.
 
 #include <memory>
 #include <vector>
@@ -45,6 +45,7 @@ void sendCbor(SecureApp& app, uint32_t command, const Bytes& request) {
     const auto exact = exactCopy(request);
     const auto reply = app.exchangeCbor(command, {exact.get(), request.size()});
     REQUIRE(isPublished(reply.error));
+    REQUIRE(reply.reason.empty() == (reply.error == KM_ERROR_OK));
     lumo::fuzz::touch(reply.body.data(), reply.body.size());
 }
 
@@ -53,7 +54,9 @@ void sendRecord(SecureApp& app, const Bytes& request, size_t capacity) {
     // Update and finish name the place of their output in what the area holds before the answer.
     Bytes area = kOutputPlaces;
     area.resize(capacity, 0xEE);
-    const Bytes answer = app.exchangeRecord({exact.get(), request.size()}, area, capacity).body;
+    const auto reply = app.exchangeRecord({exact.get(), request.size()}, area, capacity);
+    const Bytes& answer = reply.body;
+    REQUIRE(reply.reason.empty() == (reply.error == KM_ERROR_OK));
     REQUIRE(answer.size() <= capacity);
     // None where not even a status fits.
     REQUIRE(answer.empty() == (capacity < 4));
