@@ -21,13 +21,20 @@ constexpr auto kStrongBox = KM_SECURITY_LEVEL_STRONGBOX;
 
 // What a call refuses with; KM_ERROR_OK when it does not.
 template <typename Call>
-keymaster_error_t errorOf(Call call) {
-    try {
-        call();
-    } catch (const Refusal& error) {
-        return error.code();
-    }
+keymaster_error_t errorOf(Call call) try {
+    call();
     return KM_ERROR_OK;
+} catch (const Refusal& error) {
+    return error.code();
+}
+
+// What it says then.
+template <typename Call>
+std::string reasonOf(Call call) try {
+    call();
+    return {};
+} catch (const Refusal& error) {
+    return error.reason();
 }
 
 struct Device {

@@ -205,6 +205,11 @@ class ClearWriter {
     ParamSet sealed_;
 };
 
+uint64_t versionOf(ByteView clear) {
+    return loadLittle(clear.data() + kVersionMajorAt, 4) << 32 |
+           loadLittle(clear.data() + kVersionMinorAt, 4);
+}
+
 // Reads what the clear part reports: the hardware-enforced authorizations, then the others.
 void readArrays(ByteView clear, ParamSet& params) {
     for (const ArrayField& array : kArrays) {
@@ -345,7 +350,7 @@ Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_b
     return blob;
 }
 
-OpenedKey openBlob(ByteView blob, ByteView blob_key) {
+std::optional<OpenedKey> tryOpenBlob(ByteView blob, ByteView blob_key) {
     if (blob.size() < kSealedAt + kTagBytes) {
         refuse(KM_ERROR_INVALID_KEY_BLOB, blob.size(),
                " bytes are no key blob, which has at least ", kSealedAt + kTagBytes,
@@ -354,18 +359,38 @@ OpenedKey openBlob(ByteView blob, ByteView blob_key) {
     const ByteView clear = blob.sub(0, kClearBytes);
     const ByteView nonce = blob.sub(kClearBytes, kNonceBytes);
     std::optional<Bytes> opened = aesGcmOpen(blob_key, nonce, clear, blob.sub(kSealedAt));
-    if (!opened) {
-        refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob was not sealed under this secret");
-    }
+    if (!opened) return std::nullopt;
     const Secret plain(std::move(*opened));
 
     OpenedKey key;
     key.authorizations.reserve(std::size(kArrays) + std::size(kFields));
-    key.version = loadLittle(clear.data() + kVersionMajorAt, 4) << 32 |
-                  loadLittle(clear.data() + kVersionMinorAt, 4);
+    key.version = versionOf(clear);
     readClear(clear, key);
     readSealed(plain.bytes(), key);
     return key;
+}
+
+OpenedKey openBlob(ByteView blob, ByteView blob_key) {
+    std::optional<OpenedKey> key = tryOpenBlob(blob, blob_key);
+    if (!key) refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob was not sealed under this secret");
+    return std::move(*key);
+}
+
+void checkClearPart(ByteView blob, keymaster_security_level_t level) {
+    const ByteView clear = blob.sub(0, kClearBytes);
+    if (loadLittle(clear.data() + kMagicAt, 4) != kMagic) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "this is no key blob, it does not begin with ",
+               hexWord(kMagic), "; give the file that generate or import wrote");
+    }
+    OpenedKey claimed;
+    claimed.version = versionOf(clear);
+    readClear(clear, claimed);
+    const uint64_t type = claimed.authorizations.integer(kTagHardwareType).value_or(level);
+    if (type != level) {
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob says that it is of ",
+               valueWord(kTagHardwareType, type), ", this is ", levelWord(level),
+               "; use it at its own security level");
+    }
 }
 
 }  // namespace lumo::secureapp

@@ -7,6 +7,8 @@
 // authorizations (tag u32, value u64, length u32, bytes).
 #pragma once
 
+#include <optional>
+
 #include "secureapp/base/Environment.h"
 #include "secureapp/base/Params.h"
 #include "secureapp/keys/KeymasterOptions.h"
@@ -50,7 +52,14 @@ bool reportsEarlyBoot(uint64_t version);
 Bytes sealBlob(const BlobContents& contents, uint64_t version, bool early_boot_byte,
                ByteView blob_key, RandomSource& random);
 
-// KM_ERROR_INVALID_KEY_BLOB for anything that sealBlob did not make with the same key.
+// nullopt for a blob that sealBlob did not make with the same key, or that has changed since.
+// KM_ERROR_INVALID_KEY_BLOB for what has no room for a blob.
+std::optional<OpenedKey> tryOpenBlob(ByteView blob, ByteView blob_key);
+// KM_ERROR_INVALID_KEY_BLOB in both cases.
 OpenedKey openBlob(ByteView blob, ByteView blob_key);
+
+// For a blob that does not open: KM_ERROR_INVALID_KEY_BLOB where its clear part, which nothing has
+// proven then, says that it is no key blob or one of another level.
+void checkClearPart(ByteView blob, keymaster_security_level_t level);
 
 }  // namespace lumo::secureapp

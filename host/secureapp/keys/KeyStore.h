@@ -39,6 +39,26 @@ class KeyStore {
     bool used() const { return !blob_secret_.bytes().empty(); }
 
   private:
+    // A boot state that keys were sealed under.
+    struct BootState {
+        Bytes verified_boot_key;
+        bool device_locked;
+
+        bool operator==(const BootState& other) const {
+            return verified_boot_key == other.verified_boot_key &&
+                   device_locked == other.device_locked;
+        }
+    };
+
+    BootState bootState() const { return {config_.verified_boot_key, config_.device_locked}; }
+    Secret secretUnder(const BootState& state);
+    // The states of a record that only serves to explain later why a blob does not open, so that
+    // nothing fails over it.
+    void noteBootState();
+    std::vector<BootState> notedBootStates();
+    // Says why the blob does not open, as far as that can be found out.
+    [[noreturn]] void refuseBlob(ByteView blob, const ParamSet& binding);
+
     const Bytes& blobSecret();
     // What the blob of a key with this binding is sealed under.
     Secret blobKey(const ParamSet& binding);
@@ -49,8 +69,10 @@ class KeyStore {
     State& shared_state_;
     RandomSource& random_;
     RollbackRegistry registry_;
-    Secret blob_secret_;  // empty until it is needed
-    Secret unbound_key_;  // for keys without a binding; empty until it is needed
+    Secret blob_secret_;             // empty until it is needed
+    Secret unbound_key_;             // for keys without a binding; empty until it is needed
+    bool new_state_ = false;         // no key was made before this boot
+    bool boot_state_noted_ = false;  // in this boot
 };
 
 }  // namespace lumo::secureapp

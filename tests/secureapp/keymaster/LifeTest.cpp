@@ -24,6 +24,21 @@ TEST(Versions, AnAbsentPatchLevelIsAnOldOne) {
     EXPECT_TRUE(after.hardware().contains(kTagBootPatchlevel, 20210101));
 }
 
+// Upgrading is no advice where it would be refused.
+TEST(Versions, ThatDifferAreNamed) {
+    Device device;
+    const Bytes blob = device->generateKey(aesKey());
+    const auto use = [&] { device->begin(KM_PURPOSE_ENCRYPT, blob, ecb()); };
+    device.hal = versions(110000, 202103, 20201105);
+    device.boot();
+    EXPECT_EQ(reasonOf(use).find("; "), std::string::npos) << reasonOf(use);
+    device.hal = versions(120000, 202012, 20201001);
+    device.boot();
+    const std::string newer = "key has vendor patch level 20201105, device has 20201001";
+    EXPECT_EQ(reasonOf(use).find(newer + "; a newer key opens only once"), 0U);
+    EXPECT_NE(reasonOf([&] { device->upgradeKey(blob, {}); }).find(newer), std::string::npos);
+}
+
 // An upgrade also brings an old blob to the present layout.
 TEST(Versions, UpgradesOldBlobs) {
     Device device;

@@ -93,16 +93,20 @@ TEST(KeyBlob, SealsWhatExceedsItsField) {
 TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
     struct Case {
         void (*change)(Device&);
-        bool opens;
+        std::string why_not;  // empty: it opens
     };
     const Case cases[] = {
-        {[](Device&) {}, true},
-        {[](Device& d) { d.config.verified_boot_state = 0; }, true},
-        {[](Device& d) { d.config.verified_boot_key[31] = 1; }, false},
-        {[](Device& d) { d.config.device_locked = true; }, false},
-        {[](Device& d) { d.options.level = kStrongBox; }, false},
-        {[](Device& d) { d.state.records["device-key"][0] ^= 1; }, false},
-        {[](Device& d) { d.shared.records["shared-secret"][0] ^= 1; }, false},
+        {[](Device&) {}, ""},
+        {[](Device& d) { d.config.verified_boot_state = 0; }, ""},
+        {[](Device& d) { d.config.verified_boot_key[0] = 1; },
+         "was 00000000... (unlocked), it is 01000000..."},
+        {[](Device& d) { d.config.device_locked = true; },
+         "made while the boot loader was unlocked"},
+        {[](Device& d) { d.options.level = kStrongBox; },
+         "says that it is of tee, this is strongbox"},
+        {[](Device& d) { d.state.records["device-key"][0] ^= 1; }, "of another state directory"},
+        {[](Device& d) { d.shared.records["shared-secret"][0] ^= 1; }, "the blob is damaged, "},
+        {[](Device& d) { d.state.records.clear(); }, "this state had no key before this boot"},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(&each - cases);
@@ -110,8 +114,9 @@ TEST(KeyBlob, IsBoundToTheDeviceAndItsBootState) {
         const Bytes blob = device->generateKey(aesKey());
         each.change(device);
         device.boot();
-        EXPECT_EQ(errorOf([&] { device->characteristics(blob, {}); }),
-                  each.opens ? KM_ERROR_OK : KM_ERROR_INVALID_KEY_BLOB);
+        const auto open = [&] { device->characteristics(blob, {}); };
+        EXPECT_EQ(errorOf(open), each.why_not.empty() ? KM_ERROR_OK : KM_ERROR_INVALID_KEY_BLOB);
+        EXPECT_NE(reasonOf(open).find(each.why_not), std::string::npos) << reasonOf(open);
     }
 }
 
