@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ExchangeLog.h"
 #include "Link.h"
 #include "OneCaller.h"
 
@@ -17,6 +18,7 @@ using lumo::secureapp::ByteView;
 using lumo::secureapp::FrameKind;
 using lumo::secureapp::RequestFrame;
 using Call = lumo::transport::OneCaller::Call;
+using Wire = lumo::inspect::Wire;
 
 struct Free {
     void operator()(uint8_t* memory) const { std::free(memory); }
@@ -24,6 +26,9 @@ struct Free {
 
 // Holds the largest finish that a client may reasonably send in one piece.
 constexpr size_t kRequestCapacity = 1 << 20;
+
+// A record begins with the number of its command.
+constexpr size_t kCommandBytes = 4;
 
 // The secure application that a level means: StrongBox's has a level of its own, every other is the
 // trusted environment's. The level comes from any caller and is compared as a word, since one
@@ -121,6 +126,9 @@ keymaster_error_t KeymasterUtils::sendCmd(const keymaster_blob_t& request,
     ByteView answer;
     const ByteView sent(request.data, request.data_length);
     const keymaster_error_t error = impl_->link->exchangeCbor(impl_->command, sent, answer);
+    if (lumo::transport::exchangesAreLogged()) {
+        lumo::transport::logExchange(Wire::kCbor, impl_->command, sent.size(), answer.size());
+    }
     // Only this object's own buffer may be written to.
     if (request.data == impl_->request.get()) impl_->wipeKeyMaterial(FrameKind::kCbor, sent);
     if (error != KM_ERROR_OK) return error;
@@ -143,8 +151,14 @@ int32_t KeymasterUtils::send_cmd(void* request, uint32_t request_length, void* r
     }
     impl_->callers.sendsBuffer();
     const ByteView sent(static_cast<const uint8_t*>(request), request_length);
+    const bool logged = lumo::transport::exchangesAreLogged() && sent.size() >= kCommandBytes;
+    const auto command =
+        logged ? static_cast<uint32_t>(lumo::secureapp::loadLittle(sent.data(), kCommandBytes)) : 0;
     const keymaster_error_t error =
         impl_->link->exchangeRecord(sent, static_cast<uint8_t*>(response), response_capacity);
+    if (logged) {
+        lumo::transport::logExchange(Wire::kRecord, command, sent.size(), response_capacity);
+    }
     impl_->wipeKeyMaterial(FrameKind::kRecord, sent);
     return error;
 }

@@ -14,6 +14,9 @@ using secureapp::ByteView;
 using secureapp::Device;
 using secureapp::Reply;
 
+std::mutex new_state_mutex;
+std::string new_state_directory;
+
 std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
     using Key = std::pair<std::string, std::string>;
     static std::mutex mutex;
@@ -28,10 +31,19 @@ std::shared_ptr<Device> sharedDevice(const secureapp::Profile& profile) {
     if (std::shared_ptr<Device> device = known.lock()) return device;
     auto device = std::make_shared<Device>(options);
     known = device;
+    if (device->isNew()) {
+        const std::lock_guard<std::mutex> new_state_lock(new_state_mutex);
+        new_state_directory = options.state_directory;
+    }
     return device;
 }
 
 }  // namespace
+
+std::string SimLink::newStateDirectory() {
+    const std::lock_guard<std::mutex> lock(new_state_mutex);
+    return new_state_directory;
+}
 
 keymaster_error_t SimLink::open() {
     if (app_ != nullptr) return KM_ERROR_OK;

@@ -13,6 +13,9 @@ class SimLink : public Link {
     SimLink(keymaster_security_level_t level, const secureapp::Profile& profile)
         : level_(level), profile_(profile) {}
 
+    // Where one of them has made a new device; empty where none has.
+    static std::string newStateDirectory();
+
     keymaster_error_t open() override;
     secureapp::ServerFacts facts() override;
     keymaster_error_t exchangeCbor(uint32_t command, secureapp::ByteView request,

@@ -1,5 +1,6 @@
 #include "lumo/Transport.h"
 
+#include "ExchangeLog.h"
 #include "Failures.h"
 #include "FaultLink.h"
 #include "Link.h"
@@ -136,6 +137,14 @@ TransportFacts TransportCheck::facts() const {
 
 TransportStatus checkTransport(keymaster_security_level_t level) {
     return TransportCheck(level).status();
+}
+
+std::string newStateDirectory() {
+    return transport::SimLink::newStateDirectory();
+}
+
+void logExchanges(bool wanted) {
+    transport::setExchangeLog(wanted);
 }
 
 const ExchangeReason& lastExchangeReason() {

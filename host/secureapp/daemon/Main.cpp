@@ -97,6 +97,7 @@ void run(const Options& options, const std::string& path) {
                          "or choose another with --state");
     }
     Device device(device_options);
+    if (device.isNew()) log.line("made a new device in " + device_options.state_directory);
     device.app(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
     const RequestTrace trace(openTrace(options), *device_options.profile, log);

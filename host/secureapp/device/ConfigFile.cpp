@@ -222,7 +222,9 @@ DeviceSettings loadDeviceConfig(const std::string& directory) {
     const Bytes content(text.begin(), text.end());
     // An empty file says the same.
     writePrivateFile(path, content);
-    return parseDeviceConfig(text, path);
+    DeviceSettings settings = parseDeviceConfig(text, path);
+    settings.is_new = true;
+    return settings;
 }
 
 }  // namespace lumo::secureapp

@@ -15,6 +15,7 @@ struct DeviceSettings {
     // For tests: clocks that stand still, and random bytes that repeat.
     std::optional<uint64_t> fixed_time;  // milliseconds since 1970-01-01 UTC
     std::optional<Bytes> random_seed;
+    bool is_new = false;  // the file was missing: nobody has used the state directory before
 };
 
 constexpr char kConfigFileName[] = "world.conf";

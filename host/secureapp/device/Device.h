@@ -27,6 +27,8 @@ class Device {
 
     const Profile& profile() const { return profile_; }
     bool drawsTheSameRandomNumbers() const { return settings_.random_seed.has_value(); }
+    // Whether the state directory was made, or was still empty: a mistyped name looks the same.
+    bool isNew() const { return settings_.is_new; }
 
     // StrongBox's secure application, or the trusted environment's for every other level; created
     // by the first call, which is its boot. Throws StateError. Safe from several threads.

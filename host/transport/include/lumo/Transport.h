@@ -86,6 +86,14 @@ struct ExchangeReason {
 // one that is open already does not. Stays as it is until this thread's next exchange.
 const ExchangeReason& lastExchangeReason();
 
+// The state directory in which this process made a new device; empty where none was made. For
+// programs that want to say so: a mistyped name of a directory ends in a new device without keys.
+std::string newStateDirectory();
+
+// Whether each exchange is written to the log, off by default: one line of tag lumo-transport and
+// priority INFO with the command, the lengths, the code and the reason.
+void logExchanges(bool wanted);
+
 // The failure that the calling thread's latest exchange met; ok when it met none, whatever its
 // command's outcome was.
 TransportStatus lastTransportFailure();

@@ -1,0 +1,43 @@
+#include "ExchangeLog.h"
+
+#include <android/hardware/keymaster/4.1/types.h>
+#include <android/log.h>
+
+#include <atomic>
+#include <string>
+
+#include "lumo/Transport.h"
+
+namespace lumo::transport {
+namespace {
+
+constexpr char kLogTag[] = "lumo-transport";
+
+std::atomic<bool> wanted_by_someone{false};
+
+std::string outcome(const ExchangeReason& reason) {
+    if (reason.code == KM_ERROR_OK) return "OK";
+    using ::android::hardware::keymaster::V4_1::ErrorCode;
+    const auto number = static_cast<int32_t>(reason.code);
+    const std::string code = toString(ErrorCode{number}) + " (" + std::to_string(number) + ")";
+    return reason.text.empty() ? code : code + ": " + reason.text;
+}
+
+}  // namespace
+
+void setExchangeLog(bool wanted) {
+    wanted_by_someone = wanted;
+}
+
+bool exchangesAreLogged() {
+    return wanted_by_someone;
+}
+
+void logExchange(inspect::Wire wire, uint32_t command, size_t request, size_t response) {
+    const char* const second = wire == inspect::Wire::kCbor ? "bytes back" : "bytes of room";
+    __android_log_print(ANDROID_LOG_INFO, kLogTag, "%s: %zu bytes sent, %zu %s, %s",
+                        inspect::describeCommand(wire, command).c_str(), request, response, second,
+                        outcome(lastExchangeReason()).c_str());
+}
+
+}  // namespace lumo::transport
