@@ -38,6 +38,12 @@ std::string reasonOfLatestCall() {
     return "";
 }
 
+void watchWayThere() {}
+
+std::string reasonOf(km::V4_1::ErrorCode /*error*/) {
+    return {};
+}
+
 void declareWayThere(CLI::App& /*app*/) {}
 
 // No interface tells whether an operation waits for the user; data that comes too early is refused.

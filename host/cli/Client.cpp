@@ -61,7 +61,7 @@ void routeLog(bool verbose, std::function<void(const Failure&)> report) {
 void require(const std::string& doing, km::V4_1::ErrorCode error) {
     if (error == km::V4_1::ErrorCode::OK) return;
     requireWayThere();
-    throw keymasterFailure(doing, error);
+    throw keymasterFailure(doing, error, reasonOf(error));
 }
 
 void require(const std::string& doing, ErrorCode error) {

@@ -50,6 +50,7 @@ CommandGroup attestationCommands();
 CommandGroup sharingCommands();
 CommandGroup capabilitiesCommands();
 CommandGroup doctorCommands();
+CommandGroup errorCommands();
 
 // A key file with the application id and data that the key is bound to.
 class KeyArguments {

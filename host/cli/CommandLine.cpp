@@ -30,7 +30,8 @@ constexpr char kFooter[] =
     "  0 ok   2 usage   3 refused by the keymaster   4 transport   5 a check failed\n"
     "  6 state   1 anything else\n\n"
     "With --json every command prints one JSON object on standard output, failures\n"
-    "too: {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"message\"}}";
+    "too: {\"error\": {\"command\", \"exit\", \"status\", \"code\", \"name\", \"reason\",\n"
+    "\"message\"}}, code, name and reason where there are any.";
 
 // One line for people; with --json an object for scripts as well.
 int report(const Failure& failure, const std::string& command, bool as_json) {
@@ -43,6 +44,7 @@ int report(const Failure& failure, const std::string& command, bool as_json) {
     if (const auto code = failure.code()) {
         error["code"] = static_cast<int32_t>(*code);
         error["name"] = toString(*code);
+        if (!failure.reason().empty()) error["reason"] = failure.reason();
     }
     error["message"] = message;
     try {
@@ -60,8 +62,9 @@ bool asksForJson(int argc, char** argv) {
 
 std::vector<CommandGroup> allCommands() {
     std::vector<CommandGroup> all = {
-        deviceCommands(),      keyCommands(),     operationCommands(),    stepCommands(),
-        attestationCommands(), sharingCommands(), capabilitiesCommands(), doctorCommands()};
+        deviceCommands(),       keyCommands(),         operationCommands(),
+        stepCommands(),         attestationCommands(), sharingCommands(),
+        capabilitiesCommands(), doctorCommands(),      errorCommands()};
     for (CommandGroup& group : furtherCommands()) all.push_back(std::move(group));
     return all;
 }
@@ -139,6 +142,7 @@ class CommandLine {
         }
         if (common_.quiet) beQuiet();
         routeLog(common_.verbose, [this](const Failure& failure) { reportFailure(failure); });
+        if (common_.verbose) watchWayThere();
         try {
             action_();
             return static_cast<int>(Exit::ok);

@@ -26,17 +26,20 @@ class Failure : public std::runtime_error {
     Failure(Exit status, const std::string& message)
         : std::runtime_error(message), status_(status) {}
 
-    // A refusal with the keymaster's own code.
+    // A refusal with the keymaster's own code, and the reason of the secure application where it is
+    // known.
     Failure(Exit status, const std::string& message,
-            ::android::hardware::keymaster::V4_1::ErrorCode code)
-        : std::runtime_error(message), status_(status), code_(code) {}
+            ::android::hardware::keymaster::V4_1::ErrorCode code, const std::string& reason)
+        : std::runtime_error(message), status_(status), code_(code), reason_(reason) {}
 
     Exit status() const { return status_; }
     std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code() const { return code_; }
+    const std::string& reason() const { return reason_; }
 
   private:
     Exit status_;
     std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code_;
+    std::string reason_;
 };
 
 // The end of a command that failed and has told how itself.
@@ -49,9 +52,11 @@ struct ReportedFailure {
 // The status as scripts see it by name: "refused", "usage".
 const char* nameOf(Exit status);
 
-// `doing` completes "could not ...": "sign", "open the key".
+// `doing` completes "could not ...": "sign", "open the key". `reason` may be empty; where it says
+// behind "; " what to try, that stands in place of what the code alone suggests.
 Failure keymasterFailure(const std::string& doing,
-                         ::android::hardware::keymaster::V4_1::ErrorCode error);
+                         ::android::hardware::keymaster::V4_1::ErrorCode error,
+                         const std::string& reason);
 
 // "cannot ACTION PATH: REASON" for the errno given.
 Failure fileFailure(const std::string& action, const std::string& path, int error_number);

@@ -46,8 +46,16 @@ void requireLastingOperations();
 // `patience`. Throws Failure.
 void keepOperation(SecurityLevel level, uint64_t operation, std::chrono::seconds patience);
 
+// Why the secure application refused the call that has just ended in `error`; empty where that is
+// not known, or where the error is not the secure application's.
+std::string reasonOf(km::V4_1::ErrorCode error);
+
 // Commands of this program alone.
 std::vector<CommandGroup> furtherCommands();
+
+// From here on each exchange with the secure application gets a line in the log, where the client
+// sees the exchanges.
+void watchWayThere();
 
 // Adds to a report how the keymaster of a level is reached.
 void describeWayThere(Report& report, SecurityLevel level);

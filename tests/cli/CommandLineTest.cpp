@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "ErrorTexts.h"
 #include "Shell.h"
 
 namespace lumo::test {
@@ -78,21 +79,26 @@ constexpr FailureCase kUsage[] = {
     {"lumokm --transport sim:profile=none info", 2, "unknown profile 'none'"},
     {"lumokm --transport unix:x --state y info", 2, "the daemon has its own"},
     {"LUMO_PROPERTIES=/dev/null lumokm info", 2, "ro.build.version.security_patch is not in"},
+    {"lumokm error -78", 2, "there is no error code '-78'"},
     {"LUMO_PROPERTIES=nowhere lumokm info", 2, "cannot open the property file nowhere"},
 };
 
 constexpr FailureCase kRefused[] = {
-    {"lumokm generate --algorithm ec --curve p256 --size 224 -o x", 3, "INVALID_ARGUMENT (-38)"},
+    {"lumokm generate --algorithm ec --curve p256 --size 224 -o x", 3,
+     "INVALID_ARGUMENT (-38): curve p256 has 256 bits, KEY_SIZE is 224; check the values"},
     {"lumokm generate --algorithm aes --size 128 --mode gcm -o x", 3, "MISSING_MIN_MAC_LENGTH"},
     {"lumokm generate --algorithm aes --size 128 --user-secure-id 1 --no-auth-required -o x", 3,
      "INVALID_ARGUMENT (-38)"},
     {"lumokm generate --algorithm aes --size 128 --storage-key -o x", 3,
      "STORAGE_KEY_UNSUPPORTED (-77)"},
     {"lumokm import --algorithm ec -i bad.pem -o x", 3, "could not import the key"},
-    {"lumokm sign -k ec.key -i data -o x", 3, "UNSUPPORTED_DIGEST (-12); give one --digest"},
+    {"lumokm sign -k ec.key -i data -o x", 3,
+     "UNSUPPORTED_DIGEST (-12): one DIGEST is needed, given are: nothing; give one --digest"},
     {"lumokm characteristics -k data", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm export -k bound.key --app-id you", 3, "INVALID_KEY_BLOB (-33)"},
-    {"lumokm export -k ec.key --strongbox", 3, "INVALID_KEY_BLOB (-33)"},
+    {"lumokm export -k bound.key --app-id you", 3, "or data than those given; give the unchanged"},
+    {"lumokm export -k ec.key --app-id you", 3, "the key is bound to no application id and data"},
+    {"lumokm export -k ec.key --strongbox", 3,
+     "this is strongbox; use it at its own security level"},
     {"lumokm attest -k ec.key --application-id a --challenge b --brand no -o x", 3,
      "CANNOT_ATTEST_IDS (-66)"},
     {"lumokm verify-authorization --strongbox", 3, "UNIMPLEMENTED (-100)"},
@@ -131,7 +137,10 @@ TEST(Help, OfEveryCommandFitsATerminalAndHasAnExampleThatNamesIt) {
 
 TEST(GlobalOptions, StandInPlaceOfTheEnvironment) {
     const Shell& shell = shellWithKeys();
-    EXPECT_EQ(shell.run("lumokm --state ../other sign -k ec.key --digest sha256 -o x").status, 3);
+    const Outcome other = shell.run("lumokm --state ../other sign -k ec.key --digest sha256 -o x");
+    EXPECT_EQ(other.status, 3);
+    EXPECT_EQ(other.err.rfind("made a new device in ../other\n", 0), 0U) << other.err;
+    EXPECT_NE(other.err.find("this state had no key before this boot"), std::string::npos);
     shell.expectOk("lumokm info --state ../other | grep -q 'stateDirectory: ../other'");
     EXPECT_NE(shell.run("lumokm delete -k data").err, "");
     EXPECT_EQ(shell.run("lumokm delete -k data --quiet").err, "");
@@ -142,14 +151,26 @@ TEST(Verbose, ShowsTheLogOfTheLibraryBeforeTheFailure) {
         "LUMO_TRANSPORT=sim:profile=legacy-4 lumokm export -k data --format x509";
     const std::string quiet = shellWithKeys().run(command).err;
     const std::string verbose = shellWithKeys().run(command + " -v").err;
-    EXPECT_EQ(verbose.rfind("KeyMasterHalDevice: ", 0), 0U) << verbose;
+    EXPECT_NE(verbose.find("lumo-transport: configure (0x116): "), std::string::npos) << verbose;
+    EXPECT_NE(verbose.find("KeyMasterHalDevice: "), std::string::npos) << verbose;
     EXPECT_EQ(verbose.substr(verbose.find("lumokm: ")), quiet);
+}
+
+TEST(ErrorTexts, ExplainEveryPublishedCode) {
+    using ::android::hardware::keymaster::V4_1::ErrorCode;
+    for (const auto error : ::android::hardware::hidl_enum_range<ErrorCode>()) {
+        EXPECT_NE(cli::findErrorText(error), nullptr) << toString(error);
+    }
 }
 
 TEST(Json, IsPrintedByCommandsAndFailures) {
     const Shell& shell = shellWithKeys();
     const Outcome refused = shell.run("lumokm characteristics -k data --json");
     EXPECT_NE(refused.out.find("\"code\": -33"), std::string::npos) << refused.out;
+    EXPECT_NE(shell.run("lumokm sign -k ec.key -i data -o x --json").out.find("\"reason\": \"one"),
+              std::string::npos);
+    EXPECT_EQ(shell.expectOk("lumokm error km_error_key_expired; lumokm error 25"),
+              shell.expectOk("lumokm error -25; lumokm error KEY_EXPIRED"));
     EXPECT_NE(shell.run("lumokm --json frob").out.find("\"usage\""), std::string::npos);
     EXPECT_EQ(shell.expectOk("lumokm delete -k ec.key --json | tr -d ' \\n'"),
               "{\"accepted\":true,\"final\":false}");

@@ -222,7 +222,7 @@ TEST(Daemon, RemembersNotificationsAndVersionsBetweenRuns) {
         {"lumokm sign -k unlocked --digest sha256 -i pid -o sig", 3, "DEVICE_LOCKED (-72)"},
         {"sed 's/=2020-12-05/=2021-01-05/' $(lumokm info | sed -n 's/^properties: //p') >props\n"
          "LUMO_PROPERTIES=props lumokm info",
-         4, "cannot go on: Configure failed; restart"},
+         4, "cannot go on: Configure failed: this boot was configured with OS version "},
         {"kill $(cat pid); while test -S socket; do sleep 0.1; done; lumokm info", 4,
          "cannot reach"},
     };

@@ -11,6 +11,7 @@
 
 #include <memory>
 
+#include "Dates.h"
 #include "Failure.h"
 #include "LibraryVersion.h"
 #include "ServiceSource.h"
@@ -59,6 +60,28 @@ void require(const TransportStatus& status) {
     if (status.kind != TransportStatus::ok) throw Failure(statusOf(status.kind), status.message);
 }
 
+// The library binds keys to version 0 without a word to its caller where a property does not read
+// as a version.
+void remarkOnVersions() {
+    const auto check = [](const char* property, bool (*good)(const std::string&),
+                          const char* form) {
+        const std::string value = ::android::base::GetProperty(property, "");
+        if (good(value)) return;
+        remark(std::string(property) + " is '" + value + "' and not " + form +
+               ", so that keys are bound to version 0; see " + loadProperties().path);
+    };
+    const auto is_release = [](const std::string& text) {
+        return !text.empty() && text[0] >= '0' && text[0] <= '9';
+    };
+    const auto is_day = [](const std::string& text) {
+        constexpr size_t kDayLength = 10;  // parseDate also takes times
+        return text.size() == kDayLength && parseDate(text).has_value();
+    };
+    check("ro.build.version.release", is_release, "a version such as 11");
+    check("ro.build.version.security_patch", is_day, "a date such as 2020-12-05");
+    check("ro.vendor.build.security_patch", is_day, "a date such as 2020-12-05");
+}
+
 constexpr char kStateVariable[] = "LUMO_STATE_DIR";
 constexpr char kTransportVariable[] = "LUMO_TRANSPORT";
 
@@ -83,18 +106,32 @@ std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     }
     auto check = std::make_unique<TransportCheck>(static_cast<keymaster_security_level_t>(level));
     require(check->status());
+    static const bool said = [] {
+        remarkOnVersions();
+        const std::string made = newStateDirectory();
+        if (!made.empty()) remark("made a new device in " + made);
+        return true;
+    }();
+    static_cast<void>(said);
     return check;
 }
 
 [[noreturn]] void endAfterFatalLog(const std::string& message) {
     const TransportStatus status = lastTransportFailure();
-    const bool known = status.kind != TransportStatus::ok;
-    const std::string why = known ? status.message
-                                  : message +
-                                        "; restart the secure application if it was given other "
-                                        "versions before, see LUMO_PROPERTIES";
-    endProcess(Failure(known ? statusOf(status.kind) : Exit::transport,
-                       "the keymaster service cannot go on: " + why));
+    const ExchangeReason& latest = lastExchangeReason();
+    Exit exit = Exit::transport;
+    std::string why = message;
+    if (status.kind != TransportStatus::ok) {
+        exit = statusOf(status.kind);
+        why = status.message;
+    } else if (!latest.text.empty()) {
+        why += ": " + latest.text;
+    } else {
+        why +=
+            "; restart the secure application if it was given other versions before, see "
+            "LUMO_PROPERTIES";
+    }
+    endProcess(Failure(exit, "the keymaster service cannot go on: " + why));
 }
 
 // What a device's service process does before clients come: one 4.1 object for a level.
@@ -153,6 +190,15 @@ void requireWayThere() {
     require(lastTransportFailure());
 }
 
+void watchWayThere() {
+    logExchanges(true);
+}
+
+std::string reasonOf(km::V4_1::ErrorCode error) {
+    const ExchangeReason& latest = lastExchangeReason();
+    return latest.code == static_cast<keymaster_error_t>(error) ? latest.text : "";
+}
+
 void describeWayThere(Report& report, SecurityLevel level) {
     report["libraryVersion"] = libraryVersion();
     report["transport"] = environmentOr(kTransportVariable, "sim");
@@ -161,7 +207,11 @@ void describeWayThere(Report& report, SecurityLevel level) {
                           {"keymasterVersion", facts.keymaster_version},
                           {"taMinorVersion", facts.ta_minor_version},
                           {"halMinorVersion", facts.hal_minor_version}};
-    if (!facts.state_directory.empty()) report["stateDirectory"] = facts.state_directory;
+    if (facts.state_directory.empty()) {
+        report["stateKeptBy"] = "the daemon at " + environmentOr(kTransportVariable, "");
+    } else {
+        report["stateDirectory"] = facts.state_directory;
+    }
     report["properties"] = loadProperties().path;
 }
 
