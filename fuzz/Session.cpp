@@ -6,6 +6,7 @@
 // error; an error leaves no output behind; what a key signed it verifies, and not with a bit
 // changed; what it encrypted it decrypts to the same bytes; a call after a failed allocation works.
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -326,10 +327,14 @@ class Session {
             params.add(keymaster_param_blob(KM_TAG_ATTESTATION_APPLICATION_ID, kChallenge, 1));
         }
         const keymaster_key_blob_t view = keyOf(key);
+        const keymaster_key_param_set_t* set = params.get();
+        const bool by_device = std::any_of(set->params, set->params + set->length, [](auto& each) {
+            return each.tag == KM_TAG_DEVICE_UNIQUE_ATTESTATION;
+        });
         Outputs out;
-        const ErrorWord error =
-            call([&] { return device_.attest_key(&view, params.get(), &out.chain); });
-        if (error == KM_ERROR_OK) REQUIRE(out.chain.entry_count == 3);
+        const ErrorWord error = call([&] { return device_.attest_key(&view, set, &out.chain); });
+        // The device's own key is certified by the root, the others by a batch's.
+        if (error == KM_ERROR_OK) REQUIRE(out.chain.entry_count == (by_device ? 2u : 3u));
     }
 
     void remove() {

@@ -173,6 +173,7 @@ std::string hexWord(uint64_t value) {
         digits.insert(digits.begin(), "0123456789abcdef"[value & 0xF]);
         value >>= 4;
     } while (value != 0);
+    if (digits.size() > 8) digits.insert(0, 16 - digits.size(), '0');
     return "0x" + digits;
 }
 

@@ -25,7 +25,7 @@ std::string levelWord(keymaster_security_level_t level);
 // Milliseconds since 1970 as a date and time in UTC.
 std::string timeWords(uint64_t millis);
 
-// "0x" and the digits, without leading zeros.
+// "0x" and the digits: all 16 of an id above 32 bits, else without leading zeros.
 std::string hexWord(uint64_t value);
 // The first bytes of a long public value, to tell it from another one.
 std::string startWords(ByteView bytes);
