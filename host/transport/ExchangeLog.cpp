@@ -1,11 +1,11 @@
 #include "ExchangeLog.h"
 
-#include <android/hardware/keymaster/4.1/types.h>
 #include <android/log.h>
 
 #include <atomic>
 #include <string>
 
+#include "inspect/Parameters.h"
 #include "lumo/Transport.h"
 
 namespace lumo::transport {
@@ -17,9 +17,8 @@ std::atomic<bool> wanted_by_someone{false};
 
 std::string outcome(const ExchangeReason& reason) {
     if (reason.code == KM_ERROR_OK) return "OK";
-    using ::android::hardware::keymaster::V4_1::ErrorCode;
     const auto number = static_cast<int32_t>(reason.code);
-    const std::string code = toString(ErrorCode{number}) + " (" + std::to_string(number) + ")";
+    const std::string code = inspect::errorName(number) + " (" + std::to_string(number) + ")";
     return reason.text.empty() ? code : code + ": " + reason.text;
 }
 

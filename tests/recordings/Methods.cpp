@@ -45,7 +45,9 @@ keymaster_key_blob_t* place(Args& a, Outputs& o) {
 // With an entry array of one, unless the row says `none` or another number of entries.
 keymaster_cert_chain_t* chain(Args& a, Outputs& o) {
     if (a.isNull("chain")) return a.out("chain", o.chain);
-    if (a.has("entries")) o.chain.entry_count = a.is("entries", "none") ? 1 : static_cast<size_t>(a.number("entries"));
+    if (a.has("entries"))
+        o.chain.entry_count =
+            a.is("entries", "none") ? 1 : static_cast<size_t>(a.number("entries"));
     if (a.is("entries", "none")) o.chain.entries = nullptr;
     return a.out("chain", o.chain);
 }

@@ -15,7 +15,8 @@
 //                          reply is its first bytes
 //   vary                   runs the last call again with every pointer null, empty or without
 //                          memory, one by one; of two such arguments only the result is shown
-//   only HOST              the row is of one libcrypto, boringssl or openssl, or of hosts with sizes
+//   only HOST              the row is of one libcrypto, boringssl or openssl, or of hosts with
+//   sizes
 //                          of 64 bits, wide
 //   call METHOD NAME=VALUE ...
 //   > text                 what was recorded: the calls on the transport with what was sent, the

@@ -44,7 +44,9 @@ std::string valueCases(const CLI::App& app, const std::string& command) {
     std::string cases;
     for (const CLI::Option* option : app.get_options()) {
         const std::string words = wordsFor(*option);
-        if (words.empty() || option->get_items_expected_max() == 0) continue;
+        if (words.empty() || option->get_positional() || option->get_items_expected_max() == 0) {
+            continue;
+        }
         std::string patterns;
         for (const std::string& name : namesOf(*option)) {
             patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
@@ -58,7 +60,9 @@ std::string valueCases(const CLI::App& app, const std::string& command) {
 std::string otherValues(const CLI::App& app, const std::string& command) {
     std::string patterns;
     for (const CLI::Option* option : app.get_options()) {
-        if (option->get_items_expected_max() == 0 || !wordsFor(*option).empty()) continue;
+        const bool is_elsewhere =
+            option->get_items_expected_max() == 0 || !wordsFor(*option).empty();
+        if (is_elsewhere || option->get_positional()) continue;
         for (const std::string& name : namesOf(*option)) {
             patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
         }
