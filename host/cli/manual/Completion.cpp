@@ -39,57 +39,65 @@ std::string wordsFor(const CLI::Option& option) {
     return form;
 }
 
-// Cases for the values of the options of one command, or of the program itself.
-std::string valueCases(const CLI::App& app, const std::string& command) {
-    std::string cases;
-    for (const CLI::Option* option : app.get_options()) {
-        const std::string words = wordsFor(*option);
-        if (words.empty() || option->get_positional() || option->get_items_expected_max() == 0) {
-            continue;
-        }
-        std::string patterns;
-        for (const std::string& name : namesOf(*option)) {
-            patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
-        }
-        cases += "        " + patterns + ") words=\"" + words + "\" ;;\n";
+// The patterns of a case for each name of an option: "sign:-k|sign:--key".
+std::string patternsOf(const CLI::Option& option, const std::string& command) {
+    std::string patterns;
+    for (const std::string& name : namesOf(option)) {
+        patterns.append(patterns.empty() ? "" : "|").append(command).append(":").append(name);
     }
-    return cases;
+    return patterns;
 }
 
-// Options whose value, being no list of words, is left to the shell.
-std::string otherValues(const CLI::App& app, const std::string& command) {
-    std::string patterns;
+// A case that sets the words that are offered, or adds to them where `assign` is "+=".
+void addCase(std::string& cases, const std::string& patterns, const char* assign,
+             const std::string& words) {
+    cases.append("        ").append(patterns).append(") words").append(assign);
+    cases.append("\"").append(words).append("\" ;;\n");
+}
+
+bool takesValue(const CLI::Option& option) {
+    return !option.get_positional() && option.get_items_expected_max() != 0;
+}
+
+// Cases for the values of the options of one command, or of the program itself. A value that is not
+// chosen from words is left to the shell.
+std::string valueCases(const CLI::App& app, const std::string& command) {
+    std::string cases;
+    std::string others;
     for (const CLI::Option* option : app.get_options()) {
-        const bool is_elsewhere =
-            option->get_items_expected_max() == 0 || !wordsFor(*option).empty();
-        if (is_elsewhere || option->get_positional()) continue;
-        for (const std::string& name : namesOf(*option)) {
-            patterns += (patterns.empty() ? "" : "|") + command + ":" + name;
+        if (!takesValue(*option)) continue;
+        const std::string patterns = patternsOf(*option, command);
+        const std::string words = wordsFor(*option);
+        if (words.empty()) {
+            others.append(others.empty() ? "" : "|").append(patterns);
+        } else {
+            addCase(cases, patterns, "=", words);
         }
     }
-    return patterns.empty() ? "" : "        " + patterns + ") return ;;\n";
+    if (!others.empty()) cases.append("        ").append(others).append(") return ;;\n");
+    return cases;
 }
 
 }  // namespace
 
 std::string bashCompletion(const CLI::App& app) {
     std::string commands;
-    std::string values = valueCases(app, "*") + otherValues(app, "*");
+    std::string values = valueCases(app, "*");
     std::string options;
     std::string kinds;  // of the commands that have commands of their own
     for (const CLI::App* command : app.get_subcommands({})) {
         const std::string name = command->get_name();
         commands += (commands.empty() ? "" : " ") + name;
-        values += valueCases(*command, name) + otherValues(*command, name);
+        values += valueCases(*command, name);
         std::string offered = optionNames(*command);
         std::string own;
         for (const CLI::App* kind : command->get_subcommands({})) {
             own += (own.empty() ? "" : " ") + kind->get_name();
-            values += valueCases(*kind, name) + otherValues(*kind, name);
+            values += valueCases(*kind, name);
             offered += optionNames(*kind);
         }
-        if (!own.empty()) kinds += "        " + name + ") words=\"" + own + "\" ;;\n";
-        options += "        " + name + ") words+=\"" + offered + "\" ;;\n";
+        if (!own.empty()) addCase(kinds, name, "=", own);
+        addCase(options, name, "+=", offered);
     }
     const std::string function = functionName(app);
     return "# Completion of " + app.get_name() + " in bash; made from what its help says.\n" +

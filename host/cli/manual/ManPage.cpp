@@ -129,7 +129,8 @@ std::string optionsOf(const CLI::App& app) {
             entries += plain(cli::meaningOf(*option)) + "\n";
         }
         if (entries.empty()) continue;
-        list += (group == "Options" ? ".SH OPTIONS\n" : ".SS " + group + "\n") + entries;
+        list += group == "Options" ? ".SH OPTIONS\n" : ".SS " + group + "\n";
+        list += entries;
     }
     return list;
 }

@@ -39,7 +39,7 @@ void writeCommands(const fs::path& directory, const CLI::App& app,
 
 void writeClient(const fs::path& directory) {
     lumo::cli::visitCommandLine([&](const CLI::App& app) {
-        const std::string name = app.get_name();
+        const std::string& name = app.get_name();
         write(directory / "man/man1" / (name + ".1"),
               manPage({name, '1', name, "lumo-secureapp(8)"}, app));
         writeCommands(directory / "man/man1", app, {name, '1', name, ""});
