@@ -79,7 +79,7 @@ endfunction()
 # Decoded memory is allocated with array new and released with free, as the interfaces say; both are
 # one heap on the platform. Nothing else is switched off.
 function(lumo_test_environment test)
-    set(patience 300)
+    set(patience 900)
     if(LUMO_EMULATOR)
         set(patience 3000)
     endif()
