@@ -161,11 +161,14 @@ void signature(Input& input, uint32_t failing) {
 void numbers(Input& input, uint32_t failing) {
     Bytes r = input.take<Bytes>(input.byte());
     Bytes s = input.string<Bytes>(3);
+    // One libcrypto writes no longer signature than this, the other no longer number.
+    constexpr size_t kMostHeadBytes = 16;
+    const bool too_long = r.size() + s.size() + kMostHeadBytes > UINT16_MAX;
     Bytes der;
     try {
         der = lumo::secureapp::ecDerSignature(r, s);
     } catch (const Refusal&) {
-        REQUIRE(s.size() > UINT16_MAX);
+        REQUIRE(too_long);
     }
     _keymaster_ec_sig_internal_t in = {r.data(), sizeOf(r), s.data(), sizeOf(s)};
     Outputs out;
@@ -175,7 +178,7 @@ void numbers(Input& input, uint32_t failing) {
         error = errorToWord(KeymasterCryptoDevice().internal_to_ecsig(&in, &out.data));
     }
     if (error != KM_ERROR_OK) {
-        REQUIRE(out.data.data == nullptr && (failing != 0 || r.empty() || s.empty()));
+        REQUIRE(out.data.data == nullptr && (failing != 0 || r.empty() || s.empty() || too_long));
         return;
     }
     REQUIRE(der.empty() || der == Bytes(out.data.data, out.data.data + out.data.data_length));
