@@ -27,8 +27,8 @@ std::string toText(const Message& message, const std::string& indent) {
     for (const Field& field : message.fields) {
         char place[40];
         std::snprintf(place, sizeof(place), "%6zu %6zu  ", field.offset, field.size);
-        text +=
-            indent + place + std::string(2 * field.depth, ' ') + field.name + ": " + field.value;
+        text.append(indent).append(place).append(2 * field.depth, ' ');
+        text.append(field.name).append(": ").append(field.value);
         if (field.isStale()) text += " (stale)";
         text += '\n';
     }

@@ -109,7 +109,8 @@ class WrapperReader {
         const auto bits = params_.integer(kKeySize);
         const auto algorithm = params_.integer(kAlgorithm);
         if (!algorithm) note(kForm, params_.where, "keyParams name no algorithm");
-        const bool symmetric = algorithm == kAes || algorithm == kTripleDes || algorithm == kHmac;
+        const auto number = algorithm.value_or(0);
+        const bool symmetric = number == kAes || number == kTripleDes || number == kHmac;
         if (algorithm && symmetric != format_.is(3)) {
             note(kForm, format_.where,
                  symmetric ? "keys of this algorithm are imported RAW"

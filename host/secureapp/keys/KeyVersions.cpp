@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace lumo::secureapp {
 namespace {
@@ -53,10 +54,10 @@ std::string versionDifference(const ParamSet& authorizations, const ParamSet& ve
         const uint64_t key = valueOrZero(authorizations, tag);
         const uint64_t device = valueOrZero(versions, tag);
         if (key == device) continue;
-        const std::string words = std::string("key has ") + nameOf(tag) + " " +
-                                  std::to_string(key) + ", device has " + std::to_string(device);
+        std::string words = std::string("key has ") + nameOf(tag) + " " + std::to_string(key) +
+                            ", device has " + std::to_string(device);
         if (isNewer(tag, key, device)) return words;
-        if (older.empty()) older = words;
+        if (older.empty()) older = std::move(words);
     }
     return older;
 }
