@@ -32,7 +32,9 @@ std::string toText(const Message& message, const std::string& indent) {
         if (field.isStale()) text += " (stale)";
         text += '\n';
     }
-    for (const std::string& problem : message.problems) text += indent + "! " + problem + '\n';
+    for (const std::string& problem : message.problems) {
+        text.append(indent).append("! ").append(problem).append("\n");
+    }
     return text;
 }
 
