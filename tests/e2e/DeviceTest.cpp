@@ -84,7 +84,8 @@ TEST_P(Devices, AttestTheirKeys) {
         {"challenge:c attestid:i" + id, E::INVALID_INPUT_LENGTH},
         {"attestid:foo challenge:" + id.substr(0, 129), E::INVALID_INPUT_LENGTH},
         {std::string(kAttest) + " brand:lum", E::CANNOT_ATTEST_IDS},
-        {std::string(kAttest) + " unique", {E::UNIMPLEMENTED, as_4_1 ? E::OK : E::CANNOT_ATTEST_IDS}},
+        {std::string(kAttest) + " unique",
+         {E::UNIMPLEMENTED, as_4_1 ? E::OK : E::CANNOT_ATTEST_IDS}},
     };
     for (const Case& each : cases) {
         EXPECT_EQ(attest(ec.blob, each.how).first, expected(each.answer)) << each.how;
