@@ -423,7 +423,7 @@ class Session {
         });
         if (result.error != KM_ERROR_OK) return abandon(operation, result, updated);
         result.output = bytesOf(updated.data);
-        const Bytes rest(bytes.begin() + updated.consumed, bytes.end());
+        const Bytes rest(bytes.begin() + static_cast<ptrdiff_t>(updated.consumed), bytes.end());
         const keymaster_blob_t last = blobOf(rest);
         const keymaster_blob_t signed_with = blobOf(signature);
         Outputs finished;
