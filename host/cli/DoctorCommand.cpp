@@ -60,7 +60,7 @@ Verdict tryOut(const DoctorCase& row, Examination& examination) {
         verdict.passed = isWanted(row, answer.code) && answer.fault.empty();
         if (!isWanted(row, answer.code)) {
             verdict.why = nameOf(answer.code) + " in place of " + wanted(row);
-            const std::string reason = reasonOfLatestCall();
+            const std::string reason = reasonOf(static_cast<km::V4_1::ErrorCode>(answer.code));
             if (!reason.empty()) verdict.why += ": " + reason;
         } else {
             verdict.why = answer.fault;

@@ -27,10 +27,6 @@ const char* serviceName(SecurityLevel level);
 // one. It says more than the error that became of it.
 void requireWayThere();
 
-// What the secure application said beside the protocol about the outcome of this thread's latest
-// call; empty where it said nothing or that is not known.
-std::string reasonOfLatestCall();
-
 // Options of this program alone that go with every command and say how the keymaster is reached.
 void declareWayThere(CLI::App& app);
 

@@ -169,10 +169,6 @@ sp<Device41> openDevice41(SecurityLevel level, bool registered) {
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }
 
-std::string reasonOfLatestCall() {
-    return lastExchangeReason().text;
-}
-
 void declareWayThere(CLI::App& app) {
     addVariable(app, "--state", kStateVariable, "state directory of the one in this process")
         ->type_name("DIR")
