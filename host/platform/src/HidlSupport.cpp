@@ -1,7 +1,5 @@
 #include <android/log.h>
 #include <hidl/HidlSupport.h>
-#include <inttypes.h>
-#include <stdio.h>
 #include <stdlib.h>
 
 namespace android::hardware {
@@ -11,12 +9,6 @@ namespace details {
 void logAlwaysFatal(const char* message) {
     __android_log_assert(nullptr, "HidlSupport", "%s", message);
     abort();  // where the log's own function has been replaced
-}
-
-std::string hexString(uint64_t bits) {
-    char text[2 + 16 + 1];
-    snprintf(text, sizeof(text), "0x%" PRIx64, bits);
-    return text;
 }
 
 }  // namespace details
