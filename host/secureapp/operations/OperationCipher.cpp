@@ -27,7 +27,13 @@ size_t CipherStream::blockBytes() const {
 void CipherStream::add(ByteView input, Bytes& out) {
     constexpr size_t kStepBytes = size_t{1} << 30;  // libcrypto counts in int
     size_t filled = out.size();
-    out.resize(filled + input.size() + blockBytes());
+    if (blockBytes() == 1) {
+        // Nothing is held back, so it can work in place: a copy serves both as input and as room.
+        append(out, input);
+        input = ByteView(out).sub(filled);
+    } else {
+        out.resize(filled + input.size() + blockBytes());
+    }
     while (!input.empty()) {
         const ByteView step = input.sub(0, kStepBytes);
         int written = 0;
