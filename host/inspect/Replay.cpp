@@ -49,6 +49,10 @@ ByteView withoutZeros(ByteView number) {
     return number.sub(zeros);
 }
 
+bool isCoordinate(const Field& field) {
+    return field.name == "x" || field.name == "y";
+}
+
 // Where the clear parts of two key blobs differ although the same was asked for. The bytes between
 // these are the application's own; the date of creation lies there, too.
 std::optional<size_t> firstBlobDifference(ByteView a, ByteView b) {
@@ -427,6 +431,8 @@ std::string Replay::compareField(const Exchange& exchange, const Field& recorded
             if (same_key_) break;
             if (isDer(recorded_bytes) && isDer(here_bytes)) return "";
             if (recorded_bytes.size() == here_bytes.size()) return "";
+            // Over records the coordinates of a point are numbers without leading zeros.
+            if (isCoordinate(recorded) && !recorded_bytes.empty() && !here_bytes.empty()) return "";
             return sizes(recorded.name, recorded_bytes.size(), here_bytes.size());
         case Meaning::kCertificate:
             if (isDer(recorded_bytes) == isDer(here_bytes)) return "";

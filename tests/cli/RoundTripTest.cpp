@@ -136,7 +136,7 @@ $K delete -k ec; $K delete-all --yes; $K destroy-ids --yes)"},
      R"(R='lumokm --trace traced replay'; test $(stat -c %a trace) = 600
 for secret in 808182838485868788898a8b8c8d8e8f e0e1e2e3e4e5e6e7e8e9eaebecedeeef \
   30313233343536373839616263646566 736f6d6520706c61696e2074657874; do ! grep -q $secret trace; done
-LUMO_STATE_DIR=other $R trace 2>said; grep -q '2 destructive' said
+LUMO_STATE_DIR=other $R trace 2>said || { cat said; false; }; grep -q '2 destructive' said
 case $LUMO_TRANSPORT in *cbor) other=sim:profile=legacy-4;; *) other=sim;; esac
 refused 2 env LUMO_TRANSPORT=$other $R trace; rm trace
 K="$K --unredacted"; printf 'some plain text!' >data
@@ -146,7 +146,7 @@ $K decrypt -k key --mode ecb --padding none -i enc -o back
 $K generate --algorithm ec --curve p256 --purpose sign,verify --digest sha256 -o key
 $K sign -k key --digest sha256 -i data -o sig; $K verify -k key --digest sha256 -i data --signature sig
 grep -q 736f6d6520706c61696e2074657874 trace; (cat trace; printf '{"trace":1,') >cut
-LUMO_STATE_DIR=third $R cut 2>said; grep -q ' sent, 1 left out: 1 unreadable' said
+LUMO_STATE_DIR=third $R cut 2>said || { cat said; false; }; grep -q ' sent, 1 left out: 1 unreadable' said
 sed 's/"code":0/"code":-4/' trace >other-outcome; refused 5 $R other-outcome
 chmod 644 trace; refused 2 $K info; rm trace)"},
 };
