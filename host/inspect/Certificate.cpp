@@ -97,15 +97,16 @@ class CertificateReader {
     }
 
     Certificate read() {
-        const auto outer = take(reader_, kDerSequence, "the certificate");
+        const auto outer = fields_.takeWhole(reader_, "the certificate");
         if (!outer) return certificate_;
         fields_.expectEnd(reader_, "the certificate");
         DerReader parts(outer->content);
+        if (outer->missing != 0 && readCut(parts)) return certificate_;
         const auto to_be_signed = take(parts, kDerSequence, "what is signed");
         certificate_.outer_algorithm = whole(take(parts, kDerSequence, "the signature algorithm"));
-        take(parts, kDerBitString, "the signature");
         if (to_be_signed) readFields(DerReader(to_be_signed->content));
-        certificate_.whole = !fields_.broken();
+        take(parts, kDerBitString, "the signature");
+        certificate_.whole = !fields_.broken() && outer->missing == 0;
         return certificate_;
     }
 
@@ -114,6 +115,15 @@ class CertificateReader {
 
     std::optional<DerElement> take(DerReader& reader, DerNumber type, const char* what) {
         return fields_.take(reader, type, what);
+    }
+
+    // The fields of what is signed where the certificate is cut off inside of it.
+    bool readCut(DerReader parts) {
+        const auto to_be_signed = parts.nextOrCut();
+        const bool cut = to_be_signed && to_be_signed->missing != 0;
+        if (!cut || !to_be_signed->is(kDerSequence)) return false;
+        readFields(DerReader(to_be_signed->content));
+        return true;
     }
 
     static Window whole(const std::optional<DerElement>& element) {
@@ -133,7 +143,9 @@ class CertificateReader {
         }
         certificate_.subject = whole(take(fields, kDerSequence, "the subject"));
         certificate_.public_key = whole(take(fields, kDerSequence, "the public key"));
-        if (!fields_.broken() && certificate_.algorithm != certificate_.outer_algorithm) {
+        const bool signed_part_alone = certificate_.outer_algorithm.empty();
+        if (!fields_.broken() && !signed_part_alone &&
+            certificate_.algorithm != certificate_.outer_algorithm) {
             fail(certificate_.outer_algorithm, "the signature algorithm is not the one signed");
         }
         readExtensions(fields);
@@ -176,11 +188,11 @@ class CertificateReader {
     // [3] EXPLICIT, after unique ids that nobody uses.
     void readExtensions(DerReader& fields) {
         if (fields_.broken() || fields.atEnd()) return;
+        const Window here = fields.rest();
         const auto tagged = fields.next();
-        if (!tagged || !tagged->isContext() || tagged->number != 3) {
-            fail(tagged ? tagged->whole : fields.rest(),
-                 "after the public key stand no extensions");
-            return;
+        if (!tagged) return fail(here, "the extensions: " + std::string(fields.error()));
+        if (!tagged->isContext() || tagged->number != 3) {
+            return fail(here, "after the public key stand no extensions");
         }
         DerReader inside(tagged->content);
         const auto list = take(inside, kDerSequence, "the extensions");
@@ -306,7 +318,7 @@ std::vector<Bytes> splitCertificates(Window file, std::string& error) {
         }
         found.push_back(element->whole.copy());
     }
-    const auto first = DerReader(file).next();
+    const auto first = DerReader(file).nextOrCut();
     if (first && first->is(kDerSequence)) return found;
     error = file.empty() ? "it is empty" : "it is neither PEM nor a SEQUENCE in DER";
     return {};

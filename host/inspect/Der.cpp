@@ -68,7 +68,7 @@ std::string DerElement::typeText() const {
     return (constructed ? "constructed " : "primitive ") + std::string(name);
 }
 
-std::optional<DerElement> DerReader::fail(const char* why, size_t at) {
+std::optional<DerElement> DerReader::fail(const std::string& why, size_t at) {
     error_ = why;
     error_at_ = at;
     rest_ = rest_.sub(rest_.size());
@@ -76,6 +76,16 @@ std::optional<DerElement> DerReader::fail(const char* why, size_t at) {
 }
 
 std::optional<DerElement> DerReader::next() {
+    const auto element = nextOrCut();
+    if (!element || element->missing == 0) return element;
+    const size_t there = element->content.size();
+    return fail("its length is " + std::to_string(there + element->missing) + ", and " +
+                    std::to_string(there) + (there == 1 ? " byte is" : " bytes are") +
+                    " left for it",
+                element->whole.offset());
+}
+
+std::optional<DerElement> DerReader::nextOrCut() {
     if (rest_.empty()) return std::nullopt;
     const size_t start = rest_.offset();
     DerElement element;
@@ -108,12 +118,10 @@ std::optional<DerElement> DerReader::next() {
         }
         at += width;
     }
-    if (!rest_.has(at, length)) {
-        return fail("the element is longer than what holds it", start);
-    }
-    element.whole = rest_.sub(0, at + length);
     element.content = rest_.sub(at, length);
-    rest_ = rest_.sub(at + length);
+    element.whole = rest_.sub(0, at + element.content.size());
+    element.missing = length - element.content.size();
+    rest_ = rest_.sub(element.whole.size());
     return element;
 }
 

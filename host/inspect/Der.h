@@ -33,6 +33,7 @@ struct DerElement {
     bool constructed = false;
     uint32_t number = 0;
     const char* flaw = nullptr;  // why the header is not DER, where it can be read nevertheless
+    size_t missing = 0;  // bytes of the content that its length tells and that are not there
 
     // The universal element of that number in the form that DER gives it.
     bool is(DerNumber universal) const;
@@ -50,17 +51,19 @@ class DerReader {
     // Nothing at the end, and where the bytes are no element: then error() says why, and there is
     // no more to read.
     std::optional<DerElement> next();
+    // The same, and of an element that is cut off what there is of it.
+    std::optional<DerElement> nextOrCut();
 
     bool atEnd() const { return rest_.empty(); }
     Window rest() const { return rest_; }
-    const char* error() const { return error_; }
+    const char* error() const { return error_.empty() ? nullptr : error_.c_str(); }
     size_t errorAt() const { return error_at_; }
 
   private:
-    std::optional<DerElement> fail(const char* why, size_t at);
+    std::optional<DerElement> fail(const std::string& why, size_t at);
 
     Window rest_;
-    const char* error_ = nullptr;
+    std::string error_;
     size_t error_at_ = 0;
 };
 

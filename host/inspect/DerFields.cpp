@@ -21,6 +21,19 @@ std::optional<DerElement> DerFields::take(DerReader& reader, DerNumber type,
     return std::nullopt;
 }
 
+std::optional<DerElement> DerFields::takeWhole(DerReader& reader, const std::string& name) {
+    DerReader ahead = reader;
+    const auto element = ahead.nextOrCut();
+    if (!element || element->missing == 0 || !element->is(kDerSequence)) {
+        return take(reader, kDerSequence, name);
+    }
+    note(element->whole, name + " is cut off: by its length it ends at byte " +
+                             std::to_string(ahead.rest().offset() + element->missing) +
+                             ", the bytes end at " + std::to_string(ahead.rest().offset()));
+    reader = ahead;
+    return element;
+}
+
 void DerFields::expectEnd(const DerReader& reader, const std::string& last) {
     if (!broken_ && !reader.atEnd()) note(reader.rest(), "something stands after " + last);
 }

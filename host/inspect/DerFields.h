@@ -17,6 +17,10 @@ class DerFields {
     // The next element, by its name in messages.
     std::optional<DerElement> take(DerReader& reader, DerNumber type, const std::string& name);
 
+    // The same of what holds all the others. Where it is cut off, that breaks the rule for forms,
+    // and the fields are taken up to the end.
+    std::optional<DerElement> takeWhole(DerReader& reader, const std::string& name);
+
     // Breaks the rule for forms.
     void note(Window where, const std::string& why) { faults_.add(form_, where.offset(), why); }
     // Nothing may be left once all fields are taken.

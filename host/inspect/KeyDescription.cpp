@@ -28,7 +28,7 @@ class DescriptionReader {
 
     KeyDescription read() {
         description_.where = outside_.rest();
-        if (const auto sequence = fields_.take(outside_, kDerSequence, "KeyDescription")) {
+        if (const auto sequence = fields_.takeWhole(outside_, "KeyDescription")) {
             fields_.expectEnd(outside_, "the SEQUENCE");
             readFields(DerReader(sequence->content));
         }
