@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "inspect/AuthorizationSchema.h"
+#include "inspect/Parameters.h"
 
 namespace lumo::inspect {
 
@@ -17,7 +18,8 @@ void appendLines(const std::vector<Item>& items, size_t depth, std::string& text
     for (const Item& item : items) {
         text += rightAligned(item.offset, 6) + rightAligned(item.size, 7) + "  " +
                 std::string(2 * depth, ' ') + item.name +
-                (item.value.empty() ? "" : ": " + item.value) + "\n";
+                (item.value.empty() ? "" : ": " + item.value) + (item.stale ? " (stale)" : "") +
+                "\n";
         appendLines(item.parts, depth + 1, text);
     }
 }
@@ -28,6 +30,11 @@ std::string toText(const std::vector<Item>& items) {
     std::string text;
     appendLines(items, 0, text);
     return text;
+}
+
+std::string titleOf(const Inspection& found) {
+    return found.kind + (found.side.empty() ? "" : ", " + found.side) +
+           (found.command.empty() ? "" : " of " + found.command) + ", " + countOfBytes(found.size);
 }
 
 std::string toText(const Fault& fault) {

@@ -15,6 +15,7 @@ struct Item {
     size_t size = 0;
     std::string name;
     std::string value;
+    bool stale = false;  // bytes that the sender did not write for this message
     std::vector<Item> parts;
 
     Item() = default;
@@ -41,8 +42,10 @@ struct Fault {
 };
 
 struct Inspection {
-    std::string kind;
-    size_t size = 0;  // of what was looked into, in bytes
+    std::string kind;     // one of kindNames()
+    std::string side;     // of a message: "request" or "response"
+    std::string command;  // of a message, by name; empty where it is not known
+    size_t size = 0;      // of what was looked into, in bytes
     std::vector<Item> items;
     std::vector<std::string> remarks;  // worth knowing, and nothing wrong
     std::vector<Fault> faults;
@@ -50,6 +53,9 @@ struct Inspection {
 
 // A line an item: its first byte and its length, both decimal, then name and value.
 std::string toText(const std::vector<Item>& items);
+
+// "cbor, response of begin, 12 bytes"
+std::string titleOf(const Inspection& found);
 
 // "certificate 0, byte 372, tag 503 (noAuthRequired): why", as far as known.
 std::string toText(const Fault& fault);

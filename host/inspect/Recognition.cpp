@@ -11,6 +11,7 @@
 #include "inspect/Parameters.h"
 #include "inspect/Token.h"
 #include "inspect/TraceLine.h"
+#include "inspect/UnreadableLines.h"
 #include "inspect/Values.h"
 #include "inspect/WrappedKey.h"
 
@@ -24,7 +25,6 @@ ByteView viewOf(Window bytes) {
 
 Inspection inspectChain(Window bytes) {
     Inspection found;
-    found.kind = "certificates";
     std::string error;
     const std::vector<Bytes> chain = splitCertificates(bytes, error);
     if (chain.empty()) found.faults.push_back({"", std::nullopt, 0, std::nullopt, error});
@@ -45,7 +45,6 @@ Inspection inspectChain(Window bytes) {
 
 Inspection inspectDescription(Window bytes) {
     Inspection found;
-    found.kind = "key description";
     FaultList faults(found.faults);
     found.items.push_back(describe(readKeyDescription(bytes, faults)));
     return found;
@@ -60,6 +59,7 @@ std::vector<Item> itemsOf(const Message& message) {
         item.size = field.size;
         item.name = field.name;
         item.value = printable(field.value);
+        item.stale = field.isStale();
         if (field.depth == 0 || items.empty()) {
             items.push_back(std::move(item));
         } else {
@@ -71,9 +71,8 @@ std::vector<Item> itemsOf(const Message& message) {
 
 Inspection describeMessage(const Message& message) {
     Inspection found;
-    found.kind = std::string(nameOf(message.wire)) +
-                 (message.side == Side::kRequest ? " request" : " response");
-    if (message.command != nullptr) found.kind += std::string(" of ") + message.command->name;
+    found.side = message.side == Side::kRequest ? "request" : "response";
+    if (message.command != nullptr) found.command = message.command->name;
     found.items = itemsOf(message);
     if (!message.notation.empty()) found.remarks.push_back(printable(message.notation));
     for (const std::string& problem : message.problems) {
@@ -96,7 +95,8 @@ Item describeMessage(const Message& message, const char* name, size_t line,
     return item;
 }
 
-void describeLine(const std::string& text, size_t line, Inspection& found) {
+void describeLine(const std::string& text, size_t line, Inspection& found,
+                  UnreadableLines& unreadable) {
     try {
         const Exchange exchange = parseLine(text);
         Item item;
@@ -110,22 +110,28 @@ void describeLine(const std::string& text, size_t line, Inspection& found) {
         }
         found.items.push_back(std::move(item));
     } catch (const TraceError& error) {
-        found.faults.push_back({"", std::nullopt, std::nullopt, std::nullopt,
-                                "line " + std::to_string(line) + ": " + printable(error.what())});
+        unreadable.add(line, printable(error.what()));
     }
 }
 
 Inspection inspectTrace(Window bytes) {
     Inspection found;
-    found.kind = "trace";
+    UnreadableLines unreadable;
     std::istringstream lines(std::string(bytes.begin(), bytes.end()));
     size_t line = 0;
     for (std::string text; std::getline(lines, text);) {
         ++line;
-        if (!text.empty()) describeLine(text, line, found);
+        if (!text.empty()) describeLine(text, line, found, unreadable);
+    }
+    for (const std::string& sentence : unreadable.sentences()) {
+        found.faults.push_back({"", std::nullopt, std::nullopt, std::nullopt, sentence});
     }
     found.remarks.push_back("bytes count from 0 in each message; lumokm trace filters the lines");
     return found;
+}
+
+Side sideOf(const Hints& hints) {
+    return hints.side.value_or(Side::kRequest);
 }
 
 uint32_t numberOn(Wire wire, const Hints& hints) {
@@ -133,14 +139,44 @@ uint32_t numberOn(Wire wire, const Hints& hints) {
 }
 
 Inspection inspectCbor(Window bytes, const Hints& hints) {
-    return describeMessage(decodeCbor(numberOn(Wire::kCbor, hints), hints.side, viewOf(bytes)));
+    return describeMessage(decodeCbor(numberOn(Wire::kCbor, hints), sideOf(hints), viewOf(bytes)));
+}
+
+std::string firstWord(Window bytes) {
+    std::ostringstream text;
+    text << "0x" << std::hex << bytes.little(0, 4);
+    return text.str();
 }
 
 Inspection inspectRecord(Window bytes, const Hints& hints) {
-    return describeMessage(
-        hints.side == Side::kRequest
-            ? decodeRecordRequest(viewOf(bytes))
-            : decodeRecordResponse(numberOn(Wire::kRecord, hints), viewOf(bytes)));
+    if (sideOf(hints) == Side::kResponse) {
+        return describeMessage(decodeRecordResponse(numberOn(Wire::kRecord, hints), viewOf(bytes)));
+    }
+    const Message message = decodeRecordRequest(viewOf(bytes));
+    Inspection found = describeMessage(message);
+    const bool other = hints.command != nullptr && message.command != hints.command;
+    if (message.command == nullptr || other) {
+        found.faults.push_back({"", std::nullopt, 0, std::nullopt,
+                                other ? "it is no request of " + std::string(hints.command->name)
+                                      : "no command has the number " + firstWord(bytes)});
+    }
+    return found;
+}
+
+// What has to be known to read the bytes as a record, and is not; empty where nothing is missing.
+// A request begins with its command's number, a response with a status that fits to any command.
+std::string missingForRecord(Window bytes, const Hints& hints) {
+    if (hints.command != nullptr && numberOn(Wire::kRecord, hints) == 0) {
+        return std::string(hints.command->name) + " is no record; give --as cbor";
+    }
+    if (sideOf(hints) == Side::kResponse) {
+        return hints.command != nullptr ? "" : "for the response of a record give --command NAME";
+    }
+    const auto number = static_cast<uint32_t>(bytes.little(0, 4));
+    if (hints.side || findCommand(Wire::kRecord, number) != nullptr) return "";
+    return "its first word, " + firstWord(bytes) +
+           ", is the number of no command, so that it is no request; for the response of a record "
+           "give --command NAME --response";
 }
 
 template <Inspection (*inspect)(Window)>
@@ -171,13 +207,21 @@ const KindRow* kindNamed(const std::string& name) {
     return found == std::end(kKinds) ? nullptr : found;
 }
 
-// The kinds of DER are told apart by their second field.
+// What is signed of a certificate, where that alone is left, and not all of it.
+bool beginsLikeCertificate(const DerElement& first) {
+    const auto version = DerReader(first.content).nextOrCut();
+    return first.missing != 0 && first.is(kDerSequence) && version && version->isContext() &&
+           version->number == 0;
+}
+
+// The kinds of DER are told apart by their second field, of which the first bytes do.
 const char* recogniseDer(Window bytes) {
-    const auto outer = DerReader(bytes).next();
+    const auto outer = DerReader(bytes).nextOrCut();
     if (!outer || !outer->is(kDerSequence)) return nullptr;
     DerReader fields(outer->content);
-    const auto first = fields.next();
-    const auto second = fields.next();
+    const auto first = fields.nextOrCut();
+    if (first && beginsLikeCertificate(*first)) return "chain";
+    const auto second = fields.nextOrCut();
     if (!first || !second) return nullptr;
     if (first->is(kDerSequence) && second->is(kDerSequence)) return "chain";
     if (first->is(kDerInteger) && second->is(kDerOctetString)) return "wrapped-key";
@@ -207,13 +251,15 @@ const char* recognise(Window bytes, const Hints& hints) {
     if (const char* der = recogniseDer(bytes)) return der;
     if (looksLikeAuthToken(bytes)) return "auth-token";
     const bool map = isMap(bytes);
-    if (map && decodeCbor(0, hints.side, viewOf(bytes)).problems.empty()) return "cbor";
+    if (map && decodeCbor(0, sideOf(hints), viewOf(bytes)).problems.empty()) return "cbor";
     if (looksLikeVerificationToken(bytes)) return "verification-token";
     if (map) return "cbor";
     const auto number = static_cast<uint32_t>(bytes.little(0, 4));
-    if (hints.side == Side::kRequest && findCommand(Wire::kRecord, number) != nullptr) {
+    if (sideOf(hints) == Side::kRequest && findCommand(Wire::kRecord, number) != nullptr) {
         return "record";
     }
+    if (beginsLikeAuthToken(bytes)) return "auth-token";
+    if (beginsLikeVerificationToken(bytes)) return "verification-token";
     return nullptr;
 }
 
@@ -221,6 +267,15 @@ std::string explain(Window bytes) {
     if (bytes.empty()) return "the file is empty";
     if (holds(bytes, "-----BEGIN ")) {
         return "the PEM text holds no certificates; openssl pkey or openssl asn1parse read it";
+    }
+    if (const auto outer = DerReader(bytes).nextOrCut(); outer && outer->is(kDerSequence)) {
+        if (outer->missing == 0) {
+            return "it is a SEQUENCE in DER and none of " + kindNames() +
+                   "; openssl asn1parse -inform DER reads it";
+        }
+        return "it begins a SEQUENCE in DER that is cut off after " + countOfBytes(bytes.size()) +
+               ", " + std::to_string(outer->missing) +
+               " are missing; what is left does not say what it is";
     }
     return "the content is not recognised; --as KIND forces one of " + kindNames() +
            ", and the response of a record needs --command and --response";
@@ -262,7 +317,10 @@ std::optional<Inspection> inspectBytes(Window bytes, const Hints& hints, std::st
         why = "there is no kind '" + std::string(kind) + "', only " + kindNames();
         return std::nullopt;
     }
+    why = row->inspect == inspectRecord ? missingForRecord(bytes, hints) : "";
+    if (!why.empty()) return std::nullopt;
     Inspection found = row->inspect(bytes, hints);
+    found.kind = row->name;
     found.size = bytes.size();
     if (!decoded.empty()) {
         found.remarks.push_back("bytes count in the binary form that the text stands for");

@@ -10,7 +10,7 @@ namespace lumo::inspect {
 struct Hints {
     std::string kind;                      // one of kindNames(); empty: by its content
     const CommandInfo* command = nullptr;  // of a message
-    Side side = Side::kRequest;            // of a message
+    std::optional<Side> side;              // of a message; without it a request
 };
 
 // "key-blob, chain, ...": for messages.

@@ -23,7 +23,7 @@ void appendLittle(Bytes& bytes, uint64_t number, size_t width) {
 // Takes fields of a packed record, one behind the other.
 class TokenReader {
   public:
-    TokenReader(Window token, std::string kind) : token_(token) { found_.kind = std::move(kind); }
+    explicit TokenReader(Window token) : token_(token) {}
 
     uint64_t little(size_t width) { return token_.little(begin(width), width); }
     uint64_t big(size_t width) { return token_.big(begin(width), width); }
@@ -84,6 +84,24 @@ bool looksLikeVerificationToken(Window bytes) {
     return bytes.size() == kUnsignedVerificationTokenBytes + mac && (mac == 0 || mac == kMacBytes);
 }
 
+bool beginsLikeAuthToken(Window bytes) {
+    constexpr size_t kTypeAt = 25, kTimestampAt = 29;
+    const uint64_t type = bytes.big(kTypeAt, 4);
+    const bool version_or_size = bytes.big(0, 1) == 0 || bytes.size() == kAuthTokenBytes;
+    return bytes.has(kTimestampAt, 8) && bytes.size() < 2 * kAuthTokenBytes && version_or_size &&
+           type != 0 && !isUnknownValue(kAuthTypeTag, type) &&
+           bytes.big(kTimestampAt, 8) <= kCentury;
+}
+
+bool beginsLikeVerificationToken(Window bytes) {
+    constexpr size_t kTimestampAt = 8, kLevelAt = 16, kMacLengthAt = 20;
+    const uint64_t level = bytes.little(kLevelAt, 4);
+    const uint64_t mac = bytes.little(kMacLengthAt, 4);
+    return bytes.has(kMacLengthAt, 4) && bytes.size() < 2 * kVerificationTokenBytes && level != 0 &&
+           !isUnknownValue(kHardwareTypeTag, level) && (mac == 0 || mac == kMacBytes) &&
+           bytes.little(kTimestampAt, 8) <= kCentury;
+}
+
 std::optional<Bytes> verificationTokenOfJson(Window text) {
     using ::android::hardware::hidl_enum_range;
     using ::android::hardware::keymaster::V4_0::SecurityLevel;
@@ -113,7 +131,7 @@ std::optional<Bytes> verificationTokenOfJson(Window text) {
 }
 
 Inspection inspectAuthToken(Window token) {
-    TokenReader reader(token, "auth token");
+    TokenReader reader(token);
     const uint64_t version = reader.little(1);
     reader.show("version", std::to_string(version));
     if (version != 0) reader.fault("the version is not 0");
@@ -132,7 +150,7 @@ Inspection inspectAuthToken(Window token) {
 }
 
 Inspection inspectVerificationToken(Window token) {
-    TokenReader reader(token, "verification token");
+    TokenReader reader(token);
     reader.show("challenge", idText(reader.little(8)));
     reader.showTimestamp(reader.little(8));
     const uint64_t level = reader.little(4);

@@ -14,6 +14,10 @@ bool looksLikeAuthToken(Window bytes);
 // Whether the bytes have a length, and tell a length of their MAC, that verification tokens have.
 bool looksLikeVerificationToken(Window bytes);
 
+// Whether the fields before the MAC have values of such a token, where the length is another one.
+bool beginsLikeAuthToken(Window bytes);
+bool beginsLikeVerificationToken(Window bytes);
+
 // The binary form of a token that is one JSON object, as lumokm verify-authorization prints it:
 // challenge and mac in hexadecimal digits, timestamp, securityLevel by its published name. Nothing
 // for any other text.

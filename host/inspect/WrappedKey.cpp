@@ -23,13 +23,11 @@ constexpr uint64_t kAes = 32, kTripleDes = 33, kHmac = 128;
 class WrapperReader {
   public:
     explicit WrapperReader(Window der)
-        : der_(der), faults_(found_.faults), fields_(kForm, kForm, faults_) {
-        found_.kind = "wrapped key";
-    }
+        : der_(der), faults_(found_.faults), fields_(kForm, kForm, faults_) {}
 
     Inspection read() {
         DerReader outside(der_);
-        const auto wrapper = fields_.take(outside, kDerSequence, "SecureKeyWrapper");
+        const auto wrapper = fields_.takeWhole(outside, "SecureKeyWrapper");
         if (!wrapper) return std::move(found_);
         fields_.expectEnd(outside, "the wrapper");
         DerReader fields(wrapper->content);

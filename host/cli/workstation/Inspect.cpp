@@ -27,6 +27,7 @@ inspect::Hints Arguments::hints() const {
     if (!kind.empty() && !inspect::isKind(kind)) {
         throw Failure(Exit::usage, "--as: '" + kind + "' is none of " + inspect::kindNames());
     }
+    if (request) hints.side = inspect::Side::kRequest;
     if (response) hints.side = inspect::Side::kResponse;
     if (command.empty()) return hints;
     hints.command = inspect::findCommand(command);
@@ -42,6 +43,7 @@ Report reportOf(const std::vector<Item>& items) {
     for (const Item& item : items) {
         Report one = {{"offset", item.offset}, {"size", item.size}, {"name", item.name}};
         if (!item.value.empty()) one["value"] = item.value;
+        if (item.stale) one["stale"] = true;
         if (!item.parts.empty()) one["parts"] = reportOf(item.parts);
         all.push_back(std::move(one));
     }
@@ -49,16 +51,18 @@ Report reportOf(const std::vector<Item>& items) {
 }
 
 Report reportOf(const Inspection& found) {
-    return {{"kind", found.kind},
-            {"size", found.size},
-            {"fields", reportOf(found.items)},
-            {"remarks", found.remarks},
-            {"faults", describe(found.faults)}};
+    Report report = {{"kind", found.kind}};
+    if (!found.side.empty()) report["side"] = found.side;
+    if (!found.command.empty()) report["command"] = found.command;
+    report["size"] = found.size;
+    report["fields"] = reportOf(found.items);
+    report["remarks"] = found.remarks;
+    report["faults"] = describe(found.faults);
+    return report;
 }
 
 std::string textOf(const Inspection& found) {
-    std::string text = found.kind + ", " + std::to_string(found.size) + " bytes\n";
-    text += "  byte   size  field\n" + toText(found.items);
+    std::string text = titleOf(found) + "\n  byte   size  field\n" + toText(found.items);
     for (const std::string& remark : found.remarks) text += "note: " + remark + "\n";
     for (const inspect::Fault& fault : found.faults) {
         text += "does not add up: " + toText(fault) + "\n";
@@ -98,7 +102,8 @@ Action declareInspect(CLI::App& app, const Common& common) {
 const char kInspectNotes[] =
     "No keymaster is asked. KIND: key-blob, cbor, record, auth-token,\n"
     "verification-token, chain, key-description, wrapped-key or trace. Files of\n"
-    "hexadecimal digits are taken for the bytes that they stand for. Exit status 5\n"
+    "hexadecimal digits are taken for the bytes that they stand for. The response of\n"
+    "a record does not say what it is: give --command and --response. Exit status 5\n"
     "says that something does not add up.\n\n"
     "Examples:\n"
     "  lumokm inspect ec.key\n"
