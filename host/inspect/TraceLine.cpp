@@ -1,9 +1,11 @@
 #include "inspect/TraceLine.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "inspect/Parameters.h"
@@ -64,15 +66,59 @@ Bytes fromHex(const std::string& digits) {
     return bytes;
 }
 
+// A text of the file, as a message quotes it.
+std::string quoted(const std::string& text) {
+    constexpr size_t kMost = 40;
+    return "'" + text.substr(0, kMost) + (text.size() > kMost ? "...'" : "'");
+}
+
+const Json& memberOf(const Json& object, const char* name) {
+    if (!object.is_object()) throw TraceError("an object is something else");
+    const auto found = object.find(name);
+    if (found == object.end()) throw TraceError(std::string("there is no member '") + name + "'");
+    return *found;
+}
+
+[[noreturn]] void failMember(const char* name, const std::string& wanted) {
+    throw TraceError(std::string("the member '") + name + "' is no " + wanted);
+}
+
+std::string readText(const Json& object, const char* name) {
+    const Json& member = memberOf(object, name);
+    if (!member.is_string()) failMember(name, "text");
+    return member.get<std::string>();
+}
+
+// A number from 0 on, or of a signed type of any sign.
+template <typename Number>
+Number readCount(const Json& object, const char* name) {
+    using Limits = std::numeric_limits<Number>;
+    const Json& member = memberOf(object, name);
+    bool fits = false;
+    if (member.is_number_unsigned()) {
+        fits = member.get<uint64_t>() <= static_cast<uint64_t>(Limits::max());
+    } else if (member.is_number_integer()) {
+        fits = Limits::is_signed && member.get<int64_t>() >= static_cast<int64_t>(Limits::min());
+    }
+    if (!fits) failMember(name, "number of its range");
+    return static_cast<Number>(member.get<int64_t>());
+}
+
+bool readFlag(const Json& object, const char* name) {
+    const Json& member = memberOf(object, name);
+    if (!member.is_boolean()) failMember(name, "true or false");
+    return member.get<bool>();
+}
+
 Bytes readMessage(const Json& json, std::vector<Hidden>& hidden) {
-    Bytes bytes = fromHex(json.at("hex").get<std::string>());
-    if (json.at("length").get<size_t>() != bytes.size()) {
+    Bytes bytes = fromHex(readText(json, "hex"));
+    if (readCount<size_t>(json, "length") != bytes.size()) {
         throw TraceError("a message has another length than its digits");
     }
     if (!json.contains("redacted")) return bytes;
     for (const Json& part : json.at("redacted")) {
-        const Hidden found = {part.at("offset").get<size_t>(), part.at("size").get<size_t>(),
-                              part.at("what").get<std::string>()};
+        const Hidden found = {readCount<size_t>(part, "offset"), readCount<size_t>(part, "size"),
+                              readText(part, "what")};
         if (found.offset > bytes.size() || found.size > bytes.size() - found.offset) {
             throw TraceError("a redacted part lies outside its message");
         }
@@ -81,74 +127,94 @@ Bytes readMessage(const Json& json, std::vector<Hidden>& hidden) {
     return bytes;
 }
 
-uint64_t readNumber(const Json& json, uint64_t most) {
-    const std::string text = json.get<std::string>();
+uint64_t readHex(const Json& object, const char* name, uint64_t most) {
+    const std::string text = readText(object, name);
     char* end = nullptr;
+    errno = 0;
     const uint64_t value = std::strtoull(text.c_str(), &end, 16);
-    if (text.rfind("0x", 0) != 0 || *end != 0 || value > most) {
-        throw TraceError("'" + text + "' is no hexadecimal number, or too large");
+    const bool all = text.rfind("0x", 0) == 0 && end == text.c_str() + text.size();
+    if (!all || errno != 0 || value > most) {
+        failMember(name, "hexadecimal number of its range: " + quoted(text));
     }
     return value;
 }
 
 std::chrono::system_clock::time_point readTime(const std::string& text) {
+    constexpr int kFirstYear = 70, kLastYear = 361;  // from 1900 on; a time_point ends in 2262
     tm parts = {};
     int micros = 0;
     const char* rest = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
-    if (rest == nullptr || std::sscanf(rest, ".%6dZ", &micros) != 1) {
-        throw TraceError("'" + text + "' is no time of day");
+    if (rest == nullptr || std::sscanf(rest, ".%6dZ", &micros) != 1 || parts.tm_year < kFirstYear ||
+        parts.tm_year > kLastYear) {
+        failMember("time", "time of day: " + quoted(text));
     }
     return std::chrono::system_clock::from_time_t(::timegm(&parts)) +
            std::chrono::microseconds(micros);
 }
 
 // One of two words: the second is true.
-bool readWord(const Json& json, const char* first, const char* second) {
-    const std::string word = json.get<std::string>();
-    if (word != first && word != second) throw TraceError("'" + word + "' is unknown");
+bool readWord(const Json& object, const char* name, const char* first, const char* second) {
+    const std::string word = readText(object, name);
+    if (word != first && word != second) {
+        failMember(name, std::string(first) + " or " + second + ": " + quoted(word));
+    }
     return word == second;
 }
 
 Exchange read(const Json& json) {
-    if (!json.is_object() || !json.contains("trace"))
+    if (!json.is_object() || !json.contains("trace")) {
         throw TraceError("this is no line of a trace");
-    if (const int version = json.at("trace").get<int>(); version != kTraceVersion) {
+    }
+    if (const int version = readCount<int>(json, "trace"); version != kTraceVersion) {
         throw TraceError("the trace has version " + std::to_string(version) +
                          "; this program reads " + std::to_string(kTraceVersion));
     }
     Exchange exchange;
-    exchange.time = readTime(json.at("time").get<std::string>());
-    exchange.duration = std::chrono::microseconds(json.at("durationMicros").get<uint32_t>());
-    exchange.source = json.at("source").get<std::string>();
-    exchange.process = json.at("process").get<uint64_t>();
-    exchange.link = json.at("link").get<uint64_t>();
-    if (!json.at("boot").is_null()) exchange.boot = readNumber(json.at("boot"), UINT64_MAX);
-    exchange.level = readWord(json.at("level"), "trusted-environment", "strongbox")
+    exchange.time = readTime(readText(json, "time"));
+    exchange.duration = std::chrono::microseconds(readCount<uint32_t>(json, "durationMicros"));
+    exchange.source = readText(json, "source");
+    exchange.process = readCount<uint64_t>(json, "process");
+    exchange.link = readCount<uint64_t>(json, "link");
+    if (!memberOf(json, "boot").is_null()) exchange.boot = readHex(json, "boot", UINT64_MAX);
+    exchange.level = readWord(json, "level", "trusted-environment", "strongbox")
                          ? KM_SECURITY_LEVEL_STRONGBOX
                          : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT;
-    exchange.protocol.legacy = readWord(json.at("protocol"), "cbor", "records");
-    const Json& versions = json.at("versions");
-    exchange.protocol.keymaster_version = versions.at("keymaster").get<uint32_t>();
-    exchange.protocol.ta_minor_version = versions.at("ta").get<uint32_t>();
-    exchange.protocol.hal_minor_version = versions.at("hal").get<uint32_t>();
-    exchange.wire = readWord(json.at("wire"), "cbor", "record") ? Wire::kRecord : Wire::kCbor;
-    exchange.number = static_cast<uint32_t>(readNumber(json.at("number"), UINT32_MAX));
-    exchange.request = readMessage(json.at("request"), exchange.hidden_request);
+    exchange.protocol.legacy = readWord(json, "protocol", "cbor", "records");
+    const Json& versions = memberOf(json, "versions");
+    exchange.protocol.keymaster_version = readCount<uint32_t>(versions, "keymaster");
+    exchange.protocol.ta_minor_version = readCount<uint32_t>(versions, "ta");
+    exchange.protocol.hal_minor_version = readCount<uint32_t>(versions, "hal");
+    exchange.wire = readWord(json, "wire", "cbor", "record") ? Wire::kRecord : Wire::kCbor;
+    exchange.number = static_cast<uint32_t>(readHex(json, "number", UINT32_MAX));
+    exchange.request = readMessage(memberOf(json, "request"), exchange.hidden_request);
     if (json.contains("area")) {
         const Json& area = json.at("area");
-        exchange.area = AnswerArea{area.at("capacity").get<size_t>(), {}, {}};
+        exchange.area = AnswerArea{readCount<size_t>(area, "capacity"), {}, {}};
         if (area.contains("offset")) {
-            exchange.area->offset = area.at("offset").get<uint32_t>();
-            exchange.area->room = area.at("room").get<uint32_t>();
+            exchange.area->offset = readCount<uint32_t>(area, "offset");
+            exchange.area->room = readCount<uint32_t>(area, "room");
         }
     }
-    if (!json.at("response").is_null()) {
+    if (!memberOf(json, "response").is_null()) {
         exchange.response = readMessage(json.at("response"), exchange.hidden_response);
     }
-    exchange.unredacted = json.at("unredacted").get<bool>();
-    exchange.code = json.at("code").get<int32_t>();
-    exchange.reason = json.at("reason").get<std::string>();
+    exchange.unredacted = readFlag(json, "unredacted");
+    exchange.code = readCount<int32_t>(json, "code");
+    exchange.reason = readText(json, "reason");
     return exchange;
+}
+
+// A line has no more than three values in each other; a foreign one may have as many as it has
+// bytes, and each would take far more memory than its byte.
+Json parsed(const std::string& line) {
+    constexpr int kMostDepth = 8;
+    if (const size_t zero = line.find('\0'); zero != std::string::npos) {
+        throw TraceError("byte " + std::to_string(zero + 1) + " of it is zero");
+    }
+    return Json::parse(line, [](int depth, Json::parse_event_t /*event*/, const Json& /*value*/) {
+        if (depth > kMostDepth) throw TraceError("its values are nested too deeply");
+        return true;
+    });
 }
 
 }  // namespace
@@ -226,9 +292,10 @@ std::string toLine(const Exchange& exchange) {
 
 Exchange parseLine(const std::string& line) {
     try {
-        return read(Json::parse(line));
-    } catch (const Json::parse_error&) {
-        throw TraceError("this is no JSON, or it is cut off");
+        return read(parsed(line));
+    } catch (const Json::parse_error& error) {
+        if (error.byte > line.size()) throw TraceError("this is no JSON, or it is cut off");
+        throw TraceError("this is no JSON from byte " + std::to_string(error.byte) + " on");
     } catch (const Json::exception& error) {
         const std::string what = error.what();
         throw TraceError("this is no line of a trace: " + what.substr(what.find(']') + 2));
