@@ -56,6 +56,10 @@ constexpr Field unread(size_t at, size_t width, Since since = Since::always) {
 constexpr uint32_t kEnum = 0x10000000, kEnumRep = 0x20000000, kUint = 0x30000000;
 constexpr uint32_t kUlong = 0x50000000, kDate = 0x60000000, kUlongRep = 0xA0000000;
 
+// What does not follow from what was asked for.
+constexpr uint32_t kCreationDate = kDate | 701;
+constexpr uint32_t kVendorPatchLevel = kUint | 718, kBootPatchLevel = kUint | 719;
+
 constexpr size_t kVersionAt = 8, kHardwareCountAt = 24, kSoftwareCountAt = 273;
 constexpr size_t kAuthTimeoutAt = 246, kRollbackAt = 257, kEarlyBootAt = 351;
 constexpr size_t kOldestEnd = 319, k4_1End = 345, kClearEnd = 352;
@@ -99,17 +103,73 @@ constexpr Field kFields[] = {
     flagged(296, 8, "USAGE_EXPIRE_DATETIME", kDate | 402, Set::software),
     flagged(305, 4, "USER_ID", kUint | 501, Set::software),
     boolean(309, "ALLOW_WHILE_ON_BODY", Set::software),
-    flagged(311, 8, "CREATION_DATETIME", kDate | 701, Set::software),
+    flagged(311, 8, "CREATION_DATETIME", kCreationDate, Set::software),
     {319, 4, "HARDWARE_TYPE", kEnum | 304, Set::hardware, Since::v4_1, 0, 0},
     boolean(323, "TRUSTED_USER_PRESENCE_REQUIRED", Set::hardware, Since::v4_1),
     boolean(324, "TRUSTED_CONFIRMATION_REQUIRED", Set::hardware, Since::v4_1),
-    {325, 4, "VENDOR_PATCHLEVEL", kUint | 718, Set::hardware, Since::v4_1, 329, 0},
-    {330, 4, "BOOT_PATCHLEVEL", kUint | 719, Set::hardware, Since::v4_1, 334, 0},
+    {325, 4, "VENDOR_PATCHLEVEL", kVendorPatchLevel, Set::hardware, Since::v4_1, 329, 0},
+    {330, 4, "BOOT_PATCHLEVEL", kBootPatchLevel, Set::hardware, Since::v4_1, 334, 0},
     unread(335, 9, Since::v4_1),
     boolean(344, "UNLOCKED_DEVICE_REQUIRED", Set::software, Since::v4_1),
     unread(345, 6, Since::earlyBoot),
     boolean(kEarlyBootAt, "EARLY_BOOT_ONLY", Set::hardware, Since::earlyBoot),
 };
+
+bool hasField(const Field& field, uint64_t version) {
+    switch (field.since) {
+        case Since::always:
+            return true;
+        case Since::v4_1:
+            return version >= k4_1;
+        case Since::earlyBoot:
+            return version > versionOf(4, 2) && version != versionOf(4, 3);
+    }
+    return false;
+}
+
+bool differsByNature(const Field& field) {
+    return field.set == Set::unread || field.tag == kCreationDate ||
+           field.tag == kVendorPatchLevel || field.tag == kBootPatchLevel;
+}
+
+// The bytes of the values, of an array with their number.
+Window valuesOf(const Field& field, Window blob) {
+    return blob.sub(field.at, field.capacity == 0 ? field.width : field.width * field.capacity + 4);
+}
+
+// The flag and the values, for people: "2: 2 (SIGN), 3 (VERIFY)".
+std::string textOf(const Field& field, Window blob) {
+    const size_t flag = field.flag == field.at ? 0 : field.flag;
+    if (!blob.has(field.at, field.width)) return "behind the end";
+    if (field.capacity == 0) {
+        const uint64_t value = blob.little(field.at, field.width);
+        if (flag != 0 && blob.little(flag, 1) == 0) {
+            return value == 0 ? "absent" : "absent, with " + std::to_string(value);
+        }
+        return field.at == 0 ? bytesText(blob.sub(0, field.width)) : numberText(field.tag, value);
+    }
+    const uint64_t used = blob.little(field.at + field.width * field.capacity, 4);
+    std::string text = std::to_string(used) + ":";
+    for (size_t i = 0; i < field.capacity; ++i) {
+        const uint64_t value = blob.little(field.at + i * field.width, field.width);
+        if (i < used || value != 0) text += " " + numberText(field.tag, value);
+    }
+    return text;
+}
+
+std::string differenceOf(Window recorded, Window here) {
+    const uint64_t version = recorded.little(kVersionAt, 8);
+    for (const Field& field : kFields) {
+        if (!hasField(field, version) || differsByNature(field)) continue;
+        const bool flags_differ =
+            field.flag != 0 && recorded.sub(field.flag, 1) != here.sub(field.flag, 1);
+        if (!flags_differ && valuesOf(field, recorded) == valuesOf(field, here)) continue;
+        return std::string(field.name) + " (byte " + std::to_string(field.at) +
+               " of the key blob) is " + textOf(field, here) + ", recorded is " +
+               textOf(field, recorded);
+    }
+    return "";
+}
 
 // How many entries a reader finds in each set.
 struct Counts {
@@ -121,13 +181,11 @@ struct Counts {
 
 class BlobReader {
   public:
-    explicit BlobReader(Window blob) : blob_(blob), version_(blob.little(kVersionAt, 8)) {
-        found_.kind = "key blob";
-    }
+    explicit BlobReader(Window blob) : blob_(blob), version_(blob.little(kVersionAt, 8)) {}
 
     Inspection read() {
         for (const Field& field : kFields) {
-            if (hasField(field)) show(field);
+            if (hasField(field, version_)) show(field);
         }
         const size_t end = std::min(endOfFields(), blob_.size());
         found_.items.emplace_back(blob_.sub(end), "the secure application's",
@@ -143,21 +201,9 @@ class BlobReader {
         found_.faults.push_back({"", std::nullopt, byte, std::nullopt, why});
     }
 
-    bool hasField(const Field& field) const {
-        switch (field.since) {
-            case Since::always:
-                return true;
-            case Since::v4_1:
-                return version_ >= k4_1;
-            case Since::earlyBoot:
-                return version_ > versionOf(4, 2) && version_ != versionOf(4, 3);
-        }
-        return false;
-    }
-
     size_t endOfFields() const {
         if (version_ < k4_1) return kOldestEnd;
-        return hasField(kFields[std::size(kFields) - 1]) ? kClearEnd : k4_1End;
+        return hasField(kFields[std::size(kFields) - 1], version_) ? kClearEnd : k4_1End;
     }
 
     void show(const Field& field) {
@@ -241,7 +287,9 @@ class BlobReader {
 
     void checkHeader() {
         if (!looksLikeKeyBlob(blob_)) {
-            fault(0, "it does not begin with \"DKMK\"; attestations would carry no dates of it");
+            fault(0,
+                  "it does not begin with \"DKMK\" (0x4b4d4b44); attestations would carry no dates "
+                  "of it");
         } else if (blob_.little(4, 4) != 0) {
             fault(4, "the word after the magic is not 0; attestations would carry no dates of it");
         }
@@ -301,6 +349,10 @@ bool looksLikeKeyBlob(Window bytes) {
 
 Inspection inspectKeyBlob(Window blob) {
     return BlobReader(blob).read();
+}
+
+std::string keyBlobDifference(Window recorded, Window here) {
+    return differenceOf(recorded, here);
 }
 
 }  // namespace lumo::inspect

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/KeyBlob.h"
 #include "inspect/Parameters.h"
 
 namespace lumo::inspect {
@@ -53,19 +54,6 @@ bool isCoordinate(const Field& field) {
     return field.name == "x" || field.name == "y";
 }
 
-// Where the clear parts of two key blobs differ although the same was asked for. The bytes between
-// these are the application's own; the date of creation lies there, too.
-std::optional<size_t> firstBlobDifference(ByteView a, ByteView b) {
-    constexpr std::pair<size_t, size_t> kCompared[] = {{0, 16}, {24, 268}, {273, 310}};
-    for (const auto& [from, to] : kCompared) {
-        for (size_t i = from; i < to; ++i) {
-            if (i >= a.size() && i >= b.size()) return std::nullopt;
-            if (i >= a.size() || i >= b.size() || a[i] != b[i]) return i;
-        }
-    }
-    return std::nullopt;
-}
-
 // What both messages are compared by: fields that follow from others or say nothing are left out.
 std::vector<const Field*> comparedFields(const Message& message) {
     std::vector<const Field*> fields;
@@ -77,6 +65,28 @@ std::vector<const Field*> comparedFields(const Message& message) {
 
 std::string sizes(const std::string& name, size_t recorded, size_t here) {
     return name + " has " + countOfBytes(here) + ", recorded are " + std::to_string(recorded);
+}
+
+size_t firstDifference(ByteView a, ByteView b) {
+    const size_t both = std::min(a.size(), b.size());
+    return static_cast<size_t>(std::mismatch(a.begin(), a.begin() + both, b.begin()).first -
+                               a.begin());
+}
+
+// "...03420004|9a1b2c3d4e5f6071...": the bytes before and behind a place.
+std::string around(ByteView bytes, size_t place) {
+    constexpr size_t kBefore = 4, kBehind = 8;
+    const size_t from = place - std::min(place, kBefore);
+    return (from > 0 ? "..." : "") + toHex(bytes.sub(from, place - from)) + "|" +
+           toHex(bytes.sub(place, kBehind)) + (bytes.size() > place + kBehind ? "..." : "");
+}
+
+std::string bytesDifference(const std::string& name, ByteView recorded, ByteView here) {
+    const size_t place = firstDifference(recorded, here);
+    const bool same_size = recorded.size() == here.size();
+    return (same_size ? name : sizes(name, recorded.size(), here.size()) + ", and") +
+           " differs from its byte " + std::to_string(place) + " on: it is " + around(here, place) +
+           ", recorded is " + around(recorded, place);
 }
 
 Bytes cborHead(unsigned major, uint64_t value) {
@@ -151,6 +161,15 @@ Bytes withRecordContents(const Message& message, ByteView bytes,
     return result;
 }
 
+bool overlap(const Field& a, const Field& b) {
+    return a.offset < b.offset + b.size && b.offset < a.offset + a.size;
+}
+
+std::string soundness(const Message& message) {
+    if (message.problems.empty()) return "adds up";
+    return "does not add up (" + message.problems.front() + ")";
+}
+
 uint32_t purposeOf(const Message& request) {
     uint32_t purpose = 0;
     for (const Field& field : request.fields) {
@@ -192,10 +211,16 @@ Bytes withContents(const Message& message, ByteView bytes,
     auto sorted = contents;
     std::sort(sorted.begin(), sorted.end(),
               [](const auto& a, const auto& b) { return a.first->offset < b.first->offset; });
-    // Items that lie in each other can be replaced only by a sender who means it.
+    // Items that lie in each other, or in the words that say where items are, can be replaced only
+    // by a sender who means it.
     for (size_t i = 1; i < sorted.size(); ++i) {
-        const Field& before = *sorted[i - 1].first;
-        if (before.offset + before.size > sorted[i].first->offset) return bytes.copy();
+        if (overlap(*sorted[i - 1].first, *sorted[i].first)) return bytes.copy();
+    }
+    for (const Field& pair : message.fields) {
+        if (pair.meaning != Meaning::kLayout) continue;
+        for (const auto& [field, content] : sorted) {
+            if (overlap(pair, *field)) return bytes.copy();
+        }
     }
     return message.wire == Wire::kCbor ? withCborContents(bytes, sorted)
                                        : withRecordContents(message, bytes, sorted);
@@ -280,8 +305,8 @@ Skip Replay::replace(const Exchange& exchange, const Message& request, Contents&
                 if (usesOperation(command) && exchange.code == KM_ERROR_OK) return Skip::kDepends;
                 continue;
             }
+            if (known->second.lost) return Skip::kDepends;
             if (usesOperation(command)) {
-                if (known->second.lost) return Skip::kDepends;
                 operation_ = &known->second;
                 same_key_ = operation_->same_key;
             }
@@ -382,11 +407,19 @@ std::string Replay::compare(const Exchange& exchange, const Answer& answer) {
     if (answer.code != exchange.code) {
         return "recorded is " + errorName(exchange.code) + ", here it is " + errorName(answer.code);
     }
-    if (!exchange.response || !answer.response) return "";
+    if (exchange.response.has_value() != answer.response.has_value()) {
+        return answer.response ? "there is an answer, and none is recorded"
+                               : "there is no answer, and one is recorded";
+    }
+    if (!answer.response) return "";
     const Message recorded = exchange.decodedResponse();
     const Message here = decode(exchange.wire, Side::kResponse, exchange.number, *answer.response);
-    if (recorded.problems.empty() && !here.problems.empty()) {
-        return "the answer does not add up: " + here.problems.front();
+    // Of an answer with hidden parts the place of a problem may be hidden as well.
+    const bool same_problems = exchange.hidden_response.empty()
+                                   ? recorded.problems == here.problems
+                                   : recorded.problems.empty() == here.problems.empty();
+    if (!same_problems) {
+        return "the answer " + soundness(here) + ", the recorded one " + soundness(recorded);
     }
     const std::vector<const Field*> a = comparedFields(recorded);
     const std::vector<const Field*> b = comparedFields(here);
@@ -410,12 +443,9 @@ std::string Replay::compareField(const Exchange& exchange, const Field& recorded
     const bool hidden =
         hiddenIn(recorded.offset, recorded.size, exchange.hidden_response) != nullptr;
     switch (recorded.meaning) {
-        case Meaning::kKeyBlob: {
-            const auto difference = firstBlobDifference(recorded_bytes, here_bytes);
-            if (!difference) return "";
-            return "the clear part of the key blob differs at its byte " +
-                   std::to_string(*difference);
-        }
+        case Meaning::kKeyBlob:
+            return keyBlobDifference({recorded_bytes.data(), recorded_bytes.size()},
+                                     {here_bytes.data(), here_bytes.size()});
         case Meaning::kHandle: {
             const auto known = operations_.find({exchange.level, recorded.number});
             const uint64_t expected =
@@ -453,16 +483,26 @@ std::string Replay::compareField(const Exchange& exchange, const Field& recorded
         if (recorded_bytes.size() == here_bytes.size()) return "";
         return sizes(recorded.name, recorded_bytes.size(), here_bytes.size());
     }
-    const bool same = recorded.is_bytes
-                          ? equal(recorded_bytes, here_bytes)
-                          : recorded.number == here.number && recorded.value == here.value;
-    if (same) return "";
+    if (recorded.is_bytes && here.is_bytes) {
+        if (equal(recorded_bytes, here_bytes)) return "";
+        // Over CBOR its label is that of any output.
+        const bool key = recorded.meaning == Meaning::kPublicKey && exchange.wire == Wire::kCbor;
+        return bytesDifference(key ? "the public key" : recorded.name, recorded_bytes, here_bytes);
+    }
+    if (recorded.number == here.number && recorded.value == here.value) return "";
     return recorded.name + " is " + here.value + ", recorded is " + recorded.value;
 }
 
 std::string Replay::compareOutput(ByteView recorded, ByteView here, bool hidden) const {
     const bool plaintext = operation_ != nullptr && operation_->purpose == KM_PURPOSE_DECRYPT;
-    if (plaintext && !hidden && !equal(recorded, here)) return "the plaintext differs";
+    // Plaintext is compared, and not repeated in a message.
+    if (plaintext && !hidden && !equal(recorded, here)) {
+        const std::string place = std::to_string(firstDifference(recorded, here));
+        return (recorded.size() == here.size()
+                    ? "the plaintext"
+                    : sizes("the plaintext", recorded.size(), here.size()) + ", and") +
+               " differs from its byte " + place + " on";
+    }
     // The numbers of an EC signature are of any length in DER.
     if (!plaintext && isDer(recorded) && isDer(here)) return "";
     return recorded.size() == here.size() ? "" : sizes("the output", recorded.size(), here.size());
@@ -471,6 +511,7 @@ std::string Replay::compareOutput(ByteView recorded, ByteView here, bool hidden)
 void Replay::learn(const Exchange& exchange, const Message& recorded, const Message& here,
                    ByteView answer) {
     const CommandInfo* command = recorded.command;
+    if (command == nullptr) return;
     const ByteView before = responseOf(exchange);
     const Field* field = recorded.find(Meaning::kKeyBlob);
     if (field != nullptr && here.find(Meaning::kKeyBlob) != nullptr) {
@@ -483,7 +524,6 @@ void Replay::learn(const Exchange& exchange, const Message& recorded, const Mess
         nonces_[bytesOf(*field, before).copy()] =
             bytesOf(*here.find(Meaning::kNonce), answer).copy();
     }
-    if (command == nullptr) return;
     if (command->id == CommandId::kGetHmacSharingParameters) {
         const auto record = [](const Message& message, ByteView bytes) {
             Bytes both;

@@ -379,8 +379,8 @@ OpenedKey openBlob(ByteView blob, ByteView blob_key) {
 void checkClearPart(ByteView blob, keymaster_security_level_t level) {
     const ByteView clear = blob.sub(0, kClearBytes);
     if (loadLittle(clear.data() + kMagicAt, 4) != kMagic) {
-        refuse(KM_ERROR_INVALID_KEY_BLOB, "this is no key blob, it does not begin with ",
-               hexWord(kMagic), "; give the file that generate or import wrote");
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "this is no key blob, it does not begin with \"DKMK\" (",
+               hexWord(kMagic), "); give the file that generate or import wrote");
     }
     OpenedKey claimed;
     claimed.version = versionOf(clear);
