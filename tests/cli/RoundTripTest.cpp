@@ -146,7 +146,8 @@ $K decrypt -k key --mode ecb --padding none -i enc -o back
 $K generate --algorithm ec --curve p256 --purpose sign,verify --digest sha256 -o key
 $K sign -k key --digest sha256 -i data -o sig; $K verify -k key --digest sha256 -i data --signature sig
 grep -q 736f6d6520706c61696e2074657874 trace; (cat trace; printf '{"trace":1,') >cut
-LUMO_STATE_DIR=third $R cut 2>said || { cat said; false; }; grep -q ' sent, 1 left out: 1 unreadable' said
+refused 5 env LUMO_STATE_DIR=third $R cut 2>said || { cat said; false; }
+grep -q ' sent, 1 left out: 1 unreadable' said
 sed 's/"code":0/"code":-4/' trace >other-outcome; refused 5 $R other-outcome
 chmod 644 trace; refused 2 $K info; rm trace)"},
 };

@@ -159,14 +159,14 @@ void requireSameProtocol(KeymasterUtils& transport, const inspect::Protocol& rec
 
 struct Counts {
     size_t sent = 0;
-    size_t unreadable = 0;
+    TraceCounts read;
     size_t other_source = 0;
     std::map<Skip, size_t> skipped;
 };
 
 std::string sentenceOf(const Counts& counts) {
     std::string text = std::to_string(counts.sent) + " sent";
-    size_t left_out = counts.other_source + counts.unreadable;
+    size_t left_out = counts.other_source + counts.read.unreadable;
     for (const auto& skipped : counts.skipped) left_out += skipped.second;
     if (left_out == 0) return text;
     text += ", " + std::to_string(left_out) + " left out:";
@@ -177,7 +177,7 @@ std::string sentenceOf(const Counts& counts) {
     };
     for (const auto& [skip, count] : counts.skipped) add(inspect::describe(skip), count);
     add("seen by the daemon as well", counts.other_source);
-    add("unreadable", counts.unreadable);
+    add("unreadable", counts.read.unreadable);
     return text + reasons;
 }
 
@@ -245,11 +245,11 @@ class Run {
 // Where the client's side and the daemon's stand in one file, each exchange is there twice.
 std::vector<Line> readLines(const std::string& path, Counts& counts) {
     std::vector<Line> lines;
-    counts.unreadable =
+    counts.read =
         readTrace(path, [&](size_t number, const Exchange& exchange, const std::string& /*line*/) {
             lines.push_back({number, exchange});
             return true;
-        }).unreadable;
+        });
     const auto of_client = [](const Line& line) { return line.exchange.source == "client"; };
     if (std::none_of(lines.begin(), lines.end(), of_client)) return lines;
     const auto others = std::stable_partition(lines.begin(), lines.end(), of_client);
@@ -276,13 +276,17 @@ Action declareReplay(CLI::App& app, const Common& common) {
         Run run(readLines(arguments->path, counts), arguments->destructive);
         const std::string difference = run.carryOut(counts);
         if (!difference.empty()) throw Failure(Exit::check, difference + "; " + sentenceOf(counts));
+        if (counts.sent == 0) {
+            throw Failure(Exit::usage, "nothing of the trace can be sent: " + sentenceOf(counts));
+        }
         Report report = {{"sent", counts.sent}, {"skipped", Report::object()}};
         for (const auto& [skip, count] : counts.skipped) {
             report["skipped"][inspect::nameOf(skip)] = count;
         }
         report["seenByDaemonToo"] = counts.other_source;
-        report["unreadable"] = counts.unreadable;
+        report["unreadable"] = counts.read.unreadable;
         conclude(common, report, "no difference that matters; " + sentenceOf(counts));
+        requireAllRead(common, counts.read);
     };
 }
 

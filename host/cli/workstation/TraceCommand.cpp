@@ -12,6 +12,11 @@ namespace lumo::cli {
 
 namespace {
 
+bool addsUp(const inspect::Exchange& exchange) {
+    return exchange.decodedRequest().problems.empty() &&
+           exchange.decodedResponse().problems.empty();
+}
+
 struct Filters {
     std::string command;
     std::string level;
@@ -22,7 +27,7 @@ struct Filters {
     bool keep(size_t number, const inspect::Exchange& exchange,
               const inspect::CommandInfo* wanted) const {
         if (number < from || number > to) return false;
-        if (errors && exchange.code == 0) return false;
+        if (errors && exchange.code == 0 && addsUp(exchange)) return false;
         const bool strongbox = exchange.level == KM_SECURITY_LEVEL_STRONGBOX;
         if (!level.empty() && strongbox != (level == "strongbox")) return false;
         return wanted == nullptr || inspect::findCommand(exchange.wire, exchange.number) == wanted;
@@ -42,9 +47,20 @@ std::string sideText(const char* name, const inspect::Message& message, size_t s
            inspect::toText(message, "  ");
 }
 
+std::string problemsText(const char* name, const inspect::Message& message) {
+    std::string text;
+    for (const std::string& problem : message.problems) {
+        text += std::string("    ! ") + name + ", " + problem + "\n";
+    }
+    return text;
+}
+
 std::string textOf(size_t number, const inspect::Exchange& exchange, bool brief) {
     std::string text = headOf(number, exchange) + "\n";
-    if (brief) return text;
+    if (brief) {
+        return text + problemsText("request", exchange.decodedRequest()) +
+               problemsText("response", exchange.decodedResponse());
+    }
     text += sideText("request", exchange.decodedRequest(), exchange.request.size());
     if (!exchange.response) return text + "  no response\n\n";
     return text + sideText("response", exchange.decodedResponse(), exchange.response->size()) +
@@ -69,13 +85,20 @@ Action declareTrace(CLI::App& app, const Common& common) {
     app.add_option("--level", filters.level, "only this level: tee or strongbox")
         ->check(CLI::IsMember({"tee", "strongbox"}))
         ->type_name("LEVEL");
-    app.add_flag("--errors", filters.errors, "only what did not succeed");
+    app.add_flag("--errors", filters.errors, "only what did not succeed or does not add up");
     app.add_option("--from", filters.from, "from this line of the file on")->type_name("N");
     app.add_option("--to", filters.to, "up to this line of the file")->type_name("N");
     app.add_flag("--brief", arguments->brief, "one line an exchange, without the messages");
     return [arguments, &common] {
         const auto* wanted = wantedCommand(arguments->filters.command);
-        Output output("-");
+        const Filters& asked = arguments->filters;
+        if (asked.from > asked.to) {
+            throw Failure(Exit::usage, "--from " + std::to_string(asked.from) + " is behind --to " +
+                                           std::to_string(asked.to));
+        }
+        // Where a line that comes later fails, the failure is to be the one object that is printed.
+        Output output("-", Output::Kind::data,
+                      common.json ? Output::Flow::held : Output::Flow::direct);
         const auto write = [&](const std::string& text) {
             output.write(reinterpret_cast<const uint8_t*>(text.data()), text.size());
         };
@@ -84,8 +107,8 @@ Action declareTrace(CLI::App& app, const Common& common) {
         const TraceCounts counts = readTrace(
             arguments->path,
             [&](size_t number, const inspect::Exchange& exchange, const std::string& line) {
-                if (number > arguments->filters.to) return false;
-                if (!arguments->filters.keep(number, exchange, wanted)) return true;
+                if (number > asked.to) return false;
+                if (!asked.keep(number, exchange, wanted)) return true;
                 if (common.json) {
                     write((first ? "\n" : ",\n") + line);
                 } else {
@@ -98,6 +121,8 @@ Action declareTrace(CLI::App& app, const Common& common) {
             write("\n],\"unreadable\":" + std::to_string(counts.unreadable) + "}\n");
         }
         output.commit();
+        if (first) remark("none of the " + std::to_string(counts.lines) + " lines is as asked for");
+        requireAllRead(common, counts);
     };
 }
 
