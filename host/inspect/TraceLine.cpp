@@ -73,7 +73,7 @@ std::string quoted(const std::string& text) {
 }
 
 const Json& memberOf(const Json& object, const char* name) {
-    if (!object.is_object()) throw TraceError("an object is something else");
+    if (!object.is_object()) throw TraceError("something else stands where an object belongs");
     const auto found = object.find(name);
     if (found == object.end()) throw TraceError(std::string("there is no member '") + name + "'");
     return *found;
@@ -100,7 +100,7 @@ Number readCount(const Json& object, const char* name) {
     } else if (member.is_number_integer()) {
         fits = Limits::is_signed && member.get<int64_t>() >= static_cast<int64_t>(Limits::min());
     }
-    if (!fits) failMember(name, "number of its range");
+    if (!fits) failMember(name, "number, or out of its range");
     return static_cast<Number>(member.get<int64_t>());
 }
 
@@ -134,7 +134,7 @@ uint64_t readHex(const Json& object, const char* name, uint64_t most) {
     const uint64_t value = std::strtoull(text.c_str(), &end, 16);
     const bool all = text.rfind("0x", 0) == 0 && end == text.c_str() + text.size();
     if (!all || errno != 0 || value > most) {
-        failMember(name, "hexadecimal number of its range: " + quoted(text));
+        failMember(name, "hexadecimal number, or out of its range: " + quoted(text));
     }
     return value;
 }

@@ -25,8 +25,7 @@ std::vector<std::string> UnreadableLines::sentences() const {
             reason.more == 0 ? "" : " and " + std::to_string(reason.more) + " more";
         all.push_back("line " + std::to_string(reason.first) + more + ": " + reason.why);
     }
-    if (others_ != 0)
-        all.push_back("so many other lines cannot be read: " + std::to_string(others_));
+    if (others_ != 0) all.push_back(std::to_string(others_) + " other lines cannot be read either");
     return all;
 }
 
