@@ -264,6 +264,14 @@ Skip Replay::prepare(const Exchange& exchange, Bytes& request) {
         lose(exchange, decoded);
         return skip;
     }
+    // What is the same here stands in the request as it was written, minimal or not.
+    const auto same = [&](const auto& replaced) {
+        const auto& [field, content] = replaced;
+        return field->is_bytes
+                   ? equal(bytesOf(*field, exchange.request), content)
+                   : secureapp::loadLittle(content.data(), kHandleBytes) == field->number;
+    };
+    contents.erase(std::remove_if(contents.begin(), contents.end(), same), contents.end());
     request = withContents(decoded, exchange.request, contents);
     return Skip::kNone;
 }
