@@ -83,8 +83,8 @@ class KeymasterHalDevice {
     // CBOR: a null `params` is an empty set. Where the characteristics cannot be read, the blob and
     // a hardware-enforced set that was good are the caller's all the same.
     // Records: absent `params` is -32. KM_ERROR_INVALID_KEY_BLOB (-33) for a blob of less than 395
-    // bytes. After an error beyond the link, whatever `key_blob` holds, even from before the call,
-    // is released with free and cleared.
+    // bytes. After an error beyond the link, an array in `key_blob`, even from before the call, is
+    // released with free and the blob cleared; without an array its size means nothing.
     [[nodiscard]] keymaster_error_t generate_key(const keymaster_key_param_set_t* params,
                                                  keymaster_key_blob_t* key_blob,
                                                  keymaster_key_characteristics_t* characteristics);
