@@ -16,9 +16,9 @@ constexpr char kLogTag[] = "lumo-transport";
 std::atomic<bool> wanted_by_someone{false};
 
 std::string outcome(const ExchangeReason& reason) {
-    if (reason.code == KM_ERROR_OK) return "OK";
     const auto number = static_cast<int32_t>(reason.code);
-    const std::string code = inspect::errorName(number) + " (" + std::to_string(number) + ")";
+    std::string code = inspect::errorName(number);
+    if (number != KM_ERROR_OK) code += " (" + std::to_string(number) + ")";
     return reason.text.empty() ? code : code + ": " + reason.text;
 }
 

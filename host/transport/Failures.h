@@ -15,6 +15,9 @@ keymaster_error_t noteFailure(TransportStatus::Kind kind, keymaster_error_t code
 // The exchange got an answer: the command's outcome, and what the answer's sender says of it.
 void noteAnswer(keymaster_error_t code, secureapp::Cause cause, std::string_view reason);
 
+// The exchange got an answer, whose outcome is noted already, and met a fault on command.
+void noteFault(std::string what);
+
 // Keeps what is noted as it is while other exchanges than the caller's are made.
 class KeptReason {
   public:

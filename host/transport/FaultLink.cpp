@@ -32,12 +32,31 @@ bool damagesReply(Kind kind) {
     return kind == Kind::kShort || kind == Kind::kLong || kind == Kind::kGarbled;
 }
 
+// What became of an exchange that went through all the same.
+const char* wordsFor(Kind kind) {
+    switch (kind) {
+        case Kind::kShort:
+            return "the reply was cut short";
+        case Kind::kLong:
+            return "bytes were added to the reply";
+        case Kind::kGarbled:
+            return "bits of the reply were flipped";
+        case Kind::kLate:
+            return "the reply came late";
+        default:
+            return "the disk was full, and the command did not need it";
+    }
+}
+
+std::string named(const std::string& what, const FaultRule& rule) {
+    return what + " (fault on command: " + rule.text + ")";
+}
+
 }  // namespace
 
 keymaster_error_t FaultLink::fail(const FaultRule& rule, keymaster_error_t code,
                                   const std::string& what) const {
-    return noteFailure(TransportStatus::transport, code,
-                       what + " (fault on command: " + rule.text + ")");
+    return noteFailure(TransportStatus::transport, code, named(what, rule));
 }
 
 keymaster_error_t FaultLink::open() {
@@ -52,7 +71,7 @@ keymaster_error_t FaultLink::open() {
     return base_->open();
 }
 
-// Carries out what one rule says; `damage` changes the reply of a successful exchange.
+// Carries out what one rule says; `damage` changes the reply of an exchange that went through.
 template <typename Exchange, typename Damage>
 keymaster_error_t FaultLink::meet(const FaultRule& rule, Exchange exchange, Damage damage) {
     logFault(rule);
@@ -74,7 +93,13 @@ keymaster_error_t FaultLink::meet(const FaultRule& rule, Exchange exchange, Dama
     if (rule.kind == Kind::kLost) {
         return fail(rule, KM_ERROR_SECURE_HW_COMMUNICATION_FAILED, "the reply is lost");
     }
-    if (error == KM_ERROR_OK && damagesReply(rule.kind)) damage();
+    if (error != KM_ERROR_OK) return error;
+    const bool damages = damagesReply(rule.kind);
+    if (damages) damage();
+    // Why a command was refused says more than that its answer came late.
+    if (damages || lastExchangeReason().code == KM_ERROR_OK) {
+        noteFault(named(wordsFor(rule.kind), rule));
+    }
     return error;
 }
 

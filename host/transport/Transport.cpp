@@ -74,6 +74,11 @@ void noteAnswer(keymaster_error_t code, secureapp::Cause cause, std::string_view
     noted.text = reason;
 }
 
+void noteFault(std::string what) {
+    latest().cause = ExchangeReason::fault;
+    latest().text = std::move(what);
+}
+
 KeptReason::~KeptReason() {
     latest() = std::move(kept_);
 }
@@ -156,6 +161,7 @@ TransportStatus lastTransportFailure() {
     switch (reason.cause) {
         case ExchangeReason::none:
         case ExchangeReason::refusal:
+        case ExchangeReason::fault:
             break;
         case ExchangeReason::usage:
             return {TransportStatus::usage, reason.text};

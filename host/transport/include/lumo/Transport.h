@@ -73,12 +73,14 @@ struct ExchangeReason {
         storage,    // the secure application's storage failed
         transport,  // the secure application was not reached, or its answer did not come
         usage,      // LUMO_TRANSPORT cannot be understood
+        fault,      // it went through, but met a fault on command, which may have damaged the reply
     };
-    // The command's outcome on both protocols: for a record the status in its answer.
+    // The command's outcome on both protocols: for a record the status in its answer, before any
+    // damage to it.
     keymaster_error_t code = KM_ERROR_OK;
     Cause cause = none;
     // One sentence for people, without secrets; empty when there was none to say. That of a refusal
-    // compares values, that of a failure says what to try as well.
+    // compares values, that of a failure says what to try as well, that of a fault names it.
     std::string text;
 };
 
