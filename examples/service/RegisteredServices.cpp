@@ -61,4 +61,6 @@ void describeWayThere(Report& report, SecurityLevel /*level*/) {
     report["transport"] = "registered service";
 }
 
+void describeMessageLimits(Report& /*limits*/, SecurityLevel /*level*/) {}
+
 }  // namespace lumo::cli

@@ -184,10 +184,12 @@ Action declareCapabilities(CLI::App& /*app*/, const Common& common) {
         Report report = hardwareInfo(examination.device());
         report["client"] = LUMO_KEYMASTER_VERSION;
         describeWayThere(report, common.level());
-        report["limits"] = {{"updateBytes", Operation::kMaxUpdateBytes},
-                            {"associatedDataBytes", Operation::kMaxAssociatedDataBytes},
-                            {"challengeBytes", kMaxChallengeBytes},
-                            {"operationsAtOnce", operationsAtOnce(examination)}};
+        Report& limits = report["limits"];
+        describeMessageLimits(limits, common.level());
+        limits["updateBytes"] = Operation::kMaxUpdateBytes;
+        limits["associatedDataBytes"] = Operation::kMaxAssociatedDataBytes;
+        limits["challengeBytes"] = kMaxChallengeBytes;
+        limits["operationsAtOnce"] = operationsAtOnce(examination);
         report["keySizes"] = keySizes(examination);
         report["operations"] = operationsOf(examination);
         print(report, common.json);

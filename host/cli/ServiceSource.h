@@ -56,4 +56,7 @@ void watchWayThere();
 // Adds to a report how the keymaster of a level is reached.
 void describeWayThere(Report& report, SecurityLevel level);
 
+// Adds to a report the most bytes of a message to and from the keymaster, as far as they are known.
+void describeMessageLimits(Report& limits, SecurityLevel level);
+
 }  // namespace lumo::cli

@@ -17,15 +17,13 @@ using lumo::secureapp::Bytes;
 using lumo::secureapp::ByteView;
 using lumo::secureapp::FrameKind;
 using lumo::secureapp::RequestFrame;
+using lumo::transport::kRequestCapacity;
 using Call = lumo::transport::OneCaller::Call;
 using Wire = lumo::inspect::Wire;
 
 struct Free {
     void operator()(uint8_t* memory) const { std::free(memory); }
 };
-
-// Holds the largest finish that a client may reasonably send in one piece.
-constexpr size_t kRequestCapacity = 1 << 20;
 
 // A record begins with the number of its command.
 constexpr size_t kCommandBytes = 4;

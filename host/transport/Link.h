@@ -8,6 +8,10 @@
 
 namespace lumo::transport {
 
+// Of the buffer for CBOR requests: holds the largest finish that a client may reasonably send in
+// one piece.
+constexpr size_t kRequestCapacity = 1 << 20;
+
 // A link notes how each exchange ended (see Failures.h) and returns a code for it: none of these
 // functions throws anything but std::bad_alloc.
 class Link {

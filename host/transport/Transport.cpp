@@ -1,5 +1,7 @@
 #include "lumo/Transport.h"
 
+#include <KeymasterUtils.h>
+
 #include "ExchangeLog.h"
 #include "Failures.h"
 #include "FaultLink.h"
@@ -132,10 +134,19 @@ TransportCheck::~TransportCheck() = default;
 
 TransportFacts TransportCheck::facts() const {
     const secureapp::ServerFacts known = opened_->link->facts();
-    TransportFacts facts = {known.legacy, known.keymaster_version, known.ta_minor_version,
-                            known.hal_minor_version, ""};
-    if (transport::chosenTransport().kind == transport::TransportName::Kind::kSim) {
-        facts.state_directory = secureapp::defaultStateDirectory();
+    TransportFacts facts;
+    facts.records = known.legacy;
+    facts.keymaster_version = known.keymaster_version;
+    facts.ta_minor_version = known.ta_minor_version;
+    facts.hal_minor_version = known.hal_minor_version;
+    const bool own = transport::chosenTransport().kind == transport::TransportName::Kind::kSim;
+    if (own) facts.state_directory = secureapp::defaultStateDirectory();
+    if (facts.records) {
+        facts.largest_request = keymasterutils::KeymasterUtils::kSharedBufferBytes;
+        facts.largest_response = facts.largest_request;
+    } else {
+        facts.largest_request = transport::kRequestCapacity;
+        facts.largest_response = own ? 0 : secureapp::kMaxBodyBytes;
     }
     return facts;
 }

@@ -211,6 +211,12 @@ void describeWayThere(Report& report, SecurityLevel level) {
     report["properties"] = loadProperties().path;
 }
 
+void describeMessageLimits(Report& limits, SecurityLevel level) {
+    const TransportFacts facts = requireService(level)->facts();
+    if (facts.largest_request != 0) limits["requestBytes"] = facts.largest_request;
+    if (facts.largest_response != 0) limits["responseBytes"] = facts.largest_response;
+}
+
 }  // namespace lumo::cli
 
 // In place of liblog's, which would write lines of its own and abort.

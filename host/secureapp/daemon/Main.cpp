@@ -32,6 +32,7 @@ void printCapabilities() {
         {"security_levels", {"trusted-environment", "strongbox"}},
         {"carriers", {"unix"}},
         {"largest_request_bytes", kMaxBodyBytes},
+        {"largest_answer_bytes", kMaxBodyBytes},
         {"largest_record_answer_bytes", kMaxCapacity},
         {"most_clients", kMaxClients},
         {"frame_patience_ms", kFramePatience.count()},

@@ -15,6 +15,7 @@
 
 #include <hardware/keymaster_defs.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -37,6 +38,10 @@ struct TransportFacts {
     uint32_t keymaster_version = 0;
     uint32_t ta_minor_version = 0;
     uint32_t hal_minor_version = 0;
+    // The most bytes of a message in each direction; 0 where nothing but memory bounds it. Records
+    // of both directions lie in one region together.
+    size_t largest_request = 0;
+    size_t largest_response = 0;
     // Where one in this process keeps its secrets; empty for any other.
     std::string state_directory;
 };
