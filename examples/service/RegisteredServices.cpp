@@ -34,6 +34,10 @@ sp<Device41> openDevice41(SecurityLevel level, bool /*registered*/) {
 // What the service met on its way is in the device's log alone.
 void requireWayThere() {}
 
+bool latestCallWasAccepted() {
+    return false;
+}
+
 void watchWayThere() {}
 
 std::string reasonOf(km::V4_1::ErrorCode /*error*/) {

@@ -114,6 +114,7 @@ Parameters keyOf(Algorithm algorithm, const Parameters& others) {
 bool accepted(ErrorCode error) {
     if (error == ErrorCode::OK) return true;
     requireWayThere();
+    if (readerStatusIn(error)) require("find out what the keymaster can do", error);
     return false;
 }
 

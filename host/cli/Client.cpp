@@ -10,6 +10,7 @@
 
 #include "Failure.h"
 #include "Files.h"
+#include "ReaderStatus.h"
 #include "ServiceSource.h"
 
 namespace lumo::cli {
@@ -58,9 +59,24 @@ void routeLog(bool verbose, std::function<void(const Failure&)> report) {
     __android_log_set_logger(verbose ? logToStderr : logNowhere);
 }
 
+std::optional<int32_t> readerStatusIn(ErrorCode error) {
+    const auto number = static_cast<int32_t>(error);
+    // Where the secure application is known to have accepted the call, it has not given the code.
+    const bool of_reader =
+        isReaderStatus(number) || (number == kBadValueStatus && latestCallWasAccepted());
+    return of_reader ? std::optional(number) : std::nullopt;
+}
+
 void require(const std::string& doing, km::V4_1::ErrorCode error) {
     if (error == km::V4_1::ErrorCode::OK) return;
-    requireWayThere();
+    try {
+        requireWayThere();
+    } catch (const Failure& failure) {  // says more than the error that became of it
+        throw Failure(failure.status(), failure.what(), {error, std::nullopt, ""});
+    }
+    if (const auto status = readerStatusIn(static_cast<ErrorCode>(error))) {
+        throw unreadableAnswer(doing, *status, reasonOf(error));
+    }
     throw keymasterFailure(doing, error, reasonOf(error));
 }
 

@@ -4,6 +4,7 @@
 #include <android/hardware/keymaster/4.1/IKeymasterDevice.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,10 @@ void require(const std::string& doing, km::V4_1::ErrorCode error);
 
 // The same for a call with a callback that stores its error in `error`.
 void require(const std::string& doing, const Return<void>& result, const ErrorCode& error);
+
+// The number that the library's reader of answers gave in place of a code; none where `error` is
+// the code of this thread's latest call.
+std::optional<int32_t> readerStatusIn(ErrorCode error);
 
 // The token in a file of 69 bytes; the empty token if `path` is empty. Throws Failure.
 HardwareAuthToken readAuthToken(const std::string& path);

@@ -41,11 +41,13 @@ int report(const Failure& failure, const std::string& command, bool as_json) {
     const int status = static_cast<int>(failure.status());
     if (!as_json) return status;
     Report error = {{"command", command}, {"exit", status}, {"status", nameOf(failure.status())}};
-    if (const auto code = failure.code()) {
+    const auto& [code, reader_status, reason] = failure.outcome();
+    if (code) {
         error["code"] = static_cast<int32_t>(*code);
         error["name"] = toString(*code);
-        if (!failure.reason().empty()) error["reason"] = failure.reason();
     }
+    if (reader_status) error["readerStatus"] = *reader_status;
+    if (!reason.empty()) error["reason"] = reason;
     error["message"] = message;
     try {
         print({{"error", error}}, true);

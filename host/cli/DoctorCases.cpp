@@ -258,7 +258,9 @@ Answer deleteKey(Examination& e) {
     const ErrorCode error = e.device().deleteKey(key);
     if (error != ErrorCode::OK || !resistant) return {error, ""};
     const ErrorCode used = e.use({KeyPurpose::SIGN, key, sha256(), message(), {}, {}});
-    return {error, used == ErrorCode::INVALID_KEY_BLOB ? "" : "the key works after that"};
+    if (used == ErrorCode::INVALID_KEY_BLOB) return {error, ""};
+    if (used != ErrorCode::OK) require("use the key to see that it is gone", used);
+    return {error, "the key works after that"};
 }
 
 Answer beginAndAbort(Examination& e) {

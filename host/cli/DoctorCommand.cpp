@@ -7,6 +7,7 @@
 #include "Command.h"
 #include "DoctorCases.h"
 #include "Files.h"
+#include "ReaderStatus.h"
 #include "Report.h"
 #include "ServiceSource.h"
 
@@ -18,7 +19,8 @@ struct Verdict {
     const DoctorCase& row;
     bool passed = false;
     std::optional<ErrorCode> code;
-    std::string why;  // of one that did not pass
+    std::optional<int32_t> reader_status;  // in place of a code
+    std::string why;                       // of one that did not pass
     double milliseconds = 0;
 };
 
@@ -52,21 +54,32 @@ bool isOfLevel(const DoctorCase& row, SecurityLevel level) {
 }
 
 Verdict tryOut(const DoctorCase& row, Examination& examination) {
-    Verdict verdict{row, false, std::nullopt, "", 0};
+    Verdict verdict{row, false, std::nullopt, std::nullopt, "", 0};
     const auto start = std::chrono::steady_clock::now();
     try {
         const Answer answer = row.call(examination);
-        verdict.code = answer.code;
-        verdict.passed = isWanted(row, answer.code) && answer.fault.empty();
-        if (!isWanted(row, answer.code)) {
-            verdict.why = nameOf(answer.code) + " in place of " + wanted(row);
+        verdict.reader_status = readerStatusIn(answer.code);
+        const bool is_wanted = !verdict.reader_status && isWanted(row, answer.code);
+        if (!verdict.reader_status) verdict.code = answer.code;
+        verdict.passed = is_wanted && answer.fault.empty();
+        if (!is_wanted) {
+            verdict.why = (verdict.reader_status ? unreadableText(*verdict.reader_status)
+                                                 : nameOf(answer.code)) +
+                          ", in place of " + wanted(row);
             const std::string reason = reasonOf(static_cast<km::V4_1::ErrorCode>(answer.code));
             if (!reason.empty()) verdict.why += ": " + reason;
         } else {
             verdict.why = answer.fault;
         }
     } catch (const Failure& failure) {
+        const CallOutcome& outcome = failure.outcome();
+        if (outcome.code) verdict.code = static_cast<ErrorCode>(*outcome.code);
+        verdict.reader_status = outcome.reader_status;
         verdict.why = failure.what();
+        // What failed on the way to the keymaster is told without the code that became of it.
+        if (verdict.code && verdict.why.find(nameOf(*verdict.code)) == std::string::npos) {
+            verdict.why = nameOf(*verdict.code) + ": " + verdict.why;
+        }
     }
     const std::chrono::duration<double, std::milli> taken =
         std::chrono::steady_clock::now() - start;
@@ -99,6 +112,7 @@ Report describe(const Verdict& verdict) {
         report["code"] = static_cast<int32_t>(*verdict.code);
         report["name"] = toString(static_cast<km::V4_1::ErrorCode>(*verdict.code));
     }
+    if (verdict.reader_status) report["readerStatus"] = *verdict.reader_status;
     if (!verdict.why.empty()) report["why"] = verdict.why;
     report["milliseconds"] = std::round(verdict.milliseconds * 1000) / 1000;
     return report;

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "ErrorTexts.h"
+#include "ReaderStatus.h"
 
 namespace lumo::cli {
 
@@ -48,7 +49,13 @@ Failure keymasterFailure(const std::string& doing, ErrorCode error, const std::s
                           std::to_string(static_cast<int32_t>(error)) + ")";
     if (!reason.empty()) message += ": " + reason;
     if (reason.find("; ") == std::string::npos) message += "; " + adviceFor(error);
-    return Failure(statusOf(error), message, error, reason);
+    return Failure(statusOf(error), message, {error, std::nullopt, reason});
+}
+
+Failure unreadableAnswer(const std::string& doing, int32_t status, const std::string& reason) {
+    const std::string why = reason.empty() ? std::string("; ") + kUnreadableAdvice : ": " + reason;
+    return Failure(Exit::transport, "could not " + doing + ": " + unreadableText(status) + why,
+                   {std::nullopt, status, reason});
 }
 
 Failure fileFailure(const std::string& action, const std::string& path, int error_number) {

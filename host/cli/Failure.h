@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace lumo::cli {
 
@@ -15,31 +16,30 @@ enum class Exit : int {
     other = 1,      // a file, the machine
     usage = 2,      // the command line, the environment, an input of the wrong form
     refused = 3,    // the keymaster refused
-    transport = 4,  // the secure application cannot be reached
+    transport = 4,  // the secure application cannot be reached, or its answer not be read
     check = 5,      // a signature, a tag or an agreement does not match
     state = 6,      // the secure application's state cannot be used
+};
+
+// What a program may want to know of a failed call.
+struct CallOutcome {
+    std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code;  // the keymaster's own
+    std::optional<int32_t> reader_status;  // in its place, see ReaderStatus.h
+    std::string reason;                    // of the secure application; empty where it is not known
 };
 
 // What went wrong and what to try, in one line without the program's name.
 class Failure : public std::runtime_error {
   public:
-    Failure(Exit status, const std::string& message)
-        : std::runtime_error(message), status_(status) {}
-
-    // A refusal with the keymaster's own code, and the reason of the secure application where it is
-    // known.
-    Failure(Exit status, const std::string& message,
-            ::android::hardware::keymaster::V4_1::ErrorCode code, const std::string& reason)
-        : std::runtime_error(message), status_(status), code_(code), reason_(reason) {}
+    Failure(Exit status, const std::string& message, CallOutcome outcome = {})
+        : std::runtime_error(message), status_(status), outcome_(std::move(outcome)) {}
 
     Exit status() const { return status_; }
-    std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code() const { return code_; }
-    const std::string& reason() const { return reason_; }
+    const CallOutcome& outcome() const { return outcome_; }
 
   private:
     Exit status_;
-    std::optional<::android::hardware::keymaster::V4_1::ErrorCode> code_;
-    std::string reason_;
+    CallOutcome outcome_;
 };
 
 // The end of a command that failed and has told how itself.
@@ -57,6 +57,9 @@ const char* nameOf(Exit status);
 Failure keymasterFailure(const std::string& doing,
                          ::android::hardware::keymaster::V4_1::ErrorCode error,
                          const std::string& reason);
+
+// The same for an answer that the library could not read, see ReaderStatus.h.
+Failure unreadableAnswer(const std::string& doing, int32_t status, const std::string& reason);
 
 // "cannot ACTION PATH: REASON" for the errno given.
 Failure fileFailure(const std::string& action, const std::string& path, int error_number);

@@ -27,6 +27,10 @@ const char* serviceName(SecurityLevel level);
 // one. It says more than the error that became of it.
 void requireWayThere();
 
+// Whether the secure application is known to have accepted this thread's latest call, whatever the
+// library made of its answer.
+bool latestCallWasAccepted();
+
 // Options of this program alone that go with every command and say how the keymaster is reached.
 void declareWayThere(CLI::App& app);
 

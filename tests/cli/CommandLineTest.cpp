@@ -108,6 +108,8 @@ constexpr FailureCase kRefused[] = {
 
 constexpr FailureCase kOther[] = {
     {"LUMO_TRANSPORT=unix:nobody-listens lumokm info", 4, "nobody-listens"},
+    {"LUMO_TRANSPORT=sim:fault=short:3@begin lumokm sign -k ec.key --digest sha256 -i data -o x", 4,
+     "the answer could not be read: it ends too early (status 6 of its reader): the reply was cut"},
     {"lumokm verify -k ec.key --digest sha256 -i ec.key --signature sig", 5,
      "VERIFICATION_FAILED (-30)"},
     {"lumokm decrypt -k aes.key --mode gcm --padding none --mac-length 96 -i gcm --aad data", 5,
@@ -169,7 +171,7 @@ TEST(Json, IsPrintedByCommandsAndFailures) {
     EXPECT_NE(refused.out.find("\"code\": -33"), std::string::npos) << refused.out;
     EXPECT_NE(shell.run("lumokm sign -k ec.key -i data -o x --json").out.find("\"reason\": \"one"),
               std::string::npos);
-    EXPECT_EQ(shell.expectOk("lumokm error km_error_key_expired; lumokm error 25"),
+    EXPECT_EQ(shell.expectOk("lumokm error km_error_key_expired; lumokm error 0xffffffe7"),
               shell.expectOk("lumokm error -25; lumokm error KEY_EXPIRED"));
     EXPECT_NE(shell.run("lumokm --json frob").out.find("\"usage\""), std::string::npos);
     EXPECT_EQ(shell.expectOk("lumokm delete -k ec.key --json | tr -d ' \\n'"),

@@ -28,7 +28,7 @@ std::string patienceText() {
 
 [[noreturn]] void failUnpressed(const std::string& why) {
     throw Failure(Exit::refused, "the key wants the user's presence: " + why,
-                  km::V4_1::ErrorCode::PROOF_OF_PRESENCE_REQUIRED, why);
+                  {km::V4_1::ErrorCode::PROOF_OF_PRESENCE_REQUIRED, std::nullopt, why});
 }
 
 bool isWanted(Rehearsal& rehearsal, uint64_t operation) {

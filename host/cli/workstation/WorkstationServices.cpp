@@ -169,6 +169,10 @@ sp<Device41> openDevice41(SecurityLevel level, bool registered) {
                                              : ::keymaster::V4_1::CreateKeymasterDevice();
 }
 
+bool latestCallWasAccepted() {
+    return lastExchangeReason().code == KM_ERROR_OK;
+}
+
 void declareWayThere(CLI::App& app) {
     addVariable(app, "--state", kStateVariable, "state directory of the one in this process")
         ->type_name("DIR")
@@ -192,7 +196,9 @@ void watchWayThere() {
 
 std::string reasonOf(km::V4_1::ErrorCode error) {
     const ExchangeReason& latest = lastExchangeReason();
-    return latest.code == static_cast<keymaster_error_t>(error) ? latest.text : "";
+    const bool is_its_own = static_cast<int32_t>(latest.code) == static_cast<int32_t>(error);
+    // The library makes many codes of a damaged answer.
+    return is_its_own || latest.cause == ExchangeReason::fault ? latest.text : "";
 }
 
 void describeWayThere(Report& report, SecurityLevel level) {
