@@ -9,6 +9,7 @@
 #include "Command.h"
 #include "Failure.h"
 #include "HelpText.h"
+#include "ParseFailures.h"
 #include "Report.h"
 #include "ServiceSource.h"
 #include "Version.h"
@@ -130,7 +131,7 @@ class CommandLine {
         } catch (const CLI::Success& success) {
             return app_.exit(success);
         } catch (const CLI::ParseError& error) {
-            return report(Failure(Exit::usage, explain(error) + seeHelp()), chosen(),
+            return report(Failure(Exit::usage, explain(app_, error)), commandIn(app_),
                           asksForJson(argc, argv));
         }
         return carryOut();
@@ -177,33 +178,8 @@ class CommandLine {
         return names + ".";
     }
 
-    // Empty where the command line does not get that far.
-    std::string chosen() const {
-        const auto commands = app_.get_subcommands();
-        return commands.empty() ? "" : commands.front()->get_name();
-    }
-
-    // CLI11 lists unknown arguments in reverse, and asks for a subcommand even where it was given
-    // one that does not exist.
-    std::string explain(const CLI::ParseError& error) const {
-        std::string message = error.what();
-        if (chosen().empty()) {
-            const std::vector<std::string> rest = app_.remaining();
-            return rest.empty() ? "a command is required"
-                                : "there is no command '" + rest.front() + "'";
-        }
-        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError)) return message;
-        const std::string first = message.substr(message.rfind(' ') + 1);
-        return (first.rfind('-', 0) == 0 ? "there is no option '" : "there is no place for '") +
-               first + "'";
-    }
-
-    std::string seeHelp() const {
-        return "; see lumokm " + (chosen().empty() ? "" : chosen() + " ") + "--help";
-    }
-
     int reportFailure(const Failure& failure) const {
-        return report(failure, chosen(), common_.json);
+        return report(failure, commandIn(app_), common_.json);
     }
 
     Common common_;

@@ -55,12 +55,12 @@ TEST_P(Failing, SaysSoInOneLineWithItsStatus) {
 }
 
 constexpr FailureCase kUsage[] = {
-    {"lumokm", 2, "a command is required"},
+    {"lumokm --state x", 2, "a command is required, such as info"},
     {"lumokm frobnicate", 2, "no command 'frobnicate'"},
     {"lumokm sign", 2, "--key is required"},
     {"lumokm generate --algorithm dsa -o x", 2, "'dsa' is not one of rsa|ec|aes|3des|hmac"},
     {"lumokm generate --size 4294967296 -o x", 2, "'4294967296' is not a number"},
-    {"lumokm generate --size 1 --size 2 -o x", 2, "--size"},
+    {"lumokm generate --size 1 --size 2 -o x", 2, "--size was given more than once"},
     {"lumokm generate --app-id hex:0 -o x", 2, "--app-id"},
     {"lumokm encrypt -k aes.key --nonce 0g -o x", 2, "--nonce: '0g'"},
     {"lumokm encrypt -k aes.key --nonce 00 --nonce-out iv -o x", 2, "--nonce excludes --nonce-out"},
