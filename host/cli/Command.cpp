@@ -27,12 +27,18 @@ Bytes KeyArguments::read() const {
 }
 
 void KeyArguments::requireOtherFile(const std::string& output_path) const {
-    struct stat key;
-    struct stat output;
-    if (stat(path_.c_str(), &key) != 0 || stat(output_path.c_str(), &output) != 0) return;
-    if (key.st_dev != output.st_dev || key.st_ino != output.st_ino) return;
+    lumo::cli::requireOtherFile("key", path_, output_path);
+}
+
+void requireOtherFile(const std::string& what, const std::string& path,
+                      const std::string& output_path) {
+    struct stat read;
+    struct stat written;
+    if (stat(path.c_str(), &read) != 0 || stat(output_path.c_str(), &written) != 0) return;
+    if (read.st_dev != written.st_dev || read.st_ino != written.st_ino) return;
+    if (!S_ISREG(read.st_mode)) return;  // a terminal, a pipe
     throw Failure(Exit::usage,
-                  "the output would replace the key " + path_ + "; give another --out");
+                  "the output would replace the " + what + " " + path + "; give another --out");
 }
 
 void conclude(const Common& common, const Report& report, const std::string& sentence) {

@@ -86,6 +86,10 @@ Report writtenTo(const std::string& path);
 // Throws Failure where a report would be mixed with the data on standard output.
 void requireSeparateReport(const Common& common, const std::string& output_path);
 
+// Throws Failure where the output is a file that is read: `what`, at `path`.
+void requireOtherFile(const std::string& what, const std::string& path,
+                      const std::string& output_path);
+
 // Throws Failure where binary data would be written to a terminal.
 void requireNoTerminal(const std::string& output_path);
 

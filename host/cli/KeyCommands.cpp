@@ -124,6 +124,7 @@ Action declareImport(CLI::App& app, const Common& common) {
         KeyOutput output(common, arguments->output);
         const std::vector<KeyParameter> parameters = arguments->creation.parameters();
         const KeyFormat format = importFormat(arguments->format, parameters);
+        requireOtherFile("key", arguments->input, arguments->output);
         Bytes material = readSmallFile(arguments->input);
         if (format == KeyFormat::PKCS8) material = privateKeyDer(material);
         NewKey key;
@@ -165,6 +166,7 @@ Action declareImportWrapped(CLI::App& app, const Common& common) {
     arguments->declare(app);
     return [arguments, &common] {
         arguments->wrapping.requireOtherFile(arguments->output);
+        requireOtherFile("wrapped key", arguments->input, arguments->output);
         KeyOutput output(common, arguments->output);
         const Bytes wrapping_key = arguments->wrapping.read();
         const Bytes wrapped = readSmallFile(arguments->input);

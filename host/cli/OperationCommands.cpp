@@ -53,7 +53,12 @@ struct OperationArguments {
     void requireOutput(const Common& common, const std::string& output) const {
         requireSeparateReport(common, output);
         requireNoTerminal(output);
+        requireOtherFiles(output);
+    }
+
+    void requireOtherFiles(const std::string& output) const {
         key.requireOtherFile(output);
+        requireOtherFile("input", input, output);
     }
 
     OperationRequest request(KeyPurpose purpose) const {
@@ -216,7 +221,7 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
     arguments->declareCipher(app, "encrypted data", "decrypted data to write");
     return [arguments, &common] {
         requireSeparateReport(common, arguments->output);
-        arguments->key.requireOtherFile(arguments->output);
+        arguments->requireOtherFiles(arguments->output);
         OperationRequest request = arguments->request(KeyPurpose::DECRYPT);
         Input input(arguments->input);
         Output output(arguments->output, Output::Kind::data, Output::Flow::held);

@@ -156,6 +156,7 @@ Action declareUpdate(CLI::App& app, const Common& common) {
     arguments->declareTokens(app);
     return [arguments, &common] {
         const bool data = !arguments->input.empty() || arguments->associated_data.empty();
+        requireOtherFile("input", arguments->input, arguments->output);
         StepOutput output(common, arguments->output);
         Operation operation = arguments->operation(common);
         if (!arguments->associated_data.empty()) {
@@ -195,6 +196,7 @@ Action declareFinish(CLI::App& app, const Common& common) {
         }
         Bytes signature;
         if (!arguments->signature.empty()) signature = readSmallFile(arguments->signature);
+        requireOtherFile("input", arguments->input, arguments->output);
         StepOutput output(common, arguments->output);
         Operation operation = arguments->operation(common);
         operation.finish(arguments->options.parameters(), signature, output.sink(), input);

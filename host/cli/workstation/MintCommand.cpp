@@ -212,6 +212,7 @@ Action declareConfirmation(CLI::App& app, const Common& common) {
             throw Failure(Exit::usage, "--prompt is required, or --in");
         }
         arguments->requireOutput(common);
+        requireOtherFile("input", arguments->input, arguments->output);
         const Bytes data =
             arguments->input.empty()
                 ? confirmedMessage(arguments->prompt, parseBytes("--extra", arguments->extra))

@@ -43,6 +43,8 @@ Action declareWrap(CLI::App& app, const Common& common) {
     return [arguments, &common] {
         requireField(arguments->wrong);
         requireSeparateReport(common, arguments->output);
+        requireOtherFile("key", arguments->input, arguments->output);
+        requireOtherFile("public key", arguments->wrapping_key, arguments->output);
         requireNoTerminal(arguments->output);
         KeyToWrap key;
         key.parameters = arguments->creation.parameters();
