@@ -64,6 +64,12 @@ secureapp::CryptoPtr<EVP_PKEY> publicKeyIn(const Bytes& file) {
     return owned;
 }
 
+// Of the kinds that keymasters import.
+bool isKeyPair(const secureapp::CryptoPtr<EVP_PKEY>& key) {
+    return key != nullptr &&
+           (EVP_PKEY_id(key.get()) == EVP_PKEY_RSA || EVP_PKEY_id(key.get()) == EVP_PKEY_EC);
+}
+
 // OAEP with SHA-256, MGF1 with SHA-1, as keymasters decrypt it.
 Bytes encryptFor(EVP_PKEY* key, const Bytes& plaintext) {
     const secureapp::CryptoPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
@@ -145,6 +151,18 @@ const std::vector<WrongField>& wrongFields() {
         {kEncoding, "the last byte is missing", "INVALID_ARGUMENT"},
     };
     return fields;
+}
+
+void requirePrivateKey(const Bytes& pkcs8) {
+    const uint8_t* at = pkcs8.data();
+    const secureapp::CryptoPtr<PKCS8_PRIV_KEY_INFO> info(
+        d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, static_cast<long>(pkcs8.size())));
+    const bool whole = info != nullptr && at == pkcs8.data() + pkcs8.size();
+    if (whole && isKeyPair(secureapp::CryptoPtr<EVP_PKEY>(EVP_PKCS82PKEY(info.get())))) return;
+    throw Failure(Exit::usage,
+                  "the input, " + std::to_string(pkcs8.size()) +
+                      " bytes of it, is no RSA or EC key in PKCS#8; openssl pkcs8 -topk8 -nocrypt "
+                      "-in KEY -out NEW makes one, and --format raw takes any bytes");
 }
 
 Bytes wrapKey(const KeyToWrap& key, const std::string& wrong) {

@@ -33,6 +33,9 @@ struct WrongField {
 };
 const std::vector<WrongField>& wrongFields();
 
+// Throws Failure where the bytes are no private key that keymasters import in this form.
+void requirePrivateKey(const Bytes& pkcs8);
+
 // The DER of the wrapped key; with the field of the name `wrong`, unless that is empty, as
 // wrongFields() tells. Throws Failure.
 Bytes wrapKey(const KeyToWrap& key, const std::string& wrong);

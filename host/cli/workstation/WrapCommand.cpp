@@ -52,8 +52,11 @@ Action declareWrap(CLI::App& app, const Common& common) {
         key.masking_key = arguments->masking_key.bytes();
         key.wrapping_key = readSmallFile(arguments->wrapping_key);
         key.material = readSmallFile(arguments->input);
-        if (key.format == km::V4_0::KeyFormat::PKCS8) key.material = privateKeyDer(key.material);
         if (key.material.empty()) throw Failure(Exit::usage, "there is no key in the input");
+        if (key.format == km::V4_0::KeyFormat::PKCS8) {
+            key.material = privateKeyDer(key.material);
+            requirePrivateKey(key.material);
+        }
         const Bytes wrapped = wrapKey(key, arguments->wrong);
         writeFile(arguments->output, wrapped);
         conclude(common, {{"out", arguments->output}, {"bytes", wrapped.size()}});
