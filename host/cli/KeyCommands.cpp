@@ -16,7 +16,6 @@ using km::V4_0::KeyCharacteristics;
 using km::V4_0::KeyFormat;
 
 constexpr uint64_t kUsualExponent = 65537;
-constexpr uint32_t kRollbackResistant = 0x700002BF;  // keymaster 3's tag
 
 // The result of generate, import and import-wrapped.
 struct NewKey {
@@ -42,10 +41,8 @@ void requireKeyOutput(const Common& common, const std::string& path) {
 // Older keys carry the older tag.
 bool isRollbackResistant(const KeyCharacteristics& characteristics) {
     for (const KeyParameter& parameter : characteristics.hardwareEnforced) {
-        const auto tag = static_cast<uint32_t>(tagOf(parameter));
-        if (tag == static_cast<uint32_t>(Tag::ROLLBACK_RESISTANCE) || tag == kRollbackResistant) {
-            return true;
-        }
+        const Tag tag = tagOf(parameter);
+        if (tag == Tag::ROLLBACK_RESISTANCE || tag == kRollbackResistant) return true;
     }
     return false;
 }

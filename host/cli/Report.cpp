@@ -64,7 +64,7 @@ Report describe(const std::vector<KeyParameter>& parameters) {
     Report report = Report::object();
     for (const KeyParameter& parameter : parameters) {
         const Tag tag = tagOf(parameter);
-        Report& member = report[toString(tag)];
+        Report& member = report[nameOfTag(tag)];
         if (isRepeatable(tag)) {
             member.push_back(valueOf(parameter));
         } else {

@@ -113,6 +113,18 @@ const std::vector<Vocabulary>& vocabularies() {
     return all;
 }
 
+// Tags of keys that were made before the interface: its enumeration no longer has their names.
+struct OlderTag {
+    Tag tag;
+    const char* name;
+};
+constexpr OlderTag kOlderTags[] = {
+    {Tag{0x700001F4}, "ALL_USERS"},
+    {Tag{0x70000258}, "ALL_APPLICATIONS"},
+    {Tag{0x7000025A}, "EXPORTABLE"},
+    {kRollbackResistant, "ROLLBACK_RESISTANT"},
+};
+
 const Vocabulary* vocabularyOf(Tag tag) {
     for (const Vocabulary& vocabulary : vocabularies()) {
         if (vocabulary.tag == tag) return &vocabulary;
@@ -156,7 +168,17 @@ std::optional<Tag> tagNamed(const std::string& text) {
     for (const Tag tag : ::android::hardware::hidl_enum_range<Tag>()) {
         if (sameWord(name, toString(tag))) return tag;
     }
+    for (const OlderTag& older : kOlderTags) {
+        if (sameWord(name, older.name)) return older.tag;
+    }
     return std::nullopt;
+}
+
+std::string nameOfTag(Tag tag) {
+    for (const OlderTag& older : kOlderTags) {
+        if (older.tag == tag) return older.name;
+    }
+    return toString(tag);
 }
 
 std::string wordsFor(Tag tag) {

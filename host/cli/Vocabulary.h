@@ -16,6 +16,9 @@ using km::V4_0::TagType;
 // Tags are named by the newer list throughout; KeyParameter holds the older type.
 using km::V4_1::Tag;
 
+// What said in keymaster 3 that deleting a key is final: keys of such blobs have it still.
+constexpr Tag kRollbackResistant{0x700002BF};
+
 inline Tag tagOf(const KeyParameter& parameter) {
     return static_cast<Tag>(parameter.tag);
 }
@@ -27,6 +30,9 @@ bool isRepeatable(Tag tag);
 // The tag of a published name, in any case of letters and with or without "KM_TAG_", or of a number
 // that parseNumber() takes. Nothing for any other text.
 std::optional<Tag> tagNamed(const std::string& text);
+
+// The published name, also of tags that only older keys have; any other as a hexadecimal number.
+std::string nameOfTag(Tag tag);
 
 // The words that an ENUM or ENUM_REP tag's value can be given in, joined by '|'.
 std::string wordsFor(Tag tag);

@@ -22,6 +22,7 @@ const std::vector<KeyParameter> kParameters = {
     makeBool(Tag::EARLY_BOOT_ONLY),
     makeBytes(Tag::APPLICATION_ID, {0x00, 0xAB}),
     makeEnum(static_cast<Tag>(0x30000FFF), 7),
+    makeBool(static_cast<Tag>(0x700002BF)),
 };
 
 TEST(Describe, UsesPublishedNamesAndKeepsWhatItDoesNotKnow) {
@@ -35,7 +36,8 @@ TEST(Describe, UsesPublishedNamesAndKeepsWhatItDoesNotKnow) {
               "  ACTIVE_DATETIME: 2000-02-29T00:00:00.123Z\n"
               "  EARLY_BOOT_ONLY: true\n"
               "  APPLICATION_ID: 00ab\n"
-              "  0x30000fff: 7\n");
+              "  0x30000fff: 7\n"
+              "  ROLLBACK_RESISTANT: true\n");
     EXPECT_EQ(describe(kParameters).at("PADDING"), Report({"RSA_PKCS1_1_5_ENCRYPT"}))
         << "a repeatable tag is an array even of one";
 }
