@@ -109,8 +109,13 @@ void MaskingKey::declare(CLI::App& app) {
 
 Bytes MaskingKey::bytes() const {
     if (text_.empty()) return Bytes(kMaskingKeyBytes);
-    const auto plain = fromHex(text_);
-    Bytes bytes = plain ? *plain : parseBytes("--masking-key", text_);
+    // Text would only hide a forgotten prefix. It is not repeated, as it may be the secret.
+    if (text_.rfind("file:", 0) != 0 && text_.rfind("hex:", 0) != 0) {
+        throw Failure(Exit::usage,
+                      "--masking-key: it begins with neither file: nor hex:; give file:PATH of a "
+                      "binary file, or hex:HEX");
+    }
+    Bytes bytes = parseBytes("--masking-key", text_);
     if (bytes.size() == kMaskingKeyBytes) return bytes;
     throw Failure(Exit::usage, "--masking-key: it has " + std::to_string(bytes.size()) +
                                    " bytes and needs " + std::to_string(kMaskingKeyBytes) +

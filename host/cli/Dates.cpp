@@ -37,9 +37,17 @@ Date dateAfter(int64_t days) {
     return {year, month < 10 ? month + 3 : month - 9, day_of_year - (153 * month + 2) / 5 + 1};
 }
 
+// "2030", "203001" and "20300131" would be some seconds or hours after 1970.
+bool looksLikeADate(const std::string& digits) {
+    const size_t size = digits.size();
+    const std::string century = digits.substr(0, 2);
+    return (size == 4 || size == 6 || size == 8) && (century == "19" || century == "20");
+}
+
 }  // namespace
 
 std::optional<uint64_t> parseDate(const std::string& text) {
+    if (looksLikeADate(text)) return std::nullopt;
     if (const auto milliseconds = parseNumber(text, UINT64_MAX)) return milliseconds;
     for (const char* format : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%d"}) {
         struct tm fields = {};

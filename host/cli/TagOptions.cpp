@@ -96,6 +96,28 @@ KeyParameter parseAnyBool(const TagOption& row, const std::string& text) {
     return parameter;
 }
 
+std::string placeholder(Tag tag) {
+    switch (typeOf(tag)) {
+        case TagType::ENUM:
+        case TagType::ENUM_REP:
+            return wordsFor(tag);
+        case TagType::DATE:
+            return "DATE";
+        case TagType::BIGNUM:
+        case TagType::BYTES:
+            return tag == Tag::NONCE ? "HEX" : "BYTES";
+        default:
+            return "N";
+    }
+}
+
+void requireValue(const std::string& option, Tag tag, const std::string& value) {
+    if (!value.empty()) return;
+    const std::string form = placeholder(tag);
+    throw Failure(Exit::usage, option + ": its value is missing; give " + option + "=" +
+                                   (form.empty() ? "N" : form));
+}
+
 // Values of enumerations may be numbers too, so that those without a word can be tried.
 KeyParameter parseAny(const std::string& text) {
     const auto [tag, value] = splitTag(text);
@@ -109,6 +131,7 @@ KeyParameter parseAny(const std::string& text) {
             return makeBytes(tag, parseBytes(option, value));
         case TagType::ENUM:
         case TagType::ENUM_REP:
+            requireValue(option, tag, value);
             if (const auto number = parseNumber(value, UINT32_MAX)) {
                 return makeEnum(tag, static_cast<uint32_t>(*number));
             }
@@ -119,25 +142,11 @@ KeyParameter parseAny(const std::string& text) {
         case TagType::ULONG:
         case TagType::ULONG_REP:
         case TagType::DATE:
+            requireValue(option, tag, value);
             return parseValue(row, value);
         default:
             throw Failure(Exit::usage,
                           option + ": the top four bits of the tag's number name no type of value");
-    }
-}
-
-std::string placeholder(Tag tag) {
-    switch (typeOf(tag)) {
-        case TagType::ENUM:
-        case TagType::ENUM_REP:
-            return wordsFor(tag);
-        case TagType::DATE:
-            return "DATE";
-        case TagType::BIGNUM:
-        case TagType::BYTES:
-            return tag == Tag::NONCE ? "HEX" : "BYTES";
-        default:
-            return "N";
     }
 }
 

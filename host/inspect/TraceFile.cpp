@@ -107,9 +107,14 @@ bool TraceFile::append(Exchange exchange) {
 std::unique_ptr<TraceFile> traceFileOfEnvironment() {
     const char* path = std::getenv(kTraceVariable);
     if (path == nullptr || *path == 0) return nullptr;
-    const char* unredacted = std::getenv(kUnredactedVariable);
-    return std::make_unique<TraceFile>(path,
-                                       unredacted != nullptr && std::strcmp(unredacted, "1") == 0);
+    const char* variable = std::getenv(kUnredactedVariable);
+    const std::string unredacted = variable == nullptr ? "" : variable;
+    if (!unredacted.empty() && unredacted != "0" && unredacted != "1") {
+        fail(path, std::string(kUnredactedVariable) + "='" + unredacted +
+                       "' is neither 1, which lets the trace have keys, plaintext and tokens, nor "
+                       "0; unset it");
+    }
+    return std::make_unique<TraceFile>(path, unredacted == "1");
 }
 
 }  // namespace lumo::inspect

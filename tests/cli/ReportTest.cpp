@@ -90,7 +90,7 @@ TEST(NumbersAndDates, AreWhollyReadAndBounded) {
                                                    {"2001-02-29", {}},
                                                    {"2000-02-29T23:59:59", {}},
                                                    {"1969-12-31", {}},
-                                                   {"soon", {}}};
+                                                   {"2030", {}}};
     for (const auto& [text, value] : dates) EXPECT_EQ(parseDate(text), value) << text;
     EXPECT_EQ(dateText(253402300799999), "9999-12-31T23:59:59.999Z");
     EXPECT_EQ(dateText(UINT64_MAX), "18446744073709551615");

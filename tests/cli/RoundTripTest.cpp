@@ -115,7 +115,7 @@ $K verify -k key --digest sha256 -i data --signature half)"},
      R"($K import --algorithm rsa --purpose wrap --padding oaep --digest sha256 -i wrapping.der \
   -o wrapping.key
 $K import-wrapped -k wrapping.key --padding oaep --digest sha256 -i wrapper -o key --masking-key \
-  e0e1e2e3e4e5e6e7e8e9eaebecedeeeff0f1f2f3f4f5f6f7f8f9fafbfcfdfeff
+  hex:e0e1e2e3e4e5e6e7e8e9eaebecedeeeff0f1f2f3f4f5f6f7f8f9fafbfcfdfeff
 $K encrypt -k key --mode cbc --padding pkcs7 --nonce-out iv -i data -o enc
 openssl enc -d -aes-256-cbc -iv $(cat iv) -in enc -K \
   808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9f | cmp - data

@@ -203,7 +203,8 @@ Action declareAttestVerify(CLI::App& app, const Common& common) {
             writeFile("-", Bytes(text.begin(), text.end()));
         }
         if (expected.roots.empty()) {
-            say("lumokm: attest-verify: no --root was given, so nobody vouches for the last "
+            remark(
+                "lumokm: attest-verify: no --root was given, so nobody vouches for the last "
                 "certificate");
         }
         if (!verdict.good()) throw ReportedFailure(Exit::check);
@@ -211,8 +212,9 @@ Action declareAttestVerify(CLI::App& app, const Common& common) {
 }
 
 const char kAttestVerifyNotes[] =
-    "BYTES are TEXT, hex:HEX or file:PATH. Bytes count from 0 in each certificate's\n"
-    "DER, as openssl asn1parse counts them. Exit status 5 says that a rule is broken\n"
+    "BYTES are TEXT, hex:HEX or file:PATH; a DATE is 2030-01-31, 2030-01-31T12:00:00Z or\n"
+    "milliseconds since 1970. Bytes count from 0 in each certificate's DER, as openssl\n"
+    "asn1parse counts them. Exit status 5 says that a rule is broken\n"
     "or could not be judged.\n\n"
     "Examples:\n"
     "  lumokm attest-verify chain.pem --root root.pem --challenge hex:0102\n"

@@ -56,8 +56,26 @@ Exit statusOf(TransportStatus::Kind kind) {
     return Exit::other;
 }
 
+constexpr char kStateVariable[] = "LUMO_STATE_DIR";
+constexpr char kTransportVariable[] = "LUMO_TRANSPORT";
+
+// The options that were given in place of variables.
+struct Given {
+    bool state = false;
+    bool transport = false;
+    bool unredacted = false;
+} given;
+
+// Who gave the option has not set the variable that the transport names.
+std::string inOptionsWords(const std::string& message) {
+    const std::string variable = std::string(kTransportVariable) + "=";
+    if (!given.transport || message.rfind(variable, 0) != 0) return message;
+    return "--transport " + message.substr(variable.size());
+}
+
 void require(const TransportStatus& status) {
-    if (status.kind != TransportStatus::ok) throw Failure(statusOf(status.kind), status.message);
+    if (status.kind == TransportStatus::ok) return;
+    throw Failure(statusOf(status.kind), inOptionsWords(status.message));
 }
 
 // The library binds keys to version 0 without a word to its caller where a property does not read
@@ -82,24 +100,29 @@ void remarkOnVersions() {
     check("ro.vendor.build.security_patch", is_day, "a date such as 2020-12-05");
 }
 
-constexpr char kStateVariable[] = "LUMO_STATE_DIR";
-constexpr char kTransportVariable[] = "LUMO_TRANSPORT";
-
-bool state_was_given = false;
-
-// An option in place of an environment variable, for this process and what it loads.
+// An option in place of an environment variable, for this process and what it loads. An empty value
+// would mean the default, as an empty variable does.
 CLI::Option* addVariable(CLI::App& app, const char* option, const char* variable,
                          const std::string& help) {
-    return app.add_option_function<std::string>(
-        option, [variable](const std::string& value) { setenv(variable, value.c_str(), 1); },
-        help + "; in place of " + variable);
+    return app
+        .add_option_function<std::string>(
+            option, [variable](const std::string& value) { setenv(variable, value.c_str(), 1); },
+            help + "; in place of " + variable)
+        ->check(CLI::Validator(
+            [](const std::string& value) {
+                return value.empty() ? "it is empty; leave it out or name one" : "";
+            },
+            ""));
 }
 
 // Throws where a service object could not start. What was opened for it stays open while the result
 // lives.
 std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     requireProperties();
-    if (state_was_given && environmentOr(kTransportVariable, "").rfind("unix:", 0) == 0) {
+    if (given.unredacted && environmentOr("LUMO_TRACE", "").empty()) {
+        throw Failure(Exit::usage, "--unredacted is for a trace; give --trace FILE as well");
+    }
+    if (given.state && environmentOr(kTransportVariable, "").rfind("unix:", 0) == 0) {
         throw Failure(Exit::usage,
                       "--state is that of a secure application in this process; the daemon has its "
                       "own, see lumo-secureapp --state");
@@ -176,13 +199,18 @@ bool latestCallWasAccepted() {
 void declareWayThere(CLI::App& app) {
     addVariable(app, "--state", kStateVariable, "state directory of the one in this process")
         ->type_name("DIR")
-        ->each([](const std::string& /*directory*/) { state_was_given = true; });
+        ->each([](const std::string& /*directory*/) { given.state = true; });
     addVariable(app, "--transport", kTransportVariable, "how the secure application is reached")
-        ->type_name("NAME");
+        ->type_name("NAME")
+        ->each([](const std::string& /*name*/) { given.transport = true; });
     addVariable(app, "--trace", "LUMO_TRACE", "append every exchange to this file")
         ->type_name("FILE");
     app.add_flag_callback(
-        "--unredacted", [] { setenv("LUMO_TRACE_UNREDACTED", "1", 1); },
+        "--unredacted",
+        [] {
+            given.unredacted = true;
+            setenv("LUMO_TRACE_UNREDACTED", "1", 1);
+        },
         "let the trace have keys, plaintext and tokens as well");
 }
 
