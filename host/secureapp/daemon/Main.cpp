@@ -155,7 +155,11 @@ int main(int argc, char** argv) {
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? kOk : kUsage;
+        if (error.get_exit_code() == 0) return program.exit(error);
+        const std::vector<std::string> extras = program.remaining();
+        const std::string what =
+            extras.empty() ? error.what() : "there is no option '" + extras.front() + "'";
+        return complain((what + "; see lumo-secureapp --help").c_str(), kUsage);
     }
     return start(options);
 }

@@ -13,6 +13,15 @@ constexpr char kFooter[] =
     "Exit status:\n"
     "  0 ended by a signal   2 usage   4 cannot listen   6 state   1 anything else";
 
+// An empty value would mean what no option does.
+void requireValue(CLI::Option& option) {
+    option.check(CLI::Validator(
+        [](const std::string& value) {
+            return value.empty() ? "it is empty; leave it out or name one" : "";
+        },
+        ""));
+}
+
 }  // namespace
 
 void declareOptions(CLI::App& program, Options& options) {
@@ -62,6 +71,9 @@ void declareOptions(CLI::App& program, Options& options) {
                      "asks for it (rehearsals)");
     program.add_flag("--print-capabilities", options.print_capabilities,
                      "print limits and profiles as JSON and exit");
+    for (const char* name : {"--state", "--log", "--trace"}) {
+        requireValue(*program.get_option(name));
+    }
 }
 
 }  // namespace lumo::secureapp

@@ -17,6 +17,8 @@
 #include <system_error>
 #include <utility>
 
+#include "inspect/Commands.h"
+#include "inspect/Parameters.h"
 #include "secureapp/base/Reply.h"
 #include "secureapp/protocol/RecordReader.h"
 
@@ -87,20 +89,29 @@ std::string nameOf(uint64_t client) {
     return "client " + std::to_string(client);
 }
 
-const char* nameOf(FrameKind kind) {
-    if (kind == FrameKind::kRehearsal) return "fault";
-    if (kind == FrameKind::kOtherPart) return "rehearsal";
-    return kind == FrameKind::kRecord ? "record" : "command";
+std::string nameOf(FrameKind kind) {
+    if (kind == FrameKind::kHello) return "hello";
+    return kind == FrameKind::kRehearsal ? "fault" : "rehearsal";
 }
 
 std::string describe(const RequestFrame& request) {
     const bool record = request.kind == FrameKind::kRecord;
     uint32_t command = request.command;
     if (record && request.body.size() >= kWordBytes) command = loadWord(request.body, 0);
-    char text[64];
-    std::snprintf(text, sizeof(text), "%s 0x%x of level %u", nameOf(request.kind), command,
-                  request.level);
-    return text;
+    std::string name;
+    if (request.kind == FrameKind::kCbor || record) {
+        name = inspect::describeCommand(record ? inspect::Wire::kRecord : inspect::Wire::kCbor,
+                                        command);
+    } else {
+        name = nameOf(request.kind) + (" " + std::to_string(command));
+    }
+    const bool strongbox = request.level == KM_SECURITY_LEVEL_STRONGBOX;
+    return name + (strongbox ? " on strongbox" : " in the trusted environment");
+}
+
+std::string describe(keymaster_error_t error) {
+    const auto number = static_cast<int32_t>(error);
+    return inspect::errorName(number) + " (" + std::to_string(number) + ")";
 }
 
 }  // namespace
@@ -320,8 +331,8 @@ void Server::serve(Client& client) {
             trace_.note(request, client.number, boot_id_, reply, start);
             if (reply.error != KM_ERROR_OK && log_.verbose()) {
                 log_.line(nameOf(client.number) + ": " + describe(request) +
-                          " refused: " + std::to_string(reply.error) +
-                          (reply.reason.empty() ? "" : ", " + reply.reason));
+                          " refused: " + describe(reply.error) +
+                          (reply.reason.empty() ? "" : ": " + reply.reason));
             }
             if (bringsKeyMaterial(request)) channel.wipeMessage();
             client.idle_since = std::chrono::steady_clock::now();
