@@ -2,8 +2,8 @@
 //
 // Input: one exchange behind the other. Each has a head (a byte of choices and the command's
 // number, big-endian), request and response, each behind two bytes of length; with kOther the
-// answer at hand, too. Beyond not crashing: a line says what its exchange is, redacted or not, and
-// what is answered as it was recorded makes no difference.
+// answer at hand, too. Beyond not crashing: a redacted message adds up where the whole one does, a
+// line says what its exchange is, and what is answered as it was recorded makes no difference.
 
 #include "Property.h"
 #include "inspect/Replay.h"
@@ -23,6 +23,7 @@ enum Choice : uint8_t {
     kRedacted = 8,
     kRefused = 16,  // the recorded code; a CBOR response is left out
     kReboot = 32,   // before it
+    kLine = 64,     // it is written as a line, which takes most of the time
 };
 
 Bytes takeMessage(Input& input) {
@@ -63,6 +64,15 @@ void requireLineTells(const Exchange& exchange) {
     requireSameParts(read.hidden_response, exchange.hidden_response);
 }
 
+// Zeros in place of secrets make a message neither better nor worse.
+void requireRedactionKeepsSense(Exchange& exchange) {
+    const bool request = exchange.decodedRequest().problems.empty();
+    const bool response = exchange.decodedResponse().problems.empty();
+    redact(exchange, std::nullopt);
+    REQUIRE(exchange.decodedRequest().problems.empty() == request);
+    REQUIRE(exchange.decodedResponse().problems.empty() == response);
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -77,8 +87,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Exchange exchange = takeExchange(input, choices, head_input.twoBytes());
         lumo::inspect::Answer answer = {exchange.code, exchange.response};
         if ((choices & kOther) != 0) answer.response = takeMessage(input);
-        if ((choices & kRedacted) != 0) redact(exchange, std::nullopt);
-        requireLineTells(exchange);
+        if ((choices & kRedacted) != 0) requireRedactionKeepsSense(exchange);
+        if ((choices & kLine) != 0) requireLineTells(exchange);
         as_recorded = as_recorded && (choices & (kOther | kRedacted)) == 0;
         if ((choices & kReboot) != 0) replay.reboot();
         Bytes request;

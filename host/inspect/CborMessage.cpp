@@ -23,6 +23,7 @@ constexpr unsigned kOneByteFollows = 24;
 constexpr unsigned kIndefinite = 31;
 constexpr unsigned kMaxDepth = 16;
 constexpr size_t kShownBytes = 32;
+constexpr char kNotRead[] = "not read";  // the field for what cannot be
 
 struct Head {
     unsigned major = 0;
@@ -130,7 +131,7 @@ class CborDecoder {
     }
 
     void unread(size_t from) {
-        addUnread("not read", from, bytes_.size() - from);
+        addUnread(kNotRead, from, bytes_.size() - from);
         message_.extent = bytes_.size();
     }
 
@@ -271,8 +272,13 @@ class CborDecoder {
             problem(position_, "items are nested too deeply to be read");
             return false;
         }
-        // Of a string only the content is ever hidden; any other item is hidden as a whole.
+        // Of a string only the content is ever hidden; any other item is hidden as a whole, and so
+        // is what could not be read.
         if (const Hidden* part = hiddenIn(position_, 1, hidden_)) {
+            if (part->what == kNotRead) {
+                problem(position_, "what could not be read is redacted");
+                return false;
+            }
             position_ = std::min(bytes_.size(), part->offset + part->size);
             out_ += "/redacted, " + countOfBytes(part->size) + "/";
             return true;
