@@ -88,7 +88,11 @@ Action declareInspect(CLI::App& app, const Common& common) {
         const Bytes file = readSmallFile(arguments->file);
         std::string why;
         const auto found = inspect::inspectBytes(inspect::Window(file), hints, why);
-        if (!found) throw Failure(Exit::usage, arguments->file + ": " + why);
+        if (!found) {
+            const bool standard = arguments->file == "-";
+            throw Failure(Exit::usage,
+                          (standard ? "standard input" : arguments->file) + ": " + why);
+        }
         if (common.json) {
             print(reportOf(*found), true);
         } else {
