@@ -127,8 +127,8 @@ const std::vector<ServiceMethod>& serviceMethods() {
          fromHex("a1 17 42ddee"), "ddee", withCallback([](auto& device, auto& answer) {
              device.upgradeKey(kBlob, params(), std::ref(answer));
          })},
-        {"deleteKey", 0x210D, 0x250D, "a1 17 43010203", {}, "", withResult([](auto& device) {
-             return device.deleteKey(kBlob);
+        {"deleteKey", 0x210D, 0x250D, "a1 17 4107", {}, "", withResult([](auto& device) {
+             return device.deleteKey({7});
          })},
         {"deleteKey, empty", 0x210D, 0x250D, "a1 17 40", {}, "", withResult([](auto& device) {
              return device.deleteKey(kNone);
