@@ -91,6 +91,7 @@ TEST(AttestedChain, IsAcceptedStrictly) {
         EXPECT_EQ(files.leaf("-dates"),
                   "notBefore=Sep 13 12:26:40 2020 GMT\nnotAfter=Dec 31 23:59:59 2049 GMT\n");
         EXPECT_NE(files.leaf("-text").find(each.signature), std::string::npos);
+        EXPECT_NE(files.leaf("-text").find("Digital Signature"), std::string::npos);
     }
 }
 
