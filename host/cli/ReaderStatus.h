@@ -28,7 +28,7 @@ constexpr bool isReaderStatus(int32_t number) {
 // The one number that is a code as well, ROOT_OF_TRUST_ALREADY_SET.
 constexpr int32_t kBadValueStatus = -1;
 
-// "the answer could not be read: it ends inside an item (status 6 of its reader)"
+// "the answer could not be read: it ends too early (status 6 of its reader)"
 std::string unreadableText(int32_t status);
 
 // What to try.

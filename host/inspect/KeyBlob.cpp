@@ -157,20 +157,6 @@ std::string textOf(const Field& field, Window blob) {
     return text;
 }
 
-std::string differenceOf(Window recorded, Window here) {
-    const uint64_t version = recorded.little(kVersionAt, 8);
-    for (const Field& field : kFields) {
-        if (!hasField(field, version) || differsByNature(field)) continue;
-        const bool flags_differ =
-            field.flag != 0 && recorded.sub(field.flag, 1) != here.sub(field.flag, 1);
-        if (!flags_differ && valuesOf(field, recorded) == valuesOf(field, here)) continue;
-        return std::string(field.name) + " (byte " + std::to_string(field.at) +
-               " of the key blob) is " + textOf(field, here) + ", recorded is " +
-               textOf(field, recorded);
-    }
-    return "";
-}
-
 // How many entries a reader finds in each set.
 struct Counts {
     uint64_t hardware = 0;
@@ -352,7 +338,17 @@ Inspection inspectKeyBlob(Window blob) {
 }
 
 std::string keyBlobDifference(Window recorded, Window here) {
-    return differenceOf(recorded, here);
+    const uint64_t version = recorded.little(kVersionAt, 8);
+    for (const auto& field : kFields) {
+        if (!hasField(field, version) || differsByNature(field)) continue;
+        const bool flags_differ =
+            field.flag != 0 && recorded.sub(field.flag, 1) != here.sub(field.flag, 1);
+        if (!flags_differ && valuesOf(field, recorded) == valuesOf(field, here)) continue;
+        return std::string(field.name) + " (byte " + std::to_string(field.at) +
+               " of the key blob) is " + textOf(field, here) + ", recorded is " +
+               textOf(field, recorded);
+    }
+    return "";
 }
 
 }  // namespace lumo::inspect

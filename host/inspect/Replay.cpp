@@ -81,11 +81,16 @@ std::string around(ByteView bytes, size_t place) {
            toHex(bytes.sub(place, kBehind)) + (bytes.size() > place + kBehind ? "..." : "");
 }
 
-std::string bytesDifference(const std::string& name, ByteView recorded, ByteView here) {
-    const size_t place = firstDifference(recorded, here);
+// Tells no byte of either.
+std::string placeOfDifference(const std::string& name, ByteView recorded, ByteView here) {
     const bool same_size = recorded.size() == here.size();
     return (same_size ? name : sizes(name, recorded.size(), here.size()) + ", and") +
-           " differs from its byte " + std::to_string(place) + " on: it is " + around(here, place) +
+           " differs from its byte " + std::to_string(firstDifference(recorded, here)) + " on";
+}
+
+std::string bytesDifference(const std::string& name, ByteView recorded, ByteView here) {
+    const size_t place = firstDifference(recorded, here);
+    return placeOfDifference(name, recorded, here) + ": it is " + around(here, place) +
            ", recorded is " + around(recorded, place);
 }
 
@@ -505,11 +510,7 @@ std::string Replay::compareOutput(ByteView recorded, ByteView here, bool hidden)
     const bool plaintext = operation_ != nullptr && operation_->purpose == KM_PURPOSE_DECRYPT;
     // Plaintext is compared, and not repeated in a message.
     if (plaintext && !hidden && !equal(recorded, here)) {
-        const std::string place = std::to_string(firstDifference(recorded, here));
-        return (recorded.size() == here.size()
-                    ? "the plaintext"
-                    : sizes("the plaintext", recorded.size(), here.size()) + ", and") +
-               " differs from its byte " + place + " on";
+        return placeOfDifference("the plaintext", recorded, here);
     }
     // The numbers of an EC signature are of any length in DER.
     if (!plaintext && isDer(recorded) && isDer(here)) return "";
