@@ -150,7 +150,7 @@ Bytes begin(Keymaster& keymaster, ByteView body) {
     const BeginResult begun = keymaster.begin(purpose, blob, params);
     const bool has_params = !begun.out_params.empty();
     CborWriter reply(1 + (has_params ? 1 + begun.out_params.size() : 0));
-    if (has_params) reply.params(begun.out_params);
+    if (has_params) reply.bytesParams(begun.out_params);
     reply.number(Label::kHandle, begun.handle);
     return reply.finish();
 }

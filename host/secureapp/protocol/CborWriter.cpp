@@ -11,7 +11,6 @@ namespace {
 
 constexpr size_t kMaxHeadBytes = 9;
 constexpr size_t kUsualBytes = 64;  // an answer without a key or a certificate
-constexpr uint32_t kTagTypeMask = 0xF0000000;
 
 // Appends `value` as one of libcbor's encoders writes it.
 template <typename Value>
@@ -30,11 +29,6 @@ CborWriter::CborWriter(size_t entries) {
 
 void CborWriter::appendNumber(uint64_t value) {
     appendHead(message_, cbor_encode_uint, value);
-}
-
-void CborWriter::appendSigned(uint64_t bits) {
-    if (bits <= INT64_MAX) return appendNumber(bits);
-    appendHead(message_, cbor_encode_negint, ~bits);
 }
 
 // Reserves room for the next heads too: growing for them would move a long value again.
@@ -83,22 +77,11 @@ void CborWriter::bytesIfAny(Label label, size_t expected,
                     fitting + fitting_size);
 }
 
-void CborWriter::params(const ParamSet& params) {
+void CborWriter::bytesParams(const ParamSet& params) {
     number(Label::kParamCount, params.size());
-    for (const Param& param : params) appendParam(param);
-}
-
-void CborWriter::appendParam(const Param& param) {
-    const uint32_t tag = static_cast<uint32_t>(param.tag);
-    appendNumber(tag);
-    switch (static_cast<int32_t>(tag & kTagTypeMask)) {
-        case KM_BIGNUM:
-        case KM_BYTES:
-            return appendBytes(param.bytes);
-        case KM_BOOL:
-            return appendHead(message_, cbor_encode_bool, true);
-        default:
-            return appendSigned(param.integer);
+    for (const Param& param : params) {
+        appendNumber(static_cast<uint32_t>(param.tag));
+        appendBytes(param.bytes);
     }
 }
 

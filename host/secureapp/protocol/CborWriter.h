@@ -15,8 +15,9 @@ class CborWriter {
 
     void number(Label label, uint64_t value);
     void bytes(Label label, ByteView value);
-    // Tags are written as positive labels, unlike in requests: the client refuses negative ones.
-    void params(const ParamSet& params);
+    // A set of parameters whose values are bytes: no answer has others. Tags are written as
+    // positive labels, unlike in requests: the client refuses negative ones.
+    void bytesParams(const ParamSet& params);
     // An entry whose value `append` appends to the message itself, usually `expected` bytes. Where
     // it appends nothing the map has one entry less.
     void bytesIfAny(Label label, size_t expected, const std::function<void(Bytes&)>& append);
@@ -25,10 +26,8 @@ class CborWriter {
 
   private:
     void appendNumber(uint64_t value);
-    void appendSigned(uint64_t bits);
     void appendBytes(ByteView value);
     void reserveFor(size_t bytes);
-    void appendParam(const Param& param);
 
     Bytes message_;
 };
