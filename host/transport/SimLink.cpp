@@ -83,6 +83,7 @@ keymaster_error_t SimLink::fillDisk() {
 }
 
 keymaster_error_t SimLink::exchangeCbor(uint32_t command, ByteView request, ByteView& response) {
+    response_ = {};  // so that the next one can lie where it did, in the cache
     if (const keymaster_error_t error = open(); error != KM_ERROR_OK) return error;
     Reply reply = carryOut([&] { return app_->exchangeCbor(command, request); });
     noteAnswer(reply.error, reply.cause, reply.reason);
