@@ -95,10 +95,6 @@ struct Method {
     bool has_params;
 };
 
-Bytes optionalBytes(CborReader& request, Label label) {
-    return request.at(label) ? request.bytes(label).copy() : Bytes();
-}
-
 const Method kMethods[] = {
     {[](auto& d, auto& in, auto& o) -> ErrorWord {
          return errorToWord(d.generate_key(in.set, &o.key, &o.characteristics));
@@ -215,8 +211,8 @@ const Method kMethods[] = {
      },
      [](auto& r, auto& m) {
          m.numbers.push_back(r.number(Label::kHandle));
-         if (r.at(Label::kParamCount)) m.params = r.params();
-         m.strings.push_back(optionalBytes(r, Label::kInput));
+         m.params = r.optionalParams();
+         m.strings.push_back(r.optionalBytes(Label::kInput).copy());
      },
      [](auto& r, auto& m) {
          m.numbers.push_back(r.longWord(1));
@@ -233,9 +229,9 @@ const Method kMethods[] = {
      },
      [](auto& r, auto& m) {
          m.numbers.push_back(r.number(Label::kHandle));
-         if (r.at(Label::kParamCount)) m.params = r.params();
-         m.strings.push_back(optionalBytes(r, Label::kInput));
-         m.strings.push_back(optionalBytes(r, Label::kSignature));
+         m.params = r.optionalParams();
+         m.strings.push_back(r.optionalBytes(Label::kInput).copy());
+         m.strings.push_back(r.optionalBytes(Label::kSignature).copy());
      },
      [](auto& r, auto& m) {
          m.numbers.push_back(r.longWord(1));

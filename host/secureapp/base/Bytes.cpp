@@ -1,13 +1,6 @@
 #include "secureapp/base/Bytes.h"
 
-#include <algorithm>
-
 namespace lumo::secureapp {
-
-ByteView ByteView::sub(size_t offset, size_t size) const {
-    if (offset >= size_) return {};
-    return {data_ + offset, std::min(size, size_ - offset)};
-}
 
 uint64_t loadLittle(const uint8_t* from, size_t width) {
     uint64_t value = 0;

@@ -1,6 +1,7 @@
 // Bytes, owned and borrowed, and the numbers within them.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -24,7 +25,10 @@ class ByteView {
     const uint8_t* end() const { return data_ + size_; }
     uint8_t operator[](size_t i) const { return data_[i]; }
     // At most `size` bytes from `offset` on, cut at the end of the view.
-    ByteView sub(size_t offset, size_t size = SIZE_MAX) const;
+    ByteView sub(size_t offset, size_t size = SIZE_MAX) const {
+        if (offset >= size_) return {};
+        return {data_ + offset, std::min(size, size_ - offset)};
+    }
     Bytes copy() const { return {begin(), end()}; }
 
   private:

@@ -158,11 +158,11 @@ Bytes begin(Keymaster& keymaster, ByteView body) {
 Bytes update(Keymaster& keymaster, ByteView body) {
     CborReader request(body);
     const uint64_t handle = request.number(Label::kHandle);
-    const ParamSet params = request.at(Label::kParamCount) ? request.params() : ParamSet();
-    const ByteView input = request.at(Label::kInput) ? request.bytes(Label::kInput) : ByteView();
+    const ParamSet params = request.optionalParams();
+    const ByteView input = request.optionalBytes(Label::kInput);
     request.finish();
 
-    CborWriter reply(2);
+    CborWriter reply(2, input.size());
     reply.bytesIfAny(Label::kOutput, input.size(),
                      [&](Bytes& message) { keymaster.update(handle, params, input, message); });
     reply.number(Label::kConsumed, input.size());
@@ -172,10 +172,9 @@ Bytes update(Keymaster& keymaster, ByteView body) {
 Bytes finish(Keymaster& keymaster, ByteView body) {
     CborReader request(body);
     const uint64_t handle = request.number(Label::kHandle);
-    const ParamSet params = request.at(Label::kParamCount) ? request.params() : ParamSet();
-    const ByteView input = request.at(Label::kInput) ? request.bytes(Label::kInput) : ByteView();
-    const ByteView signature =
-        request.at(Label::kSignature) ? request.bytes(Label::kSignature) : ByteView();
+    const ParamSet params = request.optionalParams();
+    const ByteView input = request.optionalBytes(Label::kInput);
+    const ByteView signature = request.optionalBytes(Label::kSignature);
     request.finish();
 
     const Bytes output = keymaster.finish(handle, params, input, signature);

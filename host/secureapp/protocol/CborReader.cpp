@@ -80,6 +80,20 @@ bool isLabel(const CborItem& item, Label label) {
     return item.type == Type::kUnsigned && item.number == static_cast<uint64_t>(label);
 }
 
+uint64_t numberIn(const CborItem& item, Label label) {
+    if (item.type != Type::kUnsigned) {
+        refuseMalformed("label ", numberOf(label), " has no unsigned number");
+    }
+    return item.number;
+}
+
+ByteView bytesIn(const CborItem& item, Label label) {
+    if (item.type != Type::kBytes) {
+        refuseMalformed("label ", numberOf(label), " has no byte string");
+    }
+    return item.bytes;
+}
+
 }  // namespace
 
 CborItem CborReader::peek() const {
@@ -111,9 +125,14 @@ CborReader::CborReader(ByteView message) : message_(message) {
     entries_left_ = map.number;
 }
 
-bool CborReader::at(Label label) const {
+// Whether the next entry has this label; then its value comes next.
+bool CborReader::enters(Label label) {
     if (entries_left_ == 0) return false;
-    return isLabel(peek(), label);
+    const CborItem found = peek();
+    if (!isLabel(found, label)) return false;
+    position_ += found.encoded_bytes;
+    --entries_left_;
+    return true;
 }
 
 CborItem CborReader::value(Label label) {
@@ -129,11 +148,7 @@ CborItem CborReader::value(Label label) {
 }
 
 uint64_t CborReader::number(Label label) {
-    const CborItem item = value(label);
-    if (item.type != Type::kUnsigned) {
-        refuseMalformed("label ", numberOf(label), " has no unsigned number");
-    }
-    return item.number;
+    return numberIn(value(label), label);
 }
 
 uint32_t CborReader::number32(Label label) {
@@ -145,11 +160,11 @@ uint32_t CborReader::number32(Label label) {
 }
 
 ByteView CborReader::bytes(Label label) {
-    const CborItem item = value(label);
-    if (item.type != Type::kBytes) {
-        refuseMalformed("label ", numberOf(label), " has no byte string");
-    }
-    return item.bytes;
+    return bytesIn(value(label), label);
+}
+
+ByteView CborReader::optionalBytes(Label label) {
+    return enters(label) ? bytesIn(next(), label) : ByteView();
 }
 
 bool CborReader::flag(Label label) {
@@ -173,7 +188,15 @@ void CborReader::skipDate(Label label) {
 }
 
 ParamSet CborReader::params() {
-    const uint64_t count = number(Label::kParamCount);
+    return paramsAfter(value(Label::kParamCount));
+}
+
+ParamSet CborReader::optionalParams() {
+    return enters(Label::kParamCount) ? paramsAfter(next()) : ParamSet();
+}
+
+ParamSet CborReader::paramsAfter(const CborItem& item) {
+    const uint64_t count = numberIn(item, Label::kParamCount);
     if (count > entries_left_) {
         refuseMalformed(count, " parameters are announced, ", entries_left_, " entries follow");
     }

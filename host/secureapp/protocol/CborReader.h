@@ -48,9 +48,6 @@ class CborReader {
     // Enters the map. `message` must outlive the reader and the views it gives out.
     explicit CborReader(ByteView message);
 
-    // Whether the next entry has this label; consumes nothing.
-    bool at(Label label) const;
-
     // The next entry, which must have this label.
     uint64_t number(Label label);
     uint32_t number32(Label label);
@@ -60,6 +57,10 @@ class CborReader {
     // The count and as many key parameters.
     ParamSet params();
 
+    // The next entry where it has this label; otherwise nothing, and it is still the next.
+    ByteView optionalBytes(Label label);
+    ParamSet optionalParams();
+
     // After the last entry: refuses a request with entries or bytes left.
     void finish() const;
 
@@ -67,6 +68,8 @@ class CborReader {
     CborItem peek() const;
     CborItem next();
     CborItem value(Label label);
+    bool enters(Label label);
+    ParamSet paramsAfter(const CborItem& item);
     Param param();
 
     ByteView message_;

@@ -22,8 +22,8 @@ void appendHead(Bytes& message, size_t (*encode)(Value, unsigned char*, size_t),
 
 }  // namespace
 
-CborWriter::CborWriter(size_t entries) {
-    message_.reserve(kUsualBytes);
+CborWriter::CborWriter(size_t entries, size_t long_bytes) {
+    message_.reserve(kUsualBytes + long_bytes);
     appendHead(message_, cbor_encode_map_start, entries);
 }
 
@@ -53,28 +53,31 @@ void CborWriter::bytes(Label label, ByteView value) {
     appendBytes(value);
 }
 
-void CborWriter::bytesIfAny(Label label, size_t expected,
-                            const std::function<void(Bytes&)>& append) {
-    const size_t entry = message_.size();
+CborWriter::OpenEntry CborWriter::open(Label label, size_t expected) {
+    OpenEntry entry = {};
+    entry.start = message_.size();
+    entry.expected = expected;
     reserveFor(expected);
     appendNumber(static_cast<uint64_t>(label));
-    const size_t head = message_.size();
+    entry.head = message_.size();
     appendHead(message_, cbor_encode_bytestring_start, expected);
-    const size_t value = message_.size();
-    append(message_);
-    const size_t size = message_.size() - value;
-    if (size == expected && size != 0) return;
+    entry.value = message_.size();
+    return entry;
+}
+
+void CborWriter::close(const OpenEntry& entry) {
+    const size_t size = message_.size() - entry.value;
+    if (size == entry.expected && size != 0) return;
     if (size == 0) {
-        message_.resize(entry);
+        message_.resize(entry.start);
         --message_.front();  // a map of less than 24 entries has their number in its first byte
         return;
     }
     uint8_t fitting[kMaxHeadBytes];
     const size_t fitting_size = cbor_encode_bytestring_start(size, fitting, sizeof(fitting));
-    const auto from = message_.begin() + static_cast<ptrdiff_t>(head);
-    message_.erase(from, from + static_cast<ptrdiff_t>(value - head));
-    message_.insert(message_.begin() + static_cast<ptrdiff_t>(head), fitting,
-                    fitting + fitting_size);
+    const auto head = message_.begin() + static_cast<ptrdiff_t>(entry.head);
+    const auto value = message_.begin() + static_cast<ptrdiff_t>(entry.value);
+    message_.insert(message_.erase(head, value), fitting, fitting + fitting_size);
 }
 
 void CborWriter::bytesParams(const ParamSet& params) {
