@@ -13,8 +13,8 @@ namespace {
 
 class Devices : public Stack {
   protected:
-    // In files 0, 1 and 2, leaf first, also as PEM.
-    void expectChain(const std::vector<Bytes>& chain, const Bytes& key) {
+    // In files 0, 1 and 2, leaf first, also as PEM. `batch`: the serial and the name of the issuer.
+    void expectChain(const std::vector<Bytes>& chain, const Bytes& key, const std::string& batch) {
         ASSERT_EQ(chain.size(), 3U);
         for (size_t i = 0; i < chain.size(); ++i) file(std::to_string(i), chain[i]);
         file("public", exportKey(key).data);
@@ -25,8 +25,11 @@ class Devices : public Stack {
         expectShell(
             "openssl x509 -in 0.pem -noout -pubkey | openssl pkey -pubin -outform der | "
             "cmp - public");
-        expectShell("openssl x509 -in 0.pem -noout -serial -subject",
-                    "serial=01\nsubject=CN = Android Keystore Key\n");
+        const std::string test_keys = " - NOT FOR PRODUCTION\n";
+        expectShell("for i in 0 1 2; do openssl x509 -in $i.pem -noout -serial -subject; done",
+                    "serial=01\nsubject=CN = Android Keystore Key\nserial=" + batch +
+                        " Attestation Batch" + test_keys +
+                        "serial=01\nsubject=CN = Lumo Test Attestation Root" + test_keys);
     }
     // The key description of file 0.pem must read so.
     void expectDescription(const std::string& description) {
@@ -50,7 +53,7 @@ TEST_P(Devices, AttestTheirKeys) {
         "minmac:128");
     const auto [error, chain] = attest(ec.blob, std::string(kAttest) + " brand:lumo imei:123");
     EXPECT_EQ(error, E::OK);
-    expectChain(chain, ec.blob);
+    expectChain(chain, ec.blob, "03\nsubject=CN = Lumo Test EC");
     const bool as_4_1 = GetParam().new_blobs;
     const std::string level = strongbox() ? " ENUMERATED :02" : " ENUMERATED :01";
     expectDescription(
@@ -69,7 +72,7 @@ TEST_P(Devices, AttestTheirKeys) {
         (std::string(GetParam().profile) == "legacy-3" ? "" : " cont [ 718 ] INTEGER :01343EF5") +
         " cont [ 719 ] INTEGER :01343EF5");
     const Key rsa = import("rsa sign", KeyFormat::PKCS8, rsaPrivate(2048));
-    expectChain(attest(rsa.blob, kAttest).second, rsa.blob);
+    expectChain(attest(rsa.blob, kAttest).second, rsa.blob, "02\nsubject=CN = Lumo Test RSA");
 
     const std::string id(1024, 'i');
     struct Case {

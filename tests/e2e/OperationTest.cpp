@@ -372,7 +372,7 @@ TEST_P(Operations, CiphersAreThoseOfOpenssl) {
         {"aes", "ecb", "pkcs7", "aes-256-ecb", 32, 0, 1},
         {"aes", "cbc", "nopad", "aes-256-cbc -nopad", 32, 16, 16},
         {"aes", "cbc", "pkcs7", "aes-128-cbc", 16, 16, 1},
-        {"aes", "ctr", "nopad", "aes-128-ctr", 16, 16, 1},
+        {"aes", "ctr", "nopad", "aes-256-ctr", 32, 16, 1},
         {"3des", "ecb", "pkcs7", "des-ede3-ecb", 24, 0, 1},
         {"3des", "ecb", "nopad", "des-ede3-ecb -nopad", 24, 0, 8},
         {"3des", "cbc", "pkcs7", "des-ede3-cbc", 24, 8, 1},
