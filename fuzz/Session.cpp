@@ -329,7 +329,8 @@ class Session {
         const keymaster_key_blob_t view = keyOf(key);
         const keymaster_key_param_set_t* set = params.get();
         const bool by_device = std::any_of(set->params, set->params + set->length, [](auto& each) {
-            return each.tag == KM_TAG_DEVICE_UNIQUE_ATTESTATION;
+            // A false boolean counts as absent.
+            return each.tag == KM_TAG_DEVICE_UNIQUE_ATTESTATION && each.boolean;
         });
         Outputs out;
         const ErrorWord error = call([&] { return device_.attest_key(&view, set, &out.chain); });
