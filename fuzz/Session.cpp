@@ -16,6 +16,7 @@
 #include "Hex.h"
 #include "InputParams.h"
 #include "KeymasterHalDevice.h"
+#include "Limits.h"
 #include "Outputs.h"
 #include "QuietLog.h"
 #include "SampleKeys.h"
@@ -130,6 +131,10 @@ keymaster_blob_t blobOf(const Bytes& bytes) {
 
 Bytes bytesOf(const keymaster_blob_t& blob) {
     return blob.data == nullptr ? Bytes() : Bytes(blob.data, blob.data + blob.data_length);
+}
+
+void append(Bytes& bytes, const Bytes& more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
 void requirePublished(ErrorWord error) {
@@ -398,7 +403,8 @@ class Session {
         Bytes nonce;
     };
 
-    // Begin, one update and finish. `nonce` is empty where the application is to choose it.
+    // Begin, updates from half of the bytes on and finish. `nonce` is empty where the application
+    // is to choose it.
     Result operate(keymaster_purpose_t purpose, const Bytes& key, InputParams& params,
                    const Bytes& bytes, const Bytes& signature) {
         Result result;
@@ -414,17 +420,22 @@ class Session {
             operation = begun.handle;
             if (begun.params.length == 1) result.nonce = bytesOf(begun.params.params[0].blob);
         }
-        const size_t half = bytes.size() / 2;
-        const Bytes first(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(half));
-        const keymaster_blob_t input = blobOf(first);
-        Outputs updated;
-        result.error = call([&] {
-            return device_.update_operation(operation, nullptr, &input, &updated.consumed,
-                                            &updated.params, &updated.data);
-        });
-        if (result.error != KM_ERROR_OK) return abandon(operation, result, updated);
-        result.output = bytesOf(updated.data);
-        const Bytes rest(bytes.begin() + static_cast<ptrdiff_t>(updated.consumed), bytes.end());
+        Bytes rest = bytes;
+        size_t offered = bytes.size() / 2;
+        do {
+            const Bytes part(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(offered));
+            const keymaster_blob_t input = blobOf(part);
+            Outputs updated;
+            result.error = call([&] {
+                return device_.update_operation(operation, nullptr, &input, &updated.consumed,
+                                                &updated.params, &updated.data);
+            });
+            if (result.error != KM_ERROR_OK) return abandon(operation, result, updated);
+            append(result.output, bytesOf(updated.data));
+            rest.erase(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(updated.consumed));
+            offered = rest.size();
+            // Over records finish sends no more than this either.
+        } while (offered > keymasterdevice::kMaxInputBytes);
         const keymaster_blob_t last = blobOf(rest);
         const keymaster_blob_t signed_with = blobOf(signature);
         Outputs finished;
@@ -433,8 +444,7 @@ class Session {
                                             &finished.params, &finished.data);
         });
         if (result.error != KM_ERROR_OK) return abandon(operation, result, finished);
-        const Bytes tail = bytesOf(finished.data);
-        result.output.insert(result.output.end(), tail.begin(), tail.end());
+        append(result.output, bytesOf(finished.data));
         return result;
     }
 
