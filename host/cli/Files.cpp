@@ -212,11 +212,19 @@ Bytes readSmallFile(const std::string& path) {
 
 Output::Output(const std::string& path, Kind kind, Flow flow)
     : kind_(kind), name_(isStandard(path) ? "standard output" : path) {
-    const std::string place = isStandard(path) ? path : followLinks(path);
+    if (isStandard(path)) {
+        openStream(path, flow);
+        return;
+    }
+    const std::string place = followLinks(path);
+    // By the name as given: the kernel knows what is behind /dev/stdout, whose link says
+    // "pipe:[7]".
     struct stat status;
-    const bool exists = !isStandard(path) && stat(place.c_str(), &status) == 0;
-    if (isStandard(path) || (exists && !S_ISREG(status.st_mode))) {
-        openStream(place, flow);
+    const bool exists = stat(path.c_str(), &status) == 0;
+    // What cannot be looked at is not missing: a device would be replaced by a file.
+    if (!exists && errno != ENOENT) throw fileFailure("write", name_, errno);
+    if (exists && !S_ISREG(status.st_mode)) {
+        openStream(path, flow);
         return;
     }
     path_ = place;

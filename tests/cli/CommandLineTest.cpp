@@ -234,14 +234,14 @@ TEST(OutputFiles, OfFailedDecryptionKeepWhatTheyHeld) {
 TEST(OutputFiles, OfKeysAreTheOwnersAloneAndOthersFollowTheUmask) {
     const Shell shell;
     shell.expectOk(
-        "umask 022; touch old.key; chmod 666 old.key\n"
+        "umask 022; touch old.key; chmod 666 old.key; E='lumokm export -k new.key -o'\n"
         "for key in new.key old.key; do\n"
         "  lumokm generate --algorithm ec --curve p256 -o $key || exit\n"
         "done\n"
         "ln -s new.key link; lumokm upgrade -k link -o link && test -L link &&\n"
-        "lumokm export -k new.key -o new.pem && lumokm export -k new.key -o /dev/null");
+        "$E new.pem && mkfifo pipe && $E /dev/stdout | cmp - new.pem &&\n"
+        "(timeout 9 cat pipe | cmp - new.pem & $E pipe && wait $! && test -p pipe)");
     EXPECT_EQ(shell.expectOk("stat -c %a new.key old.key new.pem"), "600\n600\n644\n");
-    EXPECT_EQ(shell.expectOk("stat -c %F /dev/null"), "character special file\n");
 }
 
 }  // namespace
