@@ -22,7 +22,12 @@ void logToStderr(const __android_logger_data* data, const char* message) {
     std::cerr << (data->tag == nullptr ? "log" : data->tag) << ": " << message << '\n';
 }
 
-void logNowhere(const __android_logger_data* /*data*/, const char* /*message*/) {}
+// Most lines are for who asks for the log. An error of the transport is said nowhere else: a trace
+// that was asked for has a gap.
+void logErrorsOfTransport(const __android_logger_data* data, const char* message) {
+    if (data->priority < ANDROID_LOG_ERROR || data->tag == nullptr) return;
+    if (strcmp(data->tag, "lumo-transport") == 0) std::cerr << "lumokm: " << message << '\n';
+}
 
 std::function<void(const Failure&)>& fatalReport() {
     static std::function<void(const Failure&)> report;
@@ -56,7 +61,7 @@ const char* serviceName(SecurityLevel level) {
 
 void routeLog(bool verbose, std::function<void(const Failure&)> report) {
     fatalReport() = std::move(report);
-    __android_log_set_logger(verbose ? logToStderr : logNowhere);
+    __android_log_set_logger(verbose ? logToStderr : logErrorsOfTransport);
 }
 
 std::optional<int32_t> readerStatusIn(ErrorCode error) {

@@ -61,8 +61,9 @@ void TraceLink::write(inspect::Exchange exchange, std::chrono::steady_clock::tim
                          facts_->hal_minor_version};
     const bool written = file_->append(std::move(exchange));
     if (!written && !complained_) {
-        __android_log_print(ANDROID_LOG_WARN, "lumo-transport",
-                            "%s: a line could not be written whole; is the disk full?",
+        __android_log_print(ANDROID_LOG_ERROR, "lumo-transport",
+                            "the trace %s lacks an exchange: its line could not be written whole; "
+                            "is the disk full?",
                             file_->path().c_str());
     }
     complained_ = !written;
