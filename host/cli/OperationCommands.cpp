@@ -238,8 +238,8 @@ Action declareDecrypt(CLI::App& app, const Common& common) {
 }
 
 constexpr char kSignNotes[] =
-    "EC signatures are DER, RSA signatures as long as the modulus, MACs --mac-length / 8 bytes:\n"
-    "what openssl dgst writes and reads.\n\n"
+    "EC signatures are DER, RSA signatures as long as the modulus, MACs --mac-length / 8 bytes,\n"
+    "as openssl dgst writes and reads them.\n\n"
     "Examples:\n"
     "  lumokm sign --key ec.key --digest sha256 --in file --out file.sig\n"
     "  lumokm sign --key rsa.key --digest sha256 --padding pss --in file --out file.sig\n"

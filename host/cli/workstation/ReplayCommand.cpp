@@ -10,6 +10,7 @@
 #include "Failure.h"
 #include "TraceCommands.h"
 #include "Traces.h"
+#include "WorkstationServices.h"
 #include "inspect/Replay.h"
 
 namespace lumo::cli {
@@ -50,6 +51,7 @@ class Sender {
             transport = std::make_unique<KeymasterUtils>(
                 strongbox ? KM_SECURITY_LEVEL_STRONGBOX : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
             if (transport->hsm_init() != KM_ERROR_OK) requireReached();
+            remarkOnNewDevice();
         }
         return *transport;
     }

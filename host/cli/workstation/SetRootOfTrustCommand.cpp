@@ -8,6 +8,7 @@
 #include "Failure.h"
 #include "RehearsalCommands.h"
 #include "Report.h"
+#include "WorkstationServices.h"
 
 namespace lumo::cli {
 
@@ -73,6 +74,7 @@ Action declareSetRootOfTrust(CLI::App& app, const Common& common) {
                          opened.status().kind == TransportStatus::ok
                              ? KM_ERROR_OK
                              : KM_ERROR_SECURE_HW_COMMUNICATION_FAILED);
+        remarkOnNewDevice();
         keymasterdevice::KeymasterHalDevice device(level);
         requireRehearsed("set the root of trust",
                          device.SetRot(key.data(), nullptr, !arguments->unlocked, key.data(),
@@ -87,8 +89,8 @@ Action declareSetRootOfTrust(CLI::App& app, const Common& common) {
 }
 
 constexpr char kNotes[] =
-    "Once in a boot, before any key is made or used. Keys are bound to the root of trust:\n"
-    "keys of another one cannot be opened. It lasts until the secure application restarts;\n"
+    "Once in a boot, before any key is made or used. Keys are bound to the root of trust, and\n"
+    "those of another one cannot be opened. It lasts until the secure application restarts;\n"
     "one in the client's own process (LUMO_TRANSPORT=sim) ends with this command.\n"
     "BYTES are TEXT, hex:HEX or file:PATH.\n\n"
     "Example:\n"

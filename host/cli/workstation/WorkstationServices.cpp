@@ -1,4 +1,6 @@
 // Service objects of this process, over the workstation's transport.
+#include "WorkstationServices.h"
+
 #include <Keymaster41Device.h>
 #include <Keymaster4Device.h>
 #include <android-base/properties.h>
@@ -131,11 +133,10 @@ std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     require(check->status());
     static const bool said = [] {
         remarkOnVersions();
-        const std::string made = newStateDirectory();
-        if (!made.empty()) remark("made a new device in " + made);
         return true;
     }();
     static_cast<void>(said);
+    remarkOnNewDevice();
     return check;
 }
 
@@ -171,6 +172,13 @@ void registerOnce(SecurityLevel level) {
 }
 
 }  // namespace
+
+void remarkOnNewDevice() {
+    static std::string said;
+    const std::string made = newStateDirectory();
+    if (made != said) remark("made a new device in " + made);
+    said = made;
+}
 
 sp<Device> openDevice(SecurityLevel level, bool registered) {
     if (registered) {
