@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "secureapp/base/Environment.h"
@@ -77,7 +78,11 @@ void harden() {
 std::unique_ptr<lumo::inspect::TraceFile> openTrace(const Options& options) {
     if (!options.trace.empty()) ::setenv(lumo::inspect::kTraceVariable, options.trace.c_str(), 1);
     if (options.unredacted) ::setenv(lumo::inspect::kUnredactedVariable, "1", 1);
-    return lumo::inspect::traceFileOfEnvironment();
+    auto file = lumo::inspect::traceFileOfEnvironment();
+    if (options.unredacted && file == nullptr) {
+        throw lumo::inspect::TraceError("--unredacted is for a trace; give --trace FILE as well");
+    }
+    return file;
 }
 
 void run(const Options& options, const std::string& path) {
@@ -90,6 +95,7 @@ void run(const Options& options, const std::string& path) {
     device_options.profile = findProfile(options.profile);
     device_options.test_attestation_keys = options.test_keys;
 
+    auto trace_file = openTrace(options);
     prepareStateDirectory(device_options.state_directory);
     const FileHandle lock = tryLockFile(device_options.state_directory + "/" + kDaemonLock);
     if (!lock) {
@@ -101,7 +107,7 @@ void run(const Options& options, const std::string& path) {
     if (device.isNew()) log.line("made a new device in " + device_options.state_directory);
     device.app(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
     device.app(KM_SECURITY_LEVEL_STRONGBOX);
-    const RequestTrace trace(openTrace(options), *device_options.profile, log);
+    const RequestTrace trace(std::move(trace_file), *device_options.profile, log);
     Server server(device, path, std::chrono::seconds(options.idle_seconds), log, trace);
     if (options.faults) server.takeFaults();
     tellReady(options.ready_fd);
@@ -118,13 +124,19 @@ int complain(const char* what, ExitStatus status) {
     return status;
 }
 
+// What was asked for in place of a start is printed, or could not be.
+int endPrinted() {
+    if (std::cout.flush() && std::fflush(stdout) == 0) return kOk;
+    return complain(("cannot write standard output: " + systemError(errno)).c_str(), kOther);
+}
+
 int start(const Options& options) {
     if (options.print_capabilities) {
         printCapabilities();
-        return kOk;
+        return endPrinted();
     }
     if (options.listen.rfind(kSocketPrefix, 0) != 0) {
-        return complain("--listen unix:PATH is needed", kUsage);
+        return complain("--listen unix:PATH is needed: where clients connect", kUsage);
     }
     if (findProfile(options.profile) == nullptr) {
         return complain("--profile must be one of those that --print-capabilities lists", kUsage);
@@ -155,10 +167,16 @@ int main(int argc, char** argv) {
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return program.exit(error);
+        if (error.get_exit_code() == 0) {
+            program.exit(error);
+            return endPrinted();
+        }
         const std::vector<std::string> extras = program.remaining();
+        const bool option = !extras.empty() && extras.front()[0] == '-';
         const std::string what =
-            extras.empty() ? error.what() : "there is no option '" + extras.front() + "'";
+            extras.empty() ? error.what()
+                           : (option ? "there is no option '" : "there is no place for '") +
+                                 extras.front() + "'";
         return complain((what + "; see lumo-secureapp --help").c_str(), kUsage);
     }
     return start(options);

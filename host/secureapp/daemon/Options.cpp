@@ -4,6 +4,9 @@ namespace lumo::secureapp {
 
 namespace {
 
+// The tools have one version. The build gives it, as nothing is shared with the library.
+constexpr char kVersion[] = "lumo-secureapp " LUMO_TOOLS_VERSION;
+
 constexpr char kFooter[] =
     "SIGTERM and SIGINT end the daemon after the command at hand; SIGUSR1 presses\n"
     "the button of world.conf's user_presence.\n\n"
@@ -18,6 +21,19 @@ void requireValue(CLI::Option& option) {
     option.check(CLI::Validator(
         [](const std::string& value) {
             return value.empty() ? "it is empty; leave it out or name one" : "";
+        },
+        ""));
+}
+
+// In words of this program; a sign would have numbers wrap around.
+void requireNumber(CLI::Option& option) {
+    option.check(CLI::Validator(
+        [](const std::string& value) {
+            constexpr size_t kMostDigits = 9;
+            const bool digits = value.find_first_not_of("0123456789") == std::string::npos;
+            return value.empty() || value.size() > kMostDigits || !digits
+                       ? "'" + value + "' is not a number of at most 9 digits"
+                       : "";
         },
         ""));
 }
@@ -69,11 +85,14 @@ void declareOptions(CLI::App& program, Options& options) {
     program.add_flag("--faults", options.faults,
                      "restart, or find the disk full, when a client\n"
                      "asks for it (rehearsals)");
+    program.set_version_flag("--version", kVersion, "print the version and exit");
     program.add_flag("--print-capabilities", options.print_capabilities,
                      "print limits and profiles as JSON and exit");
     for (const char* name : {"--state", "--log", "--trace"}) {
         requireValue(*program.get_option(name));
     }
+    requireNumber(*program.get_option("--ready-fd"));
+    requireNumber(*program.get_option("--idle"));
 }
 
 }  // namespace lumo::secureapp
