@@ -29,6 +29,8 @@ keymaster_error_t SocketLink::guarded(Work work) {
         return work();
     } catch (const CallRefused& error) {
         return noteFailure(TransportStatus::transport, kNotReached, path_ + ": " + error.what());
+    } catch (const ChannelForbidden& error) {
+        return noteFailure(TransportStatus::transport, kNotReached, error.what());
     } catch (const ChannelError& error) {
         channel_.reset();
         return noteFailure(TransportStatus::transport, kNotReached,

@@ -79,9 +79,15 @@ Channel Channel::connect(const std::string& path, milliseconds patience) {
     setPatience(socket, patience);
     const int error = connectTo(path, socket);
     if (error == EAGAIN) throw ChannelError(path + " takes no connection in time");
+    if (error == EACCES) {
+        throw ChannelForbidden("cannot reach " + path + ": " + systemError(error) +
+                               "; a daemon's socket admits its owner alone");
+    }
     if (error != 0) throw ChannelError("cannot reach " + path + ": " + systemError(error));
     Channel channel(std::move(socket));
-    if (channel.peer().uid != ::geteuid()) throw ChannelError(path + " is served by another user");
+    if (channel.peer().uid != ::geteuid()) {
+        throw ChannelForbidden(path + " is served by another user; run a daemon of your own");
+    }
     return channel;
 }
 

@@ -25,6 +25,12 @@ class ChannelError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// There is a daemon, perhaps, but not one of this user.
+class ChannelForbidden : public ChannelError {
+  public:
+    using ChannelError::ChannelError;
+};
+
 // The other end had closed before anything of a message was sent.
 class ChannelClosed : public ChannelError {
   public:
