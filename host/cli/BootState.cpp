@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Failure.h"
 #include "TagOptions.h"
 
 namespace lumo::cli {
@@ -70,12 +71,25 @@ std::optional<BootState> attestedBootState(const sp<Device>& device) {
         makeBytes(Tag::ATTESTATION_APPLICATION_ID, {'i', 'n', 'f', 'o'})};
     HidlBytes blob;
     HidlBytes leaf;
-    device->generateKey(key, [&](ErrorCode, const auto& made, const auto&) { blob = made; });
-    if (blob.size() == 0) return std::nullopt;
-    device->attestKey(blob, attestation, [&](ErrorCode, const auto& chain) {
-        if (chain.size() != 0) leaf = chain[0];
+    const std::string doing = "read the boot state out of an attestation";
+    ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+    device->generateKey(key, [&](ErrorCode code, const auto& made, const auto&) {
+        error = code;
+        blob = made;
     });
+    require(doing, error);
+    std::optional<Failure> unattested;
+    try {
+        device->attestKey(blob, attestation, [&](ErrorCode code, const auto& chain) {
+            error = code;
+            if (chain.size() != 0) leaf = chain[0];
+        });
+        require(doing, error);
+    } catch (const Failure& failure) {
+        unattested.emplace(failure);
+    }
     device->deleteKey(blob);
+    if (unattested) throw Failure(*unattested);
     const uint8_t* const begin = leaf.data();
     const uint8_t* const end = begin + leaf.size();
     const uint8_t* const found =

@@ -15,8 +15,8 @@ struct BootState {
     Bytes hash;          // of what was verified
 };
 
-// Makes a key, which is not kept, and reads the root of trust in its attestation. Nothing if the
-// keymaster does not attest.
+// Makes a key, which is not kept, and reads the root of trust in its attestation. Nothing if there
+// is none in it; throws Failure if the keymaster does not attest.
 std::optional<BootState> attestedBootState(const sp<Device>& device);
 
 // One line for each property of the boot that says something else; a missing one says nothing.

@@ -4,6 +4,7 @@
 
 #include "BootState.h"
 #include "Command.h"
+#include "Failure.h"
 #include "Files.h"
 #include "Report.h"
 #include "ServiceSource.h"
@@ -28,6 +29,19 @@ Report hardwareInfo(Device& device) {
 
 namespace {
 
+// A keymaster that does not attest is described all the same.
+void describeBoot(Report& report, const sp<Device>& device) {
+    try {
+        const auto boot = attestedBootState(device);
+        if (!boot) return remark("bootState is left out: no root of trust is attested");
+        report["bootState"] = toString(*boot);
+        const std::vector<std::string> mismatches = bootPropertyMismatches(*boot);
+        if (!mismatches.empty()) report["mismatches"] = mismatches;
+    } catch (const Failure& failure) {
+        remark(std::string("bootState is left out: ") + failure.what());
+    }
+}
+
 Action declareInfo(CLI::App& /*app*/, const Common& common) {
     return [&common] {
         const sp<Device> device = connect(common.level());
@@ -37,11 +51,7 @@ Action declareInfo(CLI::App& /*app*/, const Common& common) {
                                  "ro.vendor.build.security_patch"}) {
             report[name] = ::android::base::GetProperty(name, "");
         }
-        if (const auto boot = attestedBootState(device)) {
-            report["bootState"] = toString(*boot);
-            const std::vector<std::string> mismatches = bootPropertyMismatches(*boot);
-            if (!mismatches.empty()) report["mismatches"] = mismatches;
-        }
+        describeBoot(report, device);
         print(report, common.json);
     };
 }
