@@ -5,9 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <new>
+#include <sstream>
 
 #include "Command.h"
 #include "Failure.h"
+#include "Files.h"
 #include "HelpText.h"
 #include "ParseFailures.h"
 #include "Report.h"
@@ -129,7 +131,7 @@ class CommandLine {
         try {
             app_.parse(argc, argv);
         } catch (const CLI::Success& success) {
-            return app_.exit(success);
+            return printHelp(success);
         } catch (const CLI::ParseError& error) {
             return report(Failure(Exit::usage, explain(app_, error)), commandIn(app_),
                           asksForJson(argc, argv));
@@ -161,6 +163,19 @@ class CommandLine {
     }
 
   private:
+    // Help, or the version.
+    int printHelp(const CLI::Success& wanted) const {
+        std::ostringstream text;
+        const int status = app_.exit(wanted, text, text);
+        try {
+            const std::string words = text.str();
+            writeFile("-", Bytes(words.begin(), words.end()));
+        } catch (const Failure& failure) {
+            return report(failure, "", false);
+        }
+        return status;
+    }
+
     void add(const std::string& group, const Command& command) {
         CLI::App* sub = app_.add_subcommand(command.name, command.summary);
         sub->group(group)->fallthrough();

@@ -21,8 +21,8 @@ struct Filters {
     std::string command;
     std::string level;
     bool errors = false;
-    size_t from = 1;
-    size_t to = SIZE_MAX;
+    uint64_t from = 1;
+    uint64_t to = UINT64_MAX;
 
     bool keep(size_t number, const inspect::Exchange& exchange,
               const inspect::CommandInfo* wanted) const {
@@ -86,8 +86,14 @@ Action declareTrace(CLI::App& app, const Common& common) {
         ->check(CLI::IsMember({"tee", "strongbox"}))
         ->type_name("LEVEL");
     app.add_flag("--errors", filters.errors, "only what did not succeed or does not add up");
-    app.add_option("--from", filters.from, "from this line of the file on")->type_name("N");
-    app.add_option("--to", filters.to, "up to this line of the file")->type_name("N");
+    // Without the check -1 would be the last number that there is.
+    const auto line_number = CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}).description("");
+    app.add_option("--from", filters.from, "from this line of the file on")
+        ->check(line_number)
+        ->type_name("N");
+    app.add_option("--to", filters.to, "up to this line of the file")
+        ->check(line_number)
+        ->type_name("N");
     app.add_flag("--brief", arguments->brief, "one line an exchange, without the messages");
     return [arguments, &common] {
         const auto* wanted = wantedCommand(arguments->filters.command);
