@@ -72,7 +72,7 @@ Bytes privateKeyDer(const Bytes& file) {
         throw Failure(Exit::usage,
                       "the PEM text holds a public key; a keymaster imports private keys alone");
     }
-    throw Failure(Exit::usage, "the PEM text holds a " + block.label +
+    throw Failure(Exit::usage, "the PEM text is of type " + block.label +
                                    ", not a PKCS#8 PRIVATE KEY; first run openssl pkcs8 -topk8 "
                                    "-nocrypt -in KEY -out NEW");
 }

@@ -89,7 +89,7 @@ Action declareAuthToken(CLI::App& app, const Common& common) {
             }
         }
         if (!type) {
-            throw Failure(Exit::usage, "--type: '" + arguments->type + "' is not of " +
+            throw Failure(Exit::usage, "--type: '" + arguments->type + "' is none of " +
                                            wordsFor(Tag::USER_AUTH_TYPE));
         }
         Rehearsal::AuthToken fields;
