@@ -35,9 +35,14 @@ Report valueOf(const KeyParameter& parameter) {
     }
 }
 
+// File names may be any bytes, which JSON cannot have; U+FFFD stands for what is no UTF-8.
+std::string jsonOf(const Report& report, int indent) {
+    return report.dump(indent, ' ', false, Report::error_handler_t::replace);
+}
+
 std::string valueText(const Report& value) {
     if (value.is_string()) return value.get<std::string>();
-    if (!value.is_array()) return value.dump();
+    if (!value.is_array()) return jsonOf(value, -1);
     std::string text;
     for (const Report& element : value) {
         text += (text.empty() ? "" : ", ") + valueText(element);
@@ -92,7 +97,7 @@ std::string toText(const Report& report) {
 }
 
 void print(const Report& report, bool as_json) {
-    const std::string text = as_json ? report.dump(2) + "\n" : toText(report);
+    const std::string text = as_json ? jsonOf(report, 2) + "\n" : toText(report);
     writeFile("-", Bytes(text.begin(), text.end()));
 }
 

@@ -174,7 +174,7 @@ TEST(Json, IsPrintedByCommandsAndFailures) {
               std::string::npos);
     EXPECT_EQ(shell.expectOk("lumokm error km_error_key_expired; lumokm error 0xffffffe7"),
               shell.expectOk("lumokm error -25; lumokm error KEY_EXPIRED"));
-    EXPECT_NE(shell.run("lumokm --json frob").out.find("\"usage\""), std::string::npos);
+    EXPECT_NE(shell.run("lumokm --json frob\xFF").out.find("\"usage\""), std::string::npos);
     EXPECT_EQ(shell.expectOk("lumokm delete -k ec.key --json | tr -d ' \\n'"),
               "{\"accepted\":true,\"final\":false}");
     EXPECT_EQ(shell.expectOk("lumokm delete -k data --json | tr -d ' \\n'"),
