@@ -171,9 +171,10 @@ void KeyStore::refuseBlob(ByteView blob, const ParamSet& binding) {
                "out");
     }
     if (new_state_) {
-        refuse(KM_ERROR_INVALID_KEY_BLOB,
-               "this state had no key before this boot, so that the blob is of another state "
-               "directory; choose the one that the key was made in");
+        refuse(KM_ERROR_INVALID_KEY_BLOB, "this state had no key before this boot at level ",
+               levelWord(options_.level),
+               ", so that the blob is of another state directory or level; choose the one that the "
+               "key was made in");
     }
     refuse(KM_ERROR_INVALID_KEY_BLOB, "the blob is damaged, of another state directory, or ",
            isBound(binding) ? "bound to another application id or data than those given"
