@@ -178,7 +178,7 @@ std::string sentenceOf(const Counts& counts) {
         reasons += (reasons.empty() ? " " : ", ") + std::to_string(count) + " " + reason;
     };
     for (const auto& [skip, count] : counts.skipped) add(inspect::describe(skip), count);
-    add("seen by the daemon as well", counts.other_source);
+    add("of the daemon, as the clients' are sent", counts.other_source);
     add("unreadable", counts.read.unreadable);
     return text + reasons;
 }
