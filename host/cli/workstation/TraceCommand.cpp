@@ -127,7 +127,7 @@ Action declareTrace(CLI::App& app, const Common& common) {
             write("\n],\"unreadable\":" + std::to_string(counts.unreadable) + "}\n");
         }
         output.commit();
-        if (first) remark("none of the " + std::to_string(counts.lines) + " lines is as asked for");
+        if (first) remark("no line is as asked for");
         requireAllRead(common, counts);
     };
 }
