@@ -6,6 +6,7 @@
 #include "RehearsalCommands.h"
 #include "Report.h"
 #include "VerificationTokens.h"
+#include "WorkstationServices.h"
 
 namespace lumo::cli {
 
@@ -39,6 +40,7 @@ struct Number {
 // Throws where nobody else could have the key that a token is made with.
 void requireSharedKey(Rehearsal& rehearsal) {
     bool shares = false;
+    requireFittingOptions();
     requireRehearsed("start the secure application", rehearsal.sharesItsKey(&shares));
     if (shares) return;
     throw Failure(Exit::usage,

@@ -5,6 +5,7 @@
 #include "Failure.h"
 #include "RehearsalCommands.h"
 #include "Report.h"
+#include "WorkstationServices.h"
 
 namespace lumo::cli {
 
@@ -33,6 +34,7 @@ Action declarePress(CLI::App& app, const Common& common) {
         ->type_name("SECONDS")
         ->capture_default_str();
     return [seconds, &common] {
+        requireFittingOptions();
         if (Rehearsal(KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT).isInProcess()) {
             throw Failure(
                 Exit::usage,

@@ -48,6 +48,7 @@ class Sender {
         const bool strongbox = level == KM_SECURITY_LEVEL_STRONGBOX;
         std::unique_ptr<KeymasterUtils>& transport = strongbox ? strongbox_ : environment_;
         if (transport == nullptr) {
+            requireFittingOptions();
             transport = std::make_unique<KeymasterUtils>(
                 strongbox ? KM_SECURITY_LEVEL_STRONGBOX : KM_SECURITY_LEVEL_TRUSTED_ENVIRONMENT);
             if (transport->hsm_init() != KM_ERROR_OK) requireReached();

@@ -69,6 +69,7 @@ Action declareSetRootOfTrust(CLI::App& app, const Common& common) {
         const Color& color = colorNamed(arguments->color);
         const auto level = static_cast<keymaster_security_level_t>(common.level());
         // No service object: that would configure the keymaster, which comes later in a boot.
+        requireFittingOptions();
         const TransportCheck opened(level);
         requireRehearsed("reach the secure application",
                          opened.status().kind == TransportStatus::ok

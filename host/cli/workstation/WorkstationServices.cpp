@@ -121,14 +121,7 @@ CLI::Option* addVariable(CLI::App& app, const char* option, const char* variable
 // lives.
 std::unique_ptr<TransportCheck> requireService(SecurityLevel level) {
     requireProperties();
-    if (given.unredacted && environmentOr("LUMO_TRACE", "").empty()) {
-        throw Failure(Exit::usage, "--unredacted is for a trace; give --trace FILE as well");
-    }
-    if (given.state && environmentOr(kTransportVariable, "").rfind("unix:", 0) == 0) {
-        throw Failure(Exit::usage,
-                      "--state is that of a secure application in this process; the daemon has its "
-                      "own, see lumo-secureapp --state");
-    }
+    requireFittingOptions();
     auto check = std::make_unique<TransportCheck>(static_cast<keymaster_security_level_t>(level));
     require(check->status());
     static const bool said = [] {
@@ -172,6 +165,17 @@ void registerOnce(SecurityLevel level) {
 }
 
 }  // namespace
+
+void requireFittingOptions() {
+    if (given.unredacted && environmentOr("LUMO_TRACE", "").empty()) {
+        throw Failure(Exit::usage, "--unredacted is for a trace; give --trace FILE as well");
+    }
+    if (given.state && environmentOr(kTransportVariable, "").rfind("unix:", 0) == 0) {
+        throw Failure(Exit::usage,
+                      "--state is that of a secure application in this process; the daemon has its "
+                      "own, see lumo-secureapp --state");
+    }
+}
 
 void remarkOnNewDevice() {
     static std::string said;

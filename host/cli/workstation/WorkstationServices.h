@@ -3,6 +3,10 @@
 
 namespace lumo::cli {
 
+// Throws Failure where the options that say how the secure application is reached do not fit
+// together: each would be ignored for the other.
+void requireFittingOptions();
+
 // Says once in the process that its state directory was made, where it was: a mistyped name ends in
 // a new device without keys.
 void remarkOnNewDevice();
