@@ -274,6 +274,27 @@ Deletion deletionOf(const sp<Device>& device, const Bytes& blob, const KeyArgume
     }
 }
 
+// Why this keymaster cannot open the key, as another level or state made it, say; empty where it
+// can.
+std::string whyUnopened(const sp<Device>& device, const Bytes& blob, const KeyArguments& key) {
+    ErrorCode error = ErrorCode::UNKNOWN_ERROR;
+    uint64_t handle = 0;
+    // With parameters for no key: what is said of the key itself comes first.
+    device->begin(km::V4_0::KeyPurpose::SIGN, blob, key.binding(), {},
+                  [&](ErrorCode code, const auto&, uint64_t begun) {
+                      error = code;
+                      handle = begun;
+                  });
+    if (error == ErrorCode::OK) device->abort(handle);
+    if (error != ErrorCode::INVALID_KEY_BLOB) return "";
+    try {
+        require("open it", error);
+    } catch (const Failure& failure) {
+        return failure.what();
+    }
+    return "";
+}
+
 Action declareDelete(CLI::App& app, const Common& common) {
     const auto key = std::make_shared<KeyArguments>();
     key->declare(app);
@@ -281,8 +302,15 @@ Action declareDelete(CLI::App& app, const Common& common) {
         const Bytes blob = key->read();
         const sp<Device> device = connect(common.level());
         const Deletion deletion = deletionOf(device, blob, *key);
+        const std::string unopened =
+            deletion == Deletion::kFinal ? whyUnopened(device, blob, *key) : "";
         require("delete the key", device->deleteKey(blob));
         const std::string& path = key->path();
+        if (!unopened.empty()) {
+            return conclude(common, {{"accepted", true}, {"final", nullptr}},
+                            "the keymaster accepted this, but the key in " + path +
+                                " may work elsewhere: this one " + unopened);
+        }
         switch (deletion) {
             case Deletion::kFinal:
                 return conclude(common, {{"accepted", true}, {"final", true}},
@@ -293,9 +321,10 @@ Action declareDelete(CLI::App& app, const Common& common) {
                                 "resistance: it works until its file " +
                                     path + " is removed");
             case Deletion::kNoKey:
-                return conclude(common, {{"accepted", true}, {"final", nullptr}},
-                                "the keymaster accepted this, but " + path +
-                                    " holds no key that it can read: nothing was deleted");
+                return conclude(
+                    common, {{"accepted", true}, {"final", nullptr}},
+                    "the keymaster accepted this, but " + path +
+                        " holds no key that it can read: nothing is known to be deleted");
         }
     };
 }
@@ -346,7 +375,7 @@ CommandGroup keyCommands() {
               declareUpgrade},
              {"delete", "Have the keymaster forget a key with rollback resistance",
               "Any other key lives in its file alone: to delete it, remove the file.\n"
-              "--json: \"final\" is true, false, or null for a file that is no key.\n\n"
+              "--json: \"final\" is true, false, or null where no key opens.\n\n"
               "Example:\n  lumokm delete --key ec.key",
               declareDelete}}};
 }
