@@ -165,8 +165,9 @@ void applyLine(DeviceSettings& settings, std::set<std::string>& seen, const std:
     const std::string name = trimmed(line.substr(0, equals));
     const Key* key = findKey(name);
     if (key == nullptr) throw BadValue("a known key, not '" + name + "'");
-    if (!seen.insert(name).second)
+    if (!seen.insert(name).second) {
         throw BadValue("'" + name + "' only once, and a line above has it");
+    }
     try {
         key->set(settings, trimmed(line.substr(equals + 1)));
     } catch (const BadValue& bad) {

@@ -157,8 +157,9 @@ bool supportsSize(const KeyFacts& facts, keymaster_security_level_t level) {
 // The level supports no key of these facts.
 [[noreturn]] void refuseSize(keymaster_error_t code, const KeyFacts& facts,
                              keymaster_security_level_t level) {
-    if (facts.bits == 0)
+    if (facts.bits == 0) {
         refuse(code, "a key of ", algorithmWord(facts.algorithm), " needs KEY_SIZE");
+    }
     refuse(code, levelWord(level), " has no ", algorithmWord(facts.algorithm), " keys of ",
            facts.bits, " bits");
 }
