@@ -59,8 +59,8 @@ function(lumo_tool name)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 endfunction()
 
-# Only with g++: its sanitizer and OpenSSL builds gain too, and clang's, which has none, finds the
-# includes that a file lacks. Without the preprocessor flag a compiler cache could not look inside.
+# Only with g++: its sanitizer build gains too, and clang's, which has none, finds the includes that a
+# file lacks. Without the preprocessor flag a compiler cache could not look inside.
 function(lumo_precompile name)
     if(LUMO_PCH)
         target_precompile_headers(${name} PRIVATE ${ARGN})
