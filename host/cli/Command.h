@@ -1,7 +1,7 @@
 // The commands of the client, in groups of one file each, and the arguments that several share.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>  // all of CLI/CLI.hpp only where an App is made: it costs a second a file
 #include <functional>
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // The client's command line as a whole.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <functional>
 
 namespace lumo::cli {

@@ -1,7 +1,7 @@
 // The arguments that describe a new key: for commands that make one or wrap one.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 #include <vector>
 

@@ -1,5 +1,6 @@
 #include "HelpText.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iterator>
 #include <sstream>

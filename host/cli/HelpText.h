@@ -1,7 +1,7 @@
 // The text of --help, in 80 columns.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 namespace lumo::cli {

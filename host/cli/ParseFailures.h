@@ -1,7 +1,7 @@
 // What is wrong with a command line, in words of this program.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 namespace lumo::cli {

@@ -1,7 +1,7 @@
 // Command-line options that each stand for one keymaster parameter.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <memory>
 #include <string>
 #include <vector>

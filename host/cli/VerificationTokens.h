@@ -1,7 +1,7 @@
 // Verification tokens as files: what one secure element confirms to another.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 #include "Client.h"

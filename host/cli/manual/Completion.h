@@ -1,7 +1,7 @@
 // Completion of command lines in bash, from what the programs declare for their own help.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 namespace lumo::manual {

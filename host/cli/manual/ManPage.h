@@ -1,7 +1,7 @@
 // Manual pages, from what the programs declare for their own help.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 namespace lumo::manual {

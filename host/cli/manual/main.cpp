@@ -2,6 +2,7 @@
 //   man/man1/lumokm.1, man/man1/lumokm-COMMAND.1, man/man8/lumo-secureapp.8
 //   bash-completion/completions/lumokm, .../lumo-secureapp
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>

@@ -1,6 +1,8 @@
 // The command that makes tokens as the authenticators of the device do.
 #include <endian.h>
 
+#include <CLI/CLI.hpp>
+
 #include "Failure.h"
 #include "Files.h"
 #include "RehearsalCommands.h"

@@ -1,7 +1,7 @@
 // The daemon's command line.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <CLI/App.hpp>
 #include <string>
 
 #include "secureapp/daemon/Server.h"
