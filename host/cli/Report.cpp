@@ -8,6 +8,8 @@
 #include "Dates.h"
 #include "Files.h"
 
+template class nlohmann::basic_json<nlohmann::ordered_map>;
+
 namespace lumo::cli {
 
 namespace {

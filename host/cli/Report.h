@@ -7,6 +7,9 @@
 
 #include "Vocabulary.h"
 
+// Compiled once, in Report.cpp: in every file of the commands it would cost seconds of each build.
+extern template class nlohmann::basic_json<nlohmann::ordered_map>;
+
 namespace lumo::cli {
 
 // Keeps the order in which members were added.
